@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: MIT
+#
+# What a user may set. A build without a build type is an optimised one.
+
+option(TAVOR_WERROR "Treat warnings as errors" ON)
+
+set(KEL_LIBRARY "" CACHE FILEPATH
+    "The platform's libkel.so to link tavor against; empty: the reference library")
+if(KEL_LIBRARY AND NOT EXISTS "${KEL_LIBRARY}")
+  message(FATAL_ERROR "KEL_LIBRARY: no such file: ${KEL_LIBRARY}")
+endif()
+
+set(TAVOR_SANITIZE "" CACHE STRING "Sanitizers, separated by commas, e.g. address,undefined")
+
+set(TAVOR_TARGET "" CACHE STRING "Build target path recorded in tavor; empty: made up from the build")
+set(TAVOR_TREE "" CACHE STRING "Source tree location recorded in tavor; empty: git describe")
+set(TAVOR_IMAGE "tavor" CACHE STRING "Image name recorded in tavor")
+
+# tavor alone needs a compiler and nothing else; the tests need libraries that a machine which
+# only runs tavor does not have. AUTO builds them where these are installed.
+set(TAVOR_TESTS "AUTO" CACHE STRING "Build tests and benchmarks: ON, OFF or AUTO")
+set_property(CACHE TAVOR_TESTS PROPERTY STRINGS AUTO ON OFF)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set_property(CACHE CMAKE_BUILD_TYPE PROPERTY VALUE RelWithDebInfo)
+endif()
+
+# No NDEBUG: the reference library keeps its assertions in every build.
+foreach(lang IN ITEMS C CXX)
+  set(CMAKE_${lang}_FLAGS_RELWITHDEBINFO "-O2 -g")
+  set(CMAKE_${lang}_FLAGS_DEBUG "-O0 -g")
+endforeach()
+add_compile_definitions($<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:_GLIBCXX_ASSERTIONS>)

@@ -1,0 +1,13 @@
+# SPDX-License-Identifier: MIT
+#
+# One choice for the whole tree: a sanitised tavor against a plain libkel would see nothing.
+
+if(TAVOR_SANITIZE)
+  add_compile_options(-fsanitize=${TAVOR_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TAVOR_SANITIZE})
+  if(TAVOR_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # g++ warns of fences in libstdc++ that it cannot follow.
+    add_compile_options(-Wno-tsan)
+  endif()
+endif()

@@ -1,0 +1,33 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * Sink roles. A client's role decides whether it shares its tags and whether it receives
+ * their packets:
+ *
+ *   ALWAYS   holds its tags alone and receives their packets; its role cannot be changed.
+ *   ACTIVE   receives the packets of its tags.
+ *   STANDBY  may share a tag with others, and does not receive its packets.
+ *
+ * A tag registered in role STANDBY may be held by up to KEL_SINKS_PER_TAG clients. A packet
+ * sent to it goes to the ACTIVE holder that became ACTIVE most recently, and when that one
+ * becomes STANDBY or gives up the tag, to the one before it; without an ACTIVE holder
+ * kel_send fails with ENOENT.
+ */
+#ifndef KELAPI_ROLE_H
+#define KELAPI_ROLE_H
+
+#include "kelapi/types.h"
+
+#define KEL_ROLE_ALWAYS 0u
+#define KEL_ROLE_ACTIVE 1u
+#define KEL_ROLE_STANDBY 2u
+
+#define KEL_SINKS_PER_TAG 8u
+
+/*
+ * Changes the client's role between ACTIVE and STANDBY. On failure the role is unchanged.
+ * Errors: EINVAL for a client that is not registered and an unknown role; EPERM for a
+ * change from or to ALWAYS.
+ */
+KEL_API uint32_t kel_client_ha_role_notify(kel_client client, uint32_t role);
+
+#endif

@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: MIT
+//
+// Single buffers and chains of buffers by handle, and the buffer memory as a whole. On a
+// buffer that stands in a packet the operations act on that packet's chain; the packet's
+// length and buffer count follow, its offsets do not.
+
+#include <cerrno>
+#include <cstdint>
+
+#include "reference/bufgroup.h"
+#include "reference/chain.h"
+#include "reference/faults.h"
+#include "reference/objects.h"
+#include "reference/options.h"
+
+namespace kel_reference {
+
+namespace {
+
+kel_buffer handle_of(const buffer_object *buffer)
+{
+    return buffer ? buffer->handle : 0;
+}
+
+// EINVAL for an unknown client or group; else null with the error, or a chain.
+obtained_chain obtain_for(state &library, kel_client client, kel_bufgroup group, std::uint32_t size,
+                          std::uint8_t contiguous)
+{
+    client_object *obtainer = library.clients.find(client);
+    if (!obtainer) return {nullptr, EINVAL};
+    payer charged{obtainer, nullptr};
+    if (find_group_for_use(library, *obtainer, group, charged.group)) return {nullptr, EINVAL};
+    return obtain_chain(library, charged, size, contiguous ? layout::contiguous : layout::spread);
+}
+
+// The buffer that may be freed, or null and the error.
+buffer_object *find_freeable(state &library, kel_buffer buffer, std::uint32_t &error)
+{
+    buffer_object *freed = library.buffers.find(buffer);
+    error = 0;
+    if (freed && !freed->packet) return freed;
+    error = freed || library.buffers.is_stale(buffer) ? EPERM : EINVAL;
+    if (!freed && error == EPERM) {
+        if (fires(fault::buf_double_free_accepted)) error = 0;
+        if (fires(fault::buf_double_free_wrong_error)) error = EINVAL;
+    }
+    return nullptr;
+}
+
+std::uint32_t result_of_free(std::uint32_t notice)
+{
+    return chosen_options().low_notice_from_buffers ? notice : 0;
+}
+
+enum class end_of_chain { head, tail };
+
+std::uint32_t trim(kel_buffer *buffer, std::uint32_t size, end_of_chain end)
+{
+    locked_state library;
+    buffer_object *first = buffer ? library->buffers.find(*buffer) : nullptr;
+    if (!first) return EINVAL;
+    const std::uint32_t total = chain_length(first);
+    if (size > total) return ERANGE;
+    if (fires(fault::buf_trim_lost)) return 0;
+    if (fires(fault::buf_trim_other_end)) {
+        end = end == end_of_chain::head ? end_of_chain::tail : end_of_chain::head;
+    }
+    const std::uint32_t kept = fires(fault::buf_trim_keeps_chain) ? 1 : 0;
+    const auto trim_end = end == end_of_chain::head ? trim_front : trim_back;
+    *buffer = handle_of(trim_end(*library, *first, size, total + kept));
+    return 0;
+}
+
+// The part of `buffer` at `offset` from its data start, within head room and data.
+bool find_in_buffer(const buffer_object &buffer, std::int32_t offset, std::int64_t &found)
+{
+    const auto room = static_cast<std::int64_t>(buffer.data_start);
+    found = offset;
+    if (room && found < -room && chosen_options().dptr_clamps) found = -room;
+    return found >= -room && found <= buffer.length;
+}
+
+buffer_object *duplicate(state &library, buffer_object &source, std::uint32_t offset,
+                         std::uint32_t length, std::uint32_t &error)
+{
+    const std::uint32_t total = chain_length(&source);
+    error = EINVAL;
+    if (offset >= total) return nullptr;
+    const std::uint32_t left = total - offset;
+    if (length == KEL_COPY_ALL) length = left;
+    if (fires(fault::buf_duplicate_truncates) && length > left) length = left;
+    if (length == 0 || length > left) return nullptr;
+
+    if (fires(fault::buf_duplicate_wrong_length)) length--;
+    if (fires(fault::buf_duplicate_from_front)) offset = 0;
+    payer charged = payer_beside(source);
+    if (fires(fault::buf_duplicate_not_charged)) charged.client = nullptr;
+    const bool spreads = fires(fault::buf_duplicate_too_many_buffers);
+    const auto [head, result] =
+        obtain_chain(library, charged, length, spreads ? layout::spread : layout::gathered);
+    error = result;
+    if (head) copy_chain(&source, offset, head, length);
+    return head;
+}
+
+} // namespace
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+uint32_t kel_get_bufmem_start(uint64_t *start, uint32_t *length)
+{
+    locked_state library;
+    if (!start || !length) return EINVAL;
+    *start = reinterpret_cast<std::uintptr_t>(library->memory.start());
+    *length = static_cast<std::uint32_t>(library->memory.size());
+    return 0;
+}
+
+uint32_t kel_get_bufmem_info(uint64_t *bpa_paddr, uint64_t *bpa_vaddr, uint64_t *bpa_kvaddr,
+                             uint32_t *length)
+{
+    locked_state library;
+    if (!bpa_paddr || !bpa_vaddr || !bpa_kvaddr || !length) return EINVAL;
+    *bpa_paddr = arena::PHYSICAL_START;
+    *bpa_vaddr = reinterpret_cast<std::uintptr_t>(library->memory.start());
+    *bpa_kvaddr = arena::KERNEL_START;
+    *length = static_cast<std::uint32_t>(library->memory.size());
+    return 0;
+}
+
+kel_buffer kel_get_buffer(kel_client client, kel_bufgroup group, uint32_t size, uint8_t contiguous,
+                          uint32_t *error)
+{
+    locked_state library;
+    const obtained_chain chain = obtain_for(*library, client, group, size, contiguous);
+    if (chain.head && fires(fault::buf_get_one_short)) chain.head->length -= size ? 1 : 0;
+    store_error(error, chain.error);
+    return handle_of(chain.head);
+}
+
+uint32_t kel_get_buffer_list(kel_client client, kel_bufgroup group, uint32_t size,
+                             uint8_t contiguous, uint16_t count, kel_buffer_list *list)
+{
+    locked_state library;
+    client_object *obtainer = library->clients.find(client);
+    bufgroup_object *named = nullptr;
+    if (!obtainer || !list || count > KEL_LIST_MAX) return EINVAL;
+    if (find_group_for_use(*library, *obtainer, group, named)) return EINVAL;
+    *list = {};
+    while (list->allocated < count) {
+        const obtained_chain chain = obtain_for(*library, client, group, size, contiguous);
+        if (!chain.head) break;
+        list->buffers[list->allocated++] = chain.head->handle;
+    }
+    return 0;
+}
+
+uint32_t kel_free_buffer(kel_buffer buffer)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    buffer_object *freed = find_freeable(*library, buffer, error);
+    if (!freed || fires(fault::buf_free_lost)) return error;
+    return result_of_free(free_single(*library, *freed));
+}
+
+uint32_t kel_free_bufchain(kel_buffer buffer)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    buffer_object *freed = find_freeable(*library, buffer, error);
+    if (!freed || fires(fault::buf_free_chain_lost)) return error;
+    if (fires(fault::buf_free_chain_first_only)) {
+        return result_of_free(free_single(*library, *freed));
+    }
+    if (freed->previous) freed->previous->next = nullptr;
+    freed->previous = nullptr;
+    return result_of_free(free_chain(*library, *freed));
+}
+
+uint32_t kel_buf_append(kel_buffer buffer, kel_buffer added)
+{
+    locked_state library;
+    buffer_object *first = library->buffers.find(buffer);
+    buffer_object *appended = library->buffers.find(added);
+    if (!first || !appended || appended->packet) return EINVAL;
+    buffer_object &last = tail_of(*first);
+    if (&last == &tail_of(*appended)) return EINVAL;
+    if (fires(fault::buf_append_lost)) return 0;
+    if (fires(fault::buf_append_behind_first)) {
+        appended->next = first->next;
+        first->next = nullptr;
+        link_behind(*first, *appended);
+        return 0;
+    }
+    link_behind(last, *appended);
+    return 0;
+}
+
+kel_buffer kel_buf_get_next(kel_buffer buffer)
+{
+    locked_state library;
+    const buffer_object *asked = library->buffers.find(buffer);
+    return asked ? handle_of(asked->next) : 0;
+}
+
+uint32_t kel_buf_get_buf_count(kel_buffer buffer)
+{
+    locked_state library;
+    return chain_count(library->buffers.find(buffer));
+}
+
+uint32_t kel_buf_get_dptr(kel_buffer buffer, int32_t offset, void **data, uint32_t *length)
+{
+    locked_state library;
+    const buffer_object *asked = library->buffers.find(buffer);
+    std::int64_t found = 0;
+    if (!asked || !data || !length || !find_in_buffer(*asked, offset, found)) return EINVAL;
+    *data = asked->memory + asked->data_start + found;
+    *length = static_cast<std::uint32_t>(asked->length - found);
+    return 0;
+}
+
+uint32_t kel_buf_get_length(kel_buffer buffer, uint32_t *length)
+{
+    locked_state library;
+    const buffer_object *asked = library->buffers.find(buffer);
+    if (!asked || !length) return EINVAL;
+    *length = asked->length;
+    return 0;
+}
+
+uint32_t kel_buf_set_length(kel_buffer buffer, uint32_t length)
+{
+    locked_state library;
+    buffer_object *changed = library->buffers.find(buffer);
+    if (!changed) return EINVAL;
+    const bool ignores_room = fires(fault::buf_set_length_ignores_head_room);
+    const std::uint32_t room = ignores_room ? 0 : changed->data_start;
+    if (length > changed->capacity - room) return ENOSPC;
+    if (fires(fault::buf_set_length_lost)) return 0;
+    set_buffer_length(*changed, length);
+    return 0;
+}
+
+uint32_t kel_buf_reserve_space(kel_buffer buffer, uint32_t size)
+{
+    locked_state library;
+    buffer_object *changed = library->buffers.find(buffer);
+    if (!changed) return EINVAL;
+    if (changed->space_reserved && !fires(fault::buf_reserve_space_twice)) return EINVAL;
+    const bool takes_all = size == changed->capacity && fires(fault::buf_reserve_space_takes_all);
+    if (size >= changed->capacity && !takes_all) return ENOSPC;
+
+    changed->space_reserved = true;
+    if (!fires(fault::buf_reserve_space_keeps_start)) changed->data_start = size;
+    if (fires(fault::buf_reserve_space_keeps_length)) return 0;
+    set_buffer_length(*changed, changed->capacity - size);
+    return 0;
+}
+
+uint32_t kel_buf_set_data(kel_buffer buffer, uint32_t offset, const void *source, uint32_t length)
+{
+    locked_state library;
+    buffer_object *first = library->buffers.find(buffer);
+    if (!first || !source) return EINVAL;
+    const std::uint64_t end = std::uint64_t{offset} + length;
+    if (end > chain_length(first)) return chosen_options().write_beyond_end_error;
+    if (fires(fault::buf_set_data_first_buffer_only) && end > first->length) return 0;
+    copy_in(first, offset, source, length);
+    return 0;
+}
+
+uint32_t kel_buf_get_data(kel_buffer buffer, uint32_t offset, void *destination, uint32_t *length)
+{
+    locked_state library;
+    buffer_object *first = library->buffers.find(buffer);
+    if (!first || !destination || !length) return EINVAL;
+    const std::uint32_t asked = *length;
+    *length = copy_out(first, offset, destination, asked);
+    return *length == asked ? 0 : ENOSPC;
+}
+
+uint32_t kel_buf_trim_head(kel_buffer *buffer, uint32_t size)
+{
+    return trim(buffer, size, end_of_chain::head);
+}
+
+uint32_t kel_buf_trim_tail(kel_buffer *buffer, uint32_t size)
+{
+    return trim(buffer, size, end_of_chain::tail);
+}
+
+uint32_t kel_buf_adj(kel_buffer *buffer, int32_t size)
+{
+    const bool reversed = fires(fault::buf_adj_reversed);
+    const auto magnitude = static_cast<std::uint32_t>(size < 0 ? -std::int64_t{size} : size);
+    return trim(buffer, magnitude,
+                (size < 0) != reversed ? end_of_chain::tail : end_of_chain::head);
+}
+
+uint32_t kel_buf_add_head(kel_buffer *buffer, uint32_t size)
+{
+    locked_state library;
+    buffer_object *first = buffer ? library->buffers.find(*buffer) : nullptr;
+    if (!first) return EINVAL;
+    const std::uint32_t error = grow_front(*library, first, size);
+    if (!error) *buffer = first->handle;
+    return error;
+}
+
+uint32_t kel_buf_add_tail(kel_buffer buffer, uint32_t size)
+{
+    locked_state library;
+    buffer_object *first = library->buffers.find(buffer);
+    return first ? grow_back(*library, *first, size) : EINVAL;
+}
+
+uint32_t kel_buf_get_paddr(kel_buffer buffer, uint64_t *address, uint32_t *length)
+{
+    locked_state library;
+    const buffer_object *asked = library->buffers.find(buffer);
+    if (!asked || !address || !length) return EINVAL;
+    *address = library->memory.physical_address(asked->memory + asked->data_start);
+    *length = asked->length;
+    return 0;
+}
+
+uint32_t kel_buf_get_paddr_iov(kel_buffer buffer, kel_iovec *entries, uint32_t *count)
+{
+    locked_state library;
+    const buffer_object *first = library->buffers.find(buffer);
+    if (!first || !entries || !count) return EINVAL;
+    const std::uint32_t buffers = chain_count(first);
+    if (buffers > *count) return ENOSPC;
+    *count = 0;
+    for (const buffer_object *each = first; each; each = each->next) {
+        entries[(*count)++] = {library->memory.physical_address(each->memory + each->data_start),
+                               each->length};
+    }
+    return 0;
+}
+
+kel_buffer kel_buf_duplicate(kel_buffer buffer, uint32_t offset, uint32_t length, uint32_t *error)
+{
+    locked_state library;
+    buffer_object *source = library->buffers.find(buffer);
+    std::uint32_t result = EINVAL;
+    const buffer_object *made =
+        source ? duplicate(*library, *source, offset, length, result) : nullptr;
+    store_error(error, result);
+    return handle_of(made);
+}

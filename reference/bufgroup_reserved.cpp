@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+//
+// Reserved buffer groups and their elements. The operations that take many packets or
+// buffers at once stand with those that take one.
+
+#include <cerrno>
+
+#include "reference/bufgroup.h"
+#include "reference/faults.h"
+#include "reference/objects.h"
+#include "reference/options.h"
+
+namespace kel_reference {
+
+namespace {
+
+// Elements begin at a multiple of this many bytes.
+constexpr std::uint64_t ALIGNMENT = 64;
+
+std::uint64_t pitch_of(std::uint32_t element_size, std::uint32_t head_room)
+{
+    return (std::uint64_t{element_size} + head_room + ALIGNMENT - 1) / ALIGNMENT * ALIGNMENT;
+}
+
+struct reservation {
+    std::uint32_t element_size;
+    std::uint32_t element_count;
+    std::uint32_t head_room;
+    bool no_poison;
+};
+
+// A group with its elements; null when the memory cannot be had.
+bufgroup_object *make_reserved_group(state &library, const char *name, const reservation &asked)
+{
+    const std::uint64_t pitch = pitch_of(asked.element_size, asked.head_room);
+    if (asked.element_count > arena::SIZE / pitch) return nullptr;
+    std::byte *elements = library.memory.allocate_region(pitch * asked.element_count);
+    if (!elements) return nullptr;
+    bufgroup_object *made = make_group(library, name);
+    if (!made) {
+        library.memory.free_region(elements, pitch * asked.element_count);
+        return nullptr;
+    }
+    made->reserved = true;
+    made->no_poison = asked.no_poison;
+    made->element_size = asked.element_size;
+    made->element_count = asked.element_count;
+    made->head_room = asked.head_room;
+    made->element_pitch = pitch;
+    made->elements = elements;
+    return made;
+}
+
+std::uint32_t register_reserved(state &library, client_object &client, kel_bufgroup &stored,
+                                const char *name, const reservation &asked)
+{
+    bufgroup_object *group = find_group_by_name(library, name);
+    const bool takes_regular = fires(fault::bufgroup_reserved_register_takes_regular_name);
+    if (group && !group->reserved && !takes_regular) return EINVAL;
+    if (!group) group = make_reserved_group(library, name, asked);
+    if (!group) return ENOMEM;
+    join_group(client, *group);
+    stored = group->handle;
+    return 0;
+}
+
+} // namespace
+
+std::uint32_t elements_left(const bufgroup_object &group)
+{
+    const auto freed = static_cast<std::uint32_t>(group.free_elements.size());
+    const std::uint32_t left = group.element_count - group.untouched_from + freed;
+    return left && fires(fault::bufgroup_reserved_get_one_too_few) ? left - 1 : left;
+}
+
+std::byte *take_element(bufgroup_object &group) noexcept
+{
+    std::byte *taken = nullptr;
+    if (!group.free_elements.empty()) {
+        taken = group.free_elements.back();
+        group.free_elements.pop_back();
+    } else if (group.untouched_from < group.element_count) {
+        // Room to take back what is given out, so that freeing needs no memory.
+        if (group.free_elements.capacity() == group.untouched_from) {
+            group.free_elements.reserve(2 * std::size_t{group.untouched_from} + 16);
+        }
+        taken = group.elements + group.untouched_from++ * group.element_pitch;
+    } else {
+        return nullptr;
+    }
+    arena::unpoison(taken, group.element_pitch);
+    const bool too_close = taken != group.elements && fires(fault::bufgroup_reserved_get_too_close);
+    if (too_close) taken -= group.element_pitch - group.element_size / 2;
+    return taken + group.head_room;
+}
+
+void give_back_element(bufgroup_object &group, std::byte *within)
+{
+    const auto position = static_cast<std::size_t>(within - group.elements);
+    std::byte *element = group.elements + position / group.element_pitch * group.element_pitch;
+    if (!group.no_poison || fires(fault::bufgroup_reserved_free_poisons)) {
+        arena::poison(element, group.element_pitch);
+    }
+    group.free_elements.push_back(element);
+}
+
+void release_elements(state &library, bufgroup_object &group)
+{
+    library.memory.free_region(group.elements, group.element_pitch * group.element_count);
+}
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+uint32_t kel_register_reserved_bufgroup(kel_client client, kel_bufgroup *group, const char *name,
+                                        uint32_t element_size, uint32_t element_count,
+                                        uint32_t head_room, uint32_t no_poison)
+{
+    locked_state library;
+    client_object *registering = library->clients.find(client);
+    if (!registering || !group || !is_group_name(name)) return EINVAL;
+    if (!element_size || !element_count) return EINVAL;
+    const std::uint32_t room = chosen_options().reserved_head_room == 2 ? 0 : head_room;
+    return register_reserved(*library, *registering, *group, name,
+                             {element_size, element_count, room, no_poison != 0});
+}

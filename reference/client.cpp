@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+//
+// Registration of clients, and what the library releases for them.
+
+#include "reference/client.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "reference/daemon.h"
+#include "reference/faults.h"
+#include "reference/objects.h"
+#include "reference/options.h"
+
+namespace kel_reference {
+
+std::uint32_t client_refusal(state &library, kel_client handle)
+{
+    return library.clients.is_stale(handle) ? chosen_options().stale_client_error : EINVAL;
+}
+
+std::uint32_t queue_limit(const client_object &client)
+{
+    constexpr std::uint32_t LEAST_DEPTH = 8;
+    return std::max(client.asked_depth, LEAST_DEPTH);
+}
+
+namespace {
+
+void set_up(state &library, client_object &client, const char *name, std::uint32_t role,
+            std::uint32_t depth)
+{
+    client.name = name ? name : "";
+    client.role = role;
+    if (role == KEL_ROLE_ACTIVE) client.active_since = ++library.activations;
+    client.asked_depth = depth;
+    client.signal_threshold = queue_limit(client) - queue_limit(client) / 4;
+    client.signal_interval = std::chrono::milliseconds(chosen_options().signal_interval);
+}
+
+void release_holdings(state &library, client_object &client)
+{
+    release_events(library, client);
+    release_tags(library, client);
+    release_packets_and_buffers(library, client);
+    release_bufgroups(library, client);
+    cancel_flush(library, client);
+}
+
+} // namespace
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+uint32_t kel_nocrash_set()
+{
+    return 0; // a handle or an argument never ends the process, asked or not
+}
+
+uint32_t kel_register_client(kel_client *client, const char *name, uint32_t role, uint32_t depth)
+{
+    if (role > KEL_ROLE_STANDBY) return EINVAL;
+    if (!client) {
+        return fires(fault::client_register_accepts_null) ? 0 : chosen_options().null_result_error;
+    }
+    signal_descriptor descriptor;
+    if (!descriptor.open()) return ENOMEM;
+
+    locked_state library;
+    client_object *created = library->clients.create();
+    if (!created) return ENOMEM;
+    if (!start_daemon()) {
+        library->clients.release(*created);
+        return ENOMEM;
+    }
+    set_up(*library, *created, name, role, depth);
+    created->descriptor = std::move(descriptor);
+    *client = created->handle;
+    return 0;
+}
+
+uint32_t kel_deregister_client(kel_client client)
+{
+    // Both end after the lock is released: the daemon needs it in order to end.
+    std::unique_ptr<flush_daemon> retired;
+    signal_descriptor closed;
+
+    locked_state library;
+    client_object *released = library->clients.find(client);
+    if (!released) return client_refusal(*library, client);
+    if (fires(fault::client_deregister_stays_valid)) return 0;
+    release_holdings(*library, *released);
+    closed = std::move(released->descriptor);
+    library->clients.release(*released);
+    if (library->clients.size() == 0) retired = retire_daemon();
+    return 0;
+}
+
+int32_t kel_getfd(kel_client client)
+{
+    locked_state library;
+    const client_object *asked = library->clients.find(client);
+    return asked ? asked->descriptor.descriptor() : -1;
+}

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+//
+// The daemon's thread, its start and its end.
+
+#include "reference/daemon.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <system_error>
+
+#include "reference/faults.h"
+#include "reference/transport.h"
+
+namespace kel_reference {
+
+namespace {
+
+constexpr clock::time_point NEVER = clock::time_point::max();
+
+// Reachable for ever, so that leaving the process with clients registered is no leak.
+std::unique_ptr<flush_daemon> &current_daemon()
+{
+    static auto &current = *new std::unique_ptr<flush_daemon>;
+    return current;
+}
+
+// A flush has to be in time on a busy machine, too. Where no priority is granted the daemon
+// does without.
+void raise_priority()
+{
+    sched_param lowest{};
+    lowest.sched_priority = sched_get_priority_min(SCHED_RR);
+    if (pthread_setschedparam(pthread_self(), SCHED_RR, &lowest) != 0) {
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), -20);
+    }
+}
+
+// While it lives, no signal is delivered to this thread and those it starts.
+class signals_blocked {
+public:
+    signals_blocked()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &previous);
+    }
+    signals_blocked(const signals_blocked &) = delete;
+    signals_blocked &operator=(const signals_blocked &) = delete;
+    ~signals_blocked() { pthread_sigmask(SIG_SETMASK, &previous, nullptr); }
+
+private:
+    sigset_t previous;
+};
+
+clock::time_point flush_time(const client_object &client)
+{
+    auto interval = client.signal_interval;
+    if (fires(fault::daemon_flush_too_early)) interval /= 8;
+    if (fires(fault::daemon_flush_too_late)) interval *= 8;
+    return client.last_deferred_send + interval;
+}
+
+// Signals the clients whose interval has passed. Returns when the next one's will have.
+clock::time_point flush_clients(state &library)
+{
+    const clock::time_point now = clock::now();
+    clock::time_point next_flush = NEVER;
+    client_object *next = nullptr;
+    for (client_object *each = library.clients_to_flush.front(); each; each = next) {
+        next = each->list_next;
+        const clock::time_point due = flush_time(*each);
+        if (due > now) {
+            next_flush = std::min(next_flush, due);
+        } else if (fires(fault::daemon_flush_never)) {
+            cancel_flush(library, *each);
+        } else {
+            signal_packets(library, *each);
+        }
+    }
+    return next_flush;
+}
+
+// A thread must not be running when static objects are gone. When the lock is taken, the
+// process is being left from within the library and nobody may wait here.
+struct daemon_end {
+    ~daemon_end()
+    {
+        std::unique_ptr<flush_daemon> retired;
+        std::unique_lock guard(library().lock, std::try_to_lock);
+        if (guard.owns_lock()) retired = retire_daemon();
+        if (guard.owns_lock()) guard.unlock();
+    }
+};
+
+} // namespace
+
+flush_daemon::flush_daemon()
+{
+    const signals_blocked for_the_thread;
+    thread = std::thread(&flush_daemon::run, this);
+    pthread_setname_np(thread.native_handle(), "KELd");
+}
+
+flush_daemon::~flush_daemon()
+{
+    thread.join();
+}
+
+void flush_daemon::run()
+{
+    raise_priority();
+    locked_state library;
+    while (!is_retired) {
+        wakes_at = flush_clients(*library);
+        if (wakes_at == NEVER) {
+            wake.wait(library.lock());
+        } else {
+            wake.wait_until(library.lock(), wakes_at);
+        }
+    }
+}
+
+void flush_daemon::wake_by(clock::time_point time)
+{
+    if (time >= wakes_at) return;
+    wakes_at = time;
+    wake.notify_one();
+}
+
+void flush_daemon::retire()
+{
+    is_retired = true;
+    wake.notify_one();
+}
+
+bool start_daemon()
+{
+    if (current_daemon()) return true;
+    static const daemon_end at_exit;
+    try {
+        current_daemon() = std::make_unique<flush_daemon>();
+    } catch (const std::system_error &) {
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<flush_daemon> retire_daemon()
+{
+    if (current_daemon()) current_daemon()->retire();
+    return std::move(current_daemon());
+}
+
+void defer_signal(state &library, client_object &client)
+{
+    client.last_deferred_send = clock::now();
+    if (!client.flush_pending) {
+        client.flush_pending = true;
+        library.clients_to_flush.push_front(client);
+    }
+    reschedule_flush(client);
+}
+
+void reschedule_flush(const client_object &client)
+{
+    if (client.flush_pending && current_daemon()) current_daemon()->wake_by(flush_time(client));
+}
+
+void cancel_flush(state &library, client_object &client)
+{
+    if (!client.flush_pending) return;
+    client.flush_pending = false;
+    library.clients_to_flush.remove(client);
+}
+
+} // namespace kel_reference

@@ -1,0 +1,425 @@
+// SPDX-License-Identifier: MIT
+//
+// Packet metadata, one field at a time and through the group record.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "reference/chain.h"
+#include "reference/faults.h"
+#include "reference/options.h"
+#include "reference/packet.h"
+
+namespace kel_reference {
+
+namespace {
+
+constexpr std::uint32_t INTERFACE_KINDS = 4;
+
+// What the packet's buffers can hold without data changing place: the data, the room behind
+// it and the empty buffers at the end.
+std::uint32_t length_limit(const packet_object &packet)
+{
+    if (!chosen_options().set_length_grows) return packet.length;
+    std::uint32_t limit = packet.length;
+    for (const buffer_object *each = packet.tail; each; each = each->previous) {
+        limit += tail_room(*each);
+        if (each->length) break;
+    }
+    return limit;
+}
+
+bool length_fits(const packet_object &packet, std::uint32_t length)
+{
+    return length <= length_limit(packet);
+}
+
+// Cuts data off at the end, or lets the last buffer that has data, and those behind it, have
+// more.
+void set_length(packet_object &packet, std::uint32_t length)
+{
+    buffer_object *last = packet.tail;
+    for (; last && packet.length > length; last = last->previous) {
+        const std::uint32_t less = std::min(last->length, packet.length - length);
+        set_buffer_length(*last, last->length - less);
+    }
+    if (packet.length >= length) return;
+    while (!last->length && last->previous) last = last->previous;
+    for (; last; last = last->next) {
+        const std::uint32_t more = std::min(tail_room(*last), length - packet.length);
+        set_buffer_length(*last, last->length + more);
+    }
+}
+
+bool is_offset_allowed(std::uint32_t packet_length, std::int64_t offset)
+{
+    if (offset < 0 || offset > std::int64_t{UINT32_MAX}) return false;
+    if (packet_length == 0) return !fires(fault::metadata_set_offset_bounds_empty);
+    if (fires(fault::metadata_set_offset_no_bound)) return true;
+    return offset < packet_length ||
+           (offset == packet_length && chosen_options().offset_may_equal_length);
+}
+
+bool is_settable_offset(std::uint32_t kind)
+{
+    if (kind == OFFSET_DATA) return fires(fault::metadata_set_offset_sets_data);
+    return is_offset_kind(kind);
+}
+
+std::uint32_t write_offset(packet_object &packet, std::uint32_t kind, std::int64_t offset)
+{
+    if (!is_offset_allowed(packet.length, offset)) return chosen_options().bound_error;
+    const auto value = static_cast<std::uint32_t>(offset);
+    if (fires(fault::metadata_set_offset_lost)) return 0;
+    packet.metadata.offsets[kind] = value;
+    if (fires(fault::metadata_set_offset_all_kinds)) packet.metadata.offsets.fill(value);
+    return 0;
+}
+
+template <typename value_type>
+std::uint32_t read_field(kel_packet packet, value_type packet_metadata::*field, value_type *stored)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    if (!read || !stored) return EINVAL;
+    *stored = read->metadata.*field;
+    return 0;
+}
+
+template <typename value_type>
+std::uint32_t write_field(kel_packet packet, value_type packet_metadata::*field, value_type value,
+                          fault lost)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written) return EINVAL;
+    if (!fires(lost)) written->metadata.*field = value;
+    return 0;
+}
+
+// A field of the group record beside the packet's own; LENGTH is the packet's, not metadata.
+struct group_field {
+    std::uint32_t bit;
+    std::size_t in_group;
+    std::size_t in_metadata;
+    std::size_t size;
+    fault lost;
+};
+
+#define GROUP_FIELD(bit, group_member, member, index, lost)                                        \
+    {                                                                                              \
+        bit, offsetof(kel_metadata_group, group_member),                                           \
+            offsetof(packet_metadata, member) +                                                    \
+                (index) * sizeof(kel_metadata_group::group_member),                                \
+            sizeof(kel_metadata_group::group_member), fault::metadata_group_set_##lost             \
+    }
+
+constexpr group_field GROUP_FIELDS[] = {
+    GROUP_FIELD(KEL_METADATA_TAG, tag, tag, 0, loses_tag),
+    GROUP_FIELD(KEL_METADATA_CAUSE, cause, cause, 0, loses_cause),
+    GROUP_FIELD(KEL_METADATA_PRIORITY, priority, priority, 0, loses_priority),
+    GROUP_FIELD(KEL_METADATA_LINK_TYPE, link_type, link_type, 0, loses_link_type),
+    GROUP_FIELD(KEL_METADATA_VRF_ID, vrf_id, vrf_id, 0, loses_vrf_id),
+    GROUP_FIELD(KEL_METADATA_TOPOLOGY_ID, topology_id, topology_id, 0, loses_topology_id),
+    GROUP_FIELD(KEL_METADATA_INGRESS_VLAN_ID, ingress_vlan_id, ingress_vlan_id, 0,
+                loses_ingress_vlan_id),
+    GROUP_FIELD(KEL_METADATA_EGRESS_VLAN_ID, egress_vlan_id, egress_vlan_id, 0,
+                loses_egress_vlan_id),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_1, opaque_1, opaque, 0, loses_opaque),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_2, opaque_2, opaque, 1, loses_opaque),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_3, opaque_3, opaque, 2, loses_opaque),
+    GROUP_FIELD(KEL_METADATA_DATA_START, data_start, offsets, OFFSET_DATA, loses_data_start),
+    GROUP_FIELD(KEL_METADATA_NETWORK_START, network_start, offsets, OFFSET_NETWORK,
+                loses_network_start),
+    GROUP_FIELD(KEL_METADATA_TRANSPORT_START, transport_start, offsets, OFFSET_TRANSPORT,
+                loses_transport_start),
+    GROUP_FIELD(KEL_METADATA_APP_START, app_start, offsets, OFFSET_APP, loses_app_start),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_4, opaque_4, opaque, 3, loses_opaque),
+    GROUP_FIELD(KEL_METADATA_DELTA, delta, delta, 0, loses_delta),
+    GROUP_FIELD(KEL_METADATA_IF_INPUT, if_input, ifids, IF_INPUT, loses_if_input),
+    GROUP_FIELD(KEL_METADATA_IF_OUTPUT, if_output, ifids, IF_OUTPUT, loses_if_output),
+    GROUP_FIELD(KEL_METADATA_IF_INPUT_L2_PHYSICAL, if_input_l2_physical, ifids,
+                IF_INPUT_L2_PHYSICAL, loses_if_input_l2_physical),
+    GROUP_FIELD(KEL_METADATA_IF_INPUT_L2_LOGICAL, if_input_l2_logical, ifids, IF_INPUT_L2_LOGICAL,
+                loses_if_input_l2_logical),
+};
+
+#undef GROUP_FIELD
+
+template <typename record> auto bytes_at(record &object, std::size_t position)
+{
+    if constexpr (std::is_const_v<record>) {
+        return reinterpret_cast<const std::byte *>(&object) + position;
+    } else {
+        return reinterpret_cast<std::byte *>(&object) + position;
+    }
+}
+
+// Whether what the mask selects may be written to the packet.
+bool group_is_allowed(const kel_metadata_group &group, const packet_object &packet)
+{
+    const bool sets_length = group.mask & KEL_METADATA_LENGTH;
+    if (sets_length && !length_fits(packet, group.length)) return false;
+    const std::uint32_t length = sets_length ? group.length : packet.length;
+    const std::uint32_t offsets[] = {group.data_start, group.network_start, group.transport_start,
+                                     group.app_start};
+    for (std::size_t kind = 0; kind < std::size(offsets); kind++) {
+        const bool selected = group.mask & KEL_METADATA_DATA_START << kind;
+        if (selected && !is_offset_allowed(length, offsets[kind])) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+packet_metadata fresh_metadata()
+{
+    packet_metadata fresh;
+    if (const std::uint32_t value = chosen_options().fresh_metadata) {
+        const auto narrow = static_cast<std::uint16_t>(value);
+        fresh.cause = value;
+        fresh.priority = narrow;
+        fresh.link_type = narrow;
+        fresh.vrf_id = value;
+        fresh.topology_id = value;
+        fresh.ingress_vlan_id = narrow;
+        fresh.egress_vlan_id = narrow;
+        fresh.opaque.fill(value);
+        fresh.delta = value;
+        fresh.ifids.fill(value);
+    }
+    return fresh;
+}
+
+bool is_offset_kind(std::uint32_t kind)
+{
+    return kind < chosen_options().offset_kinds;
+}
+
+void raise_offsets(packet_metadata &metadata, std::uint32_t size)
+{
+    for (std::size_t kind = OFFSET_NETWORK; kind < MAX_OFFSET_KINDS; kind++) {
+        std::uint32_t &offset = metadata.offsets[kind];
+        offset += std::min(size, UINT32_MAX - offset);
+    }
+}
+
+void lower_offsets(packet_metadata &metadata, std::uint32_t size)
+{
+    for (std::size_t kind = OFFSET_NETWORK; kind < MAX_OFFSET_KINDS; kind++) {
+        std::uint32_t &offset = metadata.offsets[kind];
+        offset -= fires(fault::metadata_offset_wraps) ? size : std::min(size, offset);
+    }
+}
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+uint32_t kel_get_length(kel_packet packet)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    return read ? read->length : 0;
+}
+
+uint32_t kel_set_length(kel_packet packet, uint32_t length)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written) return EINVAL;
+    if (!length_fits(*written, length)) return chosen_options().bound_error;
+    if (!fires(fault::metadata_set_length_lost)) set_length(*written, length);
+    return 0;
+}
+
+kel_tag kel_get_tag(kel_packet packet)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    return read ? read->metadata.tag : 0;
+}
+
+uint32_t kel_set_tag(kel_packet packet, kel_tag tag)
+{
+    return write_field(packet, &packet_metadata::tag, tag, fault::metadata_set_tag_lost);
+}
+
+uint32_t kel_get_ifid(kel_packet packet, uint32_t kind, uint64_t *id)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    if (!read || kind >= INTERFACE_KINDS || !id) return EINVAL;
+    *id = read->metadata.ifids[kind];
+    return 0;
+}
+
+uint32_t kel_set_ifid(kel_packet packet, uint32_t kind, uint64_t id)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written || kind >= INTERFACE_KINDS) return EINVAL;
+    if (fires(fault::metadata_set_ifid_lost)) return 0;
+    written->metadata.ifids[kind] = id;
+    if (fires(fault::metadata_set_ifid_all_kinds)) written->metadata.ifids.fill(id);
+    if (fires(fault::metadata_set_ifid_signed)) written->metadata.ifids[kind] |= ~0ull << 32;
+    return 0;
+}
+
+uint64_t kel_get_input_ifid(kel_packet packet)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    return read ? read->metadata.ifids[IF_INPUT] : 0;
+}
+
+uint32_t kel_get_offset(kel_packet packet, uint32_t kind, uint32_t *offset)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    if (!read || !is_offset_kind(kind) || !offset) return EINVAL;
+    *offset = read->metadata.offsets[kind];
+    return 0;
+}
+
+uint32_t kel_set_offset(kel_packet packet, uint32_t kind, uint32_t offset)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written || !is_settable_offset(kind)) return EINVAL;
+    return write_offset(*written, kind, offset);
+}
+
+uint32_t kel_adj_offset(kel_packet packet, uint32_t kind, int32_t adjustment)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written || !is_settable_offset(kind)) return EINVAL;
+    const std::int64_t before =
+        fires(fault::metadata_adj_offset_sets) ? 0 : written->metadata.offsets[kind];
+    return write_offset(*written, kind, before + adjustment);
+}
+
+uint32_t kel_get_cause(kel_packet packet, uint32_t *cause)
+{
+    return read_field(packet, &packet_metadata::cause, cause);
+}
+
+uint32_t kel_set_cause(kel_packet packet, uint32_t cause)
+{
+    return write_field(packet, &packet_metadata::cause, cause, fault::metadata_set_cause_lost);
+}
+
+uint32_t kel_get_priority(kel_packet packet, uint16_t *priority)
+{
+    return read_field(packet, &packet_metadata::priority, priority);
+}
+
+uint32_t kel_set_priority(kel_packet packet, uint16_t priority)
+{
+    return write_field(packet, &packet_metadata::priority, priority,
+                       fault::metadata_set_priority_lost);
+}
+
+uint32_t kel_get_link_type(kel_packet packet, uint16_t *link_type)
+{
+    return read_field(packet, &packet_metadata::link_type, link_type);
+}
+
+uint32_t kel_set_link_type(kel_packet packet, uint16_t link_type)
+{
+    return write_field(packet, &packet_metadata::link_type, link_type,
+                       fault::metadata_set_link_type_lost);
+}
+
+uint32_t kel_get_vrf_id(kel_packet packet, uint32_t *vrf_id)
+{
+    return read_field(packet, &packet_metadata::vrf_id, vrf_id);
+}
+
+uint32_t kel_set_vrf_id(kel_packet packet, uint32_t vrf_id)
+{
+    return write_field(packet, &packet_metadata::vrf_id, vrf_id, fault::metadata_set_vrf_id_lost);
+}
+
+uint32_t kel_get_topology_id(kel_packet packet, uint32_t *topology_id)
+{
+    return read_field(packet, &packet_metadata::topology_id, topology_id);
+}
+
+uint32_t kel_set_topology_id(kel_packet packet, uint32_t topology_id)
+{
+    return write_field(packet, &packet_metadata::topology_id, topology_id,
+                       fault::metadata_set_topology_id_lost);
+}
+
+uint32_t kel_get_ingress_vlan_id(kel_packet packet, uint16_t *vlan_id)
+{
+    return read_field(packet, &packet_metadata::ingress_vlan_id, vlan_id);
+}
+
+uint32_t kel_set_ingress_vlan_id(kel_packet packet, uint16_t vlan_id)
+{
+    return write_field(packet, &packet_metadata::ingress_vlan_id, vlan_id,
+                       fault::metadata_set_ingress_vlan_id_lost);
+}
+
+uint32_t kel_get_egress_vlan_id(kel_packet packet, uint16_t *vlan_id)
+{
+    return read_field(packet, &packet_metadata::egress_vlan_id, vlan_id);
+}
+
+uint32_t kel_set_egress_vlan_id(kel_packet packet, uint16_t vlan_id)
+{
+    return write_field(packet, &packet_metadata::egress_vlan_id, vlan_id,
+                       fault::metadata_set_egress_vlan_id_lost);
+}
+
+uint32_t kel_get_caller(kel_packet packet, uint32_t *pid, uintptr_t *pc)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    if (!read || !pid || !pc) return EINVAL;
+    *pid = read->caller_pid;
+    *pc = read->caller_pc;
+    return 0;
+}
+
+void kel_metadata_init(kel_metadata_group *group)
+{
+    if (group) *group = {};
+}
+
+uint32_t kel_metadata_get(kel_metadata_group *group, kel_packet packet)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    if (!read || !group) return EINVAL;
+    if (group->mask & KEL_METADATA_LENGTH) group->length = read->length;
+    for (const group_field &field : GROUP_FIELDS) {
+        if (!(group->mask & field.bit)) continue;
+        std::memcpy(bytes_at(*group, field.in_group), bytes_at(read->metadata, field.in_metadata),
+                    field.size);
+    }
+    return 0;
+}
+
+uint32_t kel_metadata_set(kel_metadata_group *group, kel_packet packet)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    if (!written || !group) return EINVAL;
+    if (!group_is_allowed(*group, *written)) return chosen_options().bound_error;
+    const bool sets_length = group->mask & KEL_METADATA_LENGTH;
+    if (sets_length && !fires(fault::metadata_group_set_loses_length)) {
+        set_length(*written, group->length);
+    }
+    for (const group_field &field : GROUP_FIELDS) {
+        if (!(group->mask & field.bit) || fires(field.lost)) continue;
+        std::memcpy(bytes_at(written->metadata, field.in_metadata),
+                    bytes_at(*group, field.in_group), field.size);
+    }
+    return 0;
+}

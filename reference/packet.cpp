@@ -1,0 +1,528 @@
+// SPDX-License-Identifier: MIT
+//
+// Packets: getting and freeing them, joining buffers to them, growing, trimming, copying,
+// duplicating.
+
+#include "reference/packet.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "reference/bufgroup.h"
+#include "reference/chain.h"
+#include "reference/faults.h"
+#include "reference/objects.h"
+#include "reference/options.h"
+#include "reference/tlv.h"
+
+namespace kel_reference {
+
+namespace {
+
+// The most TLVs that come with a packet.
+constexpr std::uint32_t MAX_FIRST_TLVS = 64;
+
+std::uint32_t process_id = 0;
+
+// Asking the system for every packet would cost more than the packet.
+std::uint32_t caller_pid()
+{
+    if (!process_id) {
+        static const int registered = pthread_atfork(nullptr, nullptr, [] { process_id = 0; });
+        static_cast<void>(registered);
+        process_id = static_cast<std::uint32_t>(getpid());
+    }
+    return process_id;
+}
+
+std::uintptr_t address_of(const void *code)
+{
+    return reinterpret_cast<std::uintptr_t>(code);
+}
+
+packet_object *make_header(state &library, client_object &holder, bufgroup_object *group,
+                           std::uintptr_t pc)
+{
+    packet_object *made = library.packets.create();
+    if (!made) return nullptr;
+    made->holder = &holder;
+    made->group = group;
+    made->metadata = fresh_metadata();
+    made->caller_pid = caller_pid();
+    made->caller_pc = pc;
+    holder.packets.push_front(*made);
+    if (group) refer_to_group(*group);
+    return made;
+}
+
+std::uint32_t allocate_first_tlvs(packet_object &packet, std::uint32_t number, std::uint32_t size)
+{
+    if (!chosen_options().with_tlv_counts) return allocate_tlv(packet, number, size);
+    if (number > MAX_FIRST_TLVS) return ENOSPC;
+    for (std::uint32_t id = 1; id <= number; id++) {
+        if (const std::uint32_t error = allocate_tlv(packet, id, size)) return error;
+    }
+    return 0;
+}
+
+struct packet_order {
+    kel_client client;
+    kel_bufgroup group;
+    std::uint32_t size;
+    layout wanted;
+    std::uint32_t tlv; // 0: none
+    std::uint32_t tlv_size;
+    std::uintptr_t pc;
+};
+
+// A packet as ordered. `error` is 0 or a notice, or with null the reason.
+packet_object *make_packet(state &library, const packet_order &order, std::uint32_t &error)
+{
+    client_object *client = library.clients.find(order.client);
+    bufgroup_object *group = nullptr;
+    error = client ? find_group_for_use(library, *client, order.group, group) : EINVAL;
+    if (error) return nullptr;
+
+    packet_object *made = make_header(library, *client, group, order.pc);
+    if (!made) {
+        error = ENOMEM;
+        return nullptr;
+    }
+    error = order.tlv ? allocate_first_tlvs(*made, order.tlv, order.tlv_size) : 0;
+    if (!error) {
+        const obtained_chain chain =
+            obtain_chain(library, {client, group}, order.size, order.wanted);
+        error = chain.error;
+        if (chain.head) {
+            link_into_empty(*made, *chain.head);
+            return made;
+        }
+    }
+    release_packet(library, *made);
+    return nullptr;
+}
+
+void shorten(buffer_object &buffer)
+{
+    set_buffer_length(buffer, buffer.length - 1);
+}
+
+kel_packet handle_of(const packet_object *packet)
+{
+    return packet ? packet->handle : 0;
+}
+
+kel_packet make_bare_header(const packet_order &order)
+{
+    locked_state library;
+    client_object *client = library->clients.find(order.client);
+    packet_object *made = client ? make_header(*library, *client, nullptr, order.pc) : nullptr;
+    if (!made) return 0;
+    if (order.tlv && allocate_first_tlvs(*made, order.tlv, order.tlv_size)) {
+        release_packet(*library, *made);
+        return 0;
+    }
+    return made->handle;
+}
+
+std::uint32_t free_by_handle(kel_packet packet)
+{
+    locked_state library;
+    if (packet_object *freed = library->packets.find(packet)) {
+        if (fires(fault::packet_free_lost)) return 0;
+        return release_packet(*library, *freed);
+    }
+    if (!library->packets.is_stale(packet)) return EINVAL;
+    if (fires(fault::packet_double_free_accepted)) return 0;
+    return fires(fault::packet_double_free_wrong_error) ? EINVAL : EPERM;
+}
+
+void clear_offsets(packet_object &packet)
+{
+    packet.metadata.offsets.fill(0);
+}
+
+// Where in the data `offset` from the offset of that kind lies; false for an unknown kind.
+bool find_position(const packet_object &packet, std::uint32_t kind, std::uint32_t offset,
+                   std::uint64_t &position)
+{
+    if (kind >= chosen_options().data_kinds) return false;
+    const bool from_start = kind == OFFSET_DATA && !chosen_options().data_start_moves_data;
+    position = std::uint64_t{from_start ? 0 : packet.metadata.offsets[kind]} + offset;
+    return true;
+}
+
+// The length of the stretch that a duplicate of `source` takes from `position` on; 0 when
+// there is no such stretch.
+std::uint32_t stretch_length(const packet_object &source, std::uint64_t position,
+                             std::uint32_t asked)
+{
+    if (position >= source.length) return 0;
+    const std::uint64_t left = source.length - position;
+    if (asked == KEL_COPY_ALL) return static_cast<std::uint32_t>(left);
+    return asked <= left ? asked : 0;
+}
+
+void duplicate_metadata(packet_object &made, const packet_object &source, std::uint32_t position)
+{
+    if (fires(fault::packet_duplicate_loses_metadata)) return;
+    made.metadata = source.metadata;
+    if (fires(fault::packet_duplicate_loses_tag)) made.metadata.tag = 0;
+    if (fires(fault::packet_duplicate_loses_ifids)) made.metadata.ifids.fill(0);
+    if (fires(fault::packet_duplicate_keeps_offsets)) return;
+    lower_offsets(made.metadata, position);
+    std::uint32_t &data_start = made.metadata.offsets[OFFSET_DATA];
+    data_start -= std::min(data_start, position);
+    if (fires(fault::packet_duplicate_counts_data_offset)) data_start = position;
+}
+
+packet_object *duplicate(state &library, packet_object &source, std::uint32_t position,
+                         std::uint32_t length, std::uintptr_t pc, std::uint32_t &error)
+{
+    payer charged = payer_beside(*source.head);
+    if (fires(fault::packet_duplicate_other_group)) charged.group = nullptr;
+    packet_object *made = make_header(library, *source.holder, charged.group, pc);
+    error = made ? 0 : ENOMEM;
+    if (!made) return nullptr;
+
+    if (!fires(fault::packet_duplicate_loses_tlvs)) error = copy_tlvs(*made, source);
+    if (!error) {
+        if (fires(fault::packet_duplicate_wrong_length)) length--;
+        if (fires(fault::packet_duplicate_from_front)) position = 0;
+        const obtained_chain chain = obtain_chain(library, charged, length, layout::gathered);
+        error = chain.error;
+        if (chain.head) {
+            link_into_empty(*made, *chain.head);
+            copy_chain(source.head, position, made->head, length);
+            duplicate_metadata(*made, source, position);
+            return made;
+        }
+    }
+    release_packet(library, *made);
+    return nullptr;
+}
+
+// Puts the packet's data into one new buffer.
+std::uint32_t gather(state &library, packet_object &packet)
+{
+    const std::uint32_t length = packet.length;
+    const obtained_chain one =
+        obtain_chain(library, payer_beside(*packet.head), length, layout::contiguous);
+    if (!one.head) return one.error;
+    const bool loses_tail = fires(fault::packet_coalesce_loses_tail);
+    copy_chain(packet.head, 0, one.head, loses_tail ? packet.head->length : length);
+    free_chain(library, *packet.head);
+    link_into_empty(packet, *one.head);
+    return 0;
+}
+
+std::uint32_t trim_packet(state &library, packet_object &packet, std::uint32_t size, bool at_head)
+{
+    if (size > packet.length) return ERANGE;
+    const std::uint32_t length = packet.length;
+    const std::uint32_t kept = fires(fault::packet_trim_keeps_chain) ? 1 : 0;
+    const auto trim = at_head ? trim_front : trim_back;
+    trim(library, *packet.head, size, length + kept);
+    if (fires(fault::packet_trim_keeps_length)) packet.length = length;
+    if (at_head && !fires(fault::packet_trim_head_keeps_offsets)) {
+        lower_offsets(packet.metadata, size);
+    }
+    if (!packet.head && !fires(fault::packet_trim_keeps_offsets_of_nothing)) clear_offsets(packet);
+    return 0;
+}
+
+} // namespace
+
+std::uint32_t release_packet(state &library, packet_object &packet)
+{
+    if (packet.queued_at) dequeue(library, packet);
+    packet.holder->packets.remove(packet);
+    const std::uint32_t notice = packet.head ? free_chain(library, *packet.head) : 0;
+    bufgroup_object *group = packet.group;
+    library.packets.release(packet);
+    if (group) drop_group_reference(library, *group);
+    return notice;
+}
+
+void change_holder(packet_object &packet, client_object &holder)
+{
+    packet.holder->packets.remove(packet);
+    packet.holder = &holder;
+    holder.packets.push_front(packet);
+}
+
+void release_packets_and_buffers(state &library, client_object &client)
+{
+    while (packet_object *held = client.packets.front()) {
+        library.released_by_deregistration++;
+        release_packet(library, *held);
+    }
+    while (buffer_object *obtained = client.buffers.front()) {
+        if (obtained->packet) {
+            forget_obtainer(*obtained);
+            continue;
+        }
+        library.released_by_deregistration++;
+        free_single(library, *obtained);
+    }
+}
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+kel_packet kel_get_packet(kel_client client, kel_bufgroup group, uint32_t size, uint8_t contiguous,
+                          uint32_t *error)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    locked_state library;
+    const layout wanted = contiguous ? layout::contiguous : layout::spread;
+    std::uint32_t result = 0;
+    packet_object *made = make_packet(*library, {client, group, size, wanted, 0, 0, pc}, result);
+    if (made && fires(fault::packet_get_with_tag)) made->metadata.tag = 1;
+    if (made && size && fires(fault::packet_get_one_short)) shorten(*made->tail);
+    store_error(error, result);
+    return handle_of(made);
+}
+
+kel_packet kel_get_pkthdr(kel_client client)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    return make_bare_header({client, 0, 0, layout::gathered, 0, 0, pc});
+}
+
+kel_packet kel_get_packet_with_tlv(kel_client client, kel_bufgroup group, uint32_t size, uint8_t,
+                                   uint32_t tlv, uint32_t tlv_size, uint32_t *error)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    locked_state library;
+    std::uint32_t result = 0;
+    packet_object *made =
+        make_packet(*library, {client, group, size, layout::gathered, tlv, tlv_size, pc}, result);
+    store_error(error, result);
+    return handle_of(made);
+}
+
+kel_packet kel_get_pkthdr_with_tlv(kel_client client, uint32_t tlv, uint32_t tlv_size)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    return make_bare_header({client, 0, 0, layout::gathered, tlv, tlv_size, pc});
+}
+
+uint32_t kel_get_packet_list(kel_packet_list *list)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    locked_state library;
+    if (!list || list->count > KEL_LIST_MAX) return EINVAL;
+    list->allocated = 0;
+    for (std::uint32_t index = 0; index < KEL_LIST_MAX; index++) {
+        list->results[index] = {};
+        if (index >= list->count) continue;
+        const kel_packet_request &asked = list->requests[index];
+        std::uint32_t error = 0;
+        const packet_object *made = make_packet(*library,
+                                                {asked.client, asked.group, asked.size,
+                                                 layout::gathered, asked.tlv, asked.tlv_size, pc},
+                                                error);
+        list->results[index] = {handle_of(made), chosen_options().list_result_error ? error : 0};
+        if (made) list->allocated++;
+    }
+    return 0;
+}
+
+uint32_t kel_free_packet(kel_packet packet)
+{
+    return free_by_handle(packet);
+}
+
+uint32_t kel_free_pkthdr(kel_packet packet)
+{
+    return free_by_handle(packet);
+}
+
+kel_buffer kel_get_buf_head(kel_packet packet)
+{
+    locked_state library;
+    const packet_object *asked = library->packets.find(packet);
+    return asked && asked->head ? asked->head->handle : 0;
+}
+
+uint32_t kel_append(kel_packet packet, kel_buffer buffer)
+{
+    locked_state library;
+    packet_object *grown = library->packets.find(packet);
+    buffer_object *added = library->buffers.find(buffer);
+    if (!grown || !added || added->packet) return EINVAL;
+    const std::uint32_t length = grown->length;
+    if (!grown->head) {
+        link_into_empty(*grown, *added);
+    } else if (fires(fault::packet_append_in_front)) {
+        link_before(*grown->head, *added);
+    } else {
+        link_behind(*grown->tail, *added);
+    }
+    if (fires(fault::packet_append_keeps_length)) grown->length = length;
+    if (fires(fault::packet_append_keeps_count)) grown->buffer_count = 1;
+    return 0;
+}
+
+uint32_t kel_prepend(kel_packet packet, kel_buffer buffer)
+{
+    locked_state library;
+    packet_object *grown = library->packets.find(packet);
+    buffer_object *added = library->buffers.find(buffer);
+    if (!grown || !added || added->packet) return EINVAL;
+    const std::uint32_t length = grown->length;
+    if (!grown->head) {
+        link_into_empty(*grown, *added);
+    } else if (fires(fault::packet_prepend_behind)) {
+        link_behind(*grown->tail, *added);
+    } else {
+        link_before(*grown->head, *added);
+    }
+    if (fires(fault::packet_prepend_keeps_length)) grown->length = length;
+    return 0;
+}
+
+uint32_t kel_get_buf_count(kel_packet packet)
+{
+    locked_state library;
+    const packet_object *asked = library->packets.find(packet);
+    return asked ? asked->buffer_count : ~0u;
+}
+
+uint32_t kel_coalesce(kel_packet packet)
+{
+    locked_state library;
+    packet_object *gathered = library->packets.find(packet);
+    if (!gathered) return EINVAL;
+    if (gathered->buffer_count <= 1 || fires(fault::packet_coalesce_lost)) return 0;
+    if (!fires(fault::packet_coalesce_keeps_charge)) return gather(*library, *gathered);
+
+    client_object *obtainer = gathered->tail->obtainer;
+    const std::uint32_t error = gather(*library, *gathered);
+    if (!error && obtainer) recharge(*gathered->head, *obtainer);
+    return error;
+}
+
+uint32_t kel_reserve_space(kel_packet packet, uint32_t size)
+{
+    locked_state library;
+    packet_object *reserved = library->packets.find(packet);
+    if (!reserved || !reserved->head) return EINVAL;
+    if (reserved->space_reserved && !fires(fault::packet_reserve_space_twice)) return EINVAL;
+    buffer_object &head = *reserved->head;
+    const bool takes_all = size == reserved->length && fires(fault::packet_reserve_space_takes_all);
+    if ((size >= reserved->length && !takes_all) || size > head.length) return ENOSPC;
+
+    reserved->space_reserved = true;
+    head.space_reserved = true;
+    if (!fires(fault::packet_reserve_space_keeps_start)) head.data_start += size;
+    if (fires(fault::packet_reserve_space_keeps_length)) reserved->length += size;
+    set_buffer_length(head, head.length - size);
+    if (fires(fault::packet_reserve_space_moves_offsets)) lower_offsets(reserved->metadata, size);
+    return 0;
+}
+
+uint32_t kel_head_space(kel_packet packet, uint32_t *size)
+{
+    locked_state library;
+    const packet_object *asked = library->packets.find(packet);
+    if (!asked || !asked->head || !size) return EINVAL;
+    *size = asked->head->data_start;
+    return 0;
+}
+
+uint32_t kel_add_head(kel_packet packet, uint32_t size)
+{
+    locked_state library;
+    packet_object *grown = library->packets.find(packet);
+    if (!grown || !grown->head) return EINVAL;
+    buffer_object *head = grown->head;
+    const std::uint32_t asked = size && fires(fault::packet_add_head_one_short) ? size - 1 : size;
+    if (const std::uint32_t error = grow_front(*library, head, asked)) return error;
+    if (!fires(fault::packet_add_head_keeps_offsets)) raise_offsets(grown->metadata, size);
+    return 0;
+}
+
+uint32_t kel_add_tail(kel_packet packet, uint32_t size)
+{
+    locked_state library;
+    packet_object *grown = library->packets.find(packet);
+    if (!grown || !grown->head) return EINVAL;
+    const std::uint32_t asked = size && fires(fault::packet_add_tail_one_short) ? size - 1 : size;
+    if (const std::uint32_t error = grow_back(*library, *grown->head, asked)) return error;
+    if (fires(fault::packet_add_tail_moves_offsets)) raise_offsets(grown->metadata, size);
+    return 0;
+}
+
+uint32_t kel_trim_head(kel_packet packet, uint32_t size)
+{
+    locked_state library;
+    packet_object *trimmed = library->packets.find(packet);
+    if (!trimmed || !trimmed->head) return EINVAL;
+    const bool at_head = !fires(fault::packet_trim_head_at_tail);
+    return trim_packet(*library, *trimmed, size, at_head);
+}
+
+uint32_t kel_trim_tail(kel_packet packet, uint32_t size)
+{
+    locked_state library;
+    packet_object *trimmed = library->packets.find(packet);
+    if (!trimmed || !trimmed->head) return EINVAL;
+    const bool at_head = fires(fault::packet_trim_tail_at_head);
+    return trim_packet(*library, *trimmed, size, at_head);
+}
+
+uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset, const void *source,
+                      uint32_t length)
+{
+    locked_state library;
+    packet_object *written = library->packets.find(packet);
+    std::uint64_t position = 0;
+    if (!written || !source || !find_position(*written, kind, offset, position)) return EINVAL;
+    if (position + length > written->length) return chosen_options().write_beyond_end_error;
+    const bool first_only = written->head && fires(fault::packet_set_data_first_buffer_only);
+    copy_in(written->head, position, source,
+            first_only ? std::min(length, written->head->length) : length);
+    return 0;
+}
+
+uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset, void *destination,
+                      uint32_t *length)
+{
+    locked_state library;
+    const packet_object *read = library->packets.find(packet);
+    std::uint64_t position = 0;
+    if (!read || !destination || !length || !find_position(*read, kind, offset, position)) {
+        return EINVAL;
+    }
+    const std::uint32_t asked = *length;
+    *length = copy_out(read->head, position, destination, asked);
+    return *length == asked || chosen_options().get_data_short_succeeds ? 0 : ENOSPC;
+}
+
+kel_packet kel_duplicate(kel_packet packet, uint32_t kind, uint32_t offset, uint32_t length,
+                         uint32_t *error)
+{
+    const std::uintptr_t pc = address_of(__builtin_return_address(0));
+    locked_state library;
+    packet_object *source = library->packets.find(packet);
+    if (!source || !source->head || !is_offset_kind(kind)) {
+        store_error(error, EINVAL);
+        return 0;
+    }
+    const std::uint64_t position = std::uint64_t{source->metadata.offsets[kind]} + offset;
+    const std::uint32_t taken = length ? stretch_length(*source, position, length) : 0;
+    std::uint32_t result = EINVAL;
+    const packet_object *made =
+        taken
+            ? duplicate(*library, *source, static_cast<std::uint32_t>(position), taken, pc, result)
+            : nullptr;
+    store_error(error, result);
+    return handle_of(made);
+}

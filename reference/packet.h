@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+//
+// What metadata.cpp and packet.cpp need of each other, with the library's lock held.
+#pragma once
+
+#include "reference/state.h"
+
+namespace kel_reference {
+
+// The metadata of a packet just obtained.
+packet_metadata fresh_metadata();
+
+// Whether `kind` is one of the offset kinds that exist.
+bool is_offset_kind(std::uint32_t kind);
+
+// How the offsets but OFFSET_DATA follow a change at the front of the data.
+void raise_offsets(packet_metadata &metadata, std::uint32_t size);
+void lower_offsets(packet_metadata &metadata, std::uint32_t size);
+
+} // namespace kel_reference

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+//
+// A descriptor for the caller's own select: readable while packets are signalled, with an
+// exceptional condition while an event is pending, each set and cleared on its own. A
+// connected pair of loopback TCP sockets does this: an in-band byte makes it readable, an
+// out-of-band byte raises the exceptional condition.
+#pragma once
+
+#include <utility>
+
+namespace kel_reference {
+
+// A descriptor that is closed with its owner.
+class unique_descriptor {
+public:
+    unique_descriptor() = default;
+    explicit unique_descriptor(int owned) : descriptor(owned) {}
+    unique_descriptor(unique_descriptor &&moved) noexcept
+        : descriptor(std::exchange(moved.descriptor, -1))
+    {
+    }
+    unique_descriptor &operator=(unique_descriptor &&moved) noexcept
+    {
+        std::swap(descriptor, moved.descriptor);
+        return *this;
+    }
+    ~unique_descriptor();
+
+    int get() const { return descriptor; }
+    bool is_open() const { return descriptor >= 0; }
+
+private:
+    int descriptor = -1;
+};
+
+class signal_descriptor {
+public:
+    // False when the system grants no descriptors.
+    bool open();
+
+    // What the client selects on; -1 before open.
+    int descriptor() const { return client_end.get(); }
+
+    // Both do nothing when the condition already is as asked; then they cost no system call.
+    // When they return, a select without time-out sees the change.
+    void set_readable(bool readable);
+    void set_exceptional(bool exceptional);
+
+private:
+    unique_descriptor client_end;
+    unique_descriptor library_end;
+    bool is_readable = false;
+    bool is_exceptional = false;
+    bool urgent_byte_is_last = false; // nothing in-band was sent after it
+    int spent_urgent_bytes = 0;       // at most, that stand among the unread ones
+
+    void send_to_client_end(int flags);
+    void drop_unread_bytes();
+};
+
+} // namespace kel_reference

@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: MIT
+//
+// TLVs. Arguments are checked before the id is looked up.
+
+#include "reference/tlv.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "reference/faults.h"
+#include "reference/options.h"
+
+namespace kel_reference {
+
+namespace {
+
+tlv_block *find_tlv(packet_object &packet, std::uint32_t id)
+{
+    const auto found = std::ranges::find(packet.tlvs, id, &tlv_block::id);
+    return found == packet.tlvs.end() ? nullptr : &*found;
+}
+
+std::uint32_t size_of(const tlv_block &tlv)
+{
+    return static_cast<std::uint32_t>(tlv.data.size());
+}
+
+// Succeeds with the TLV of a valid packet; `error` is EINVAL or ENOENT otherwise.
+tlv_block *find_on_packet(state &library, kel_packet packet, std::uint32_t id,
+                          bool arguments_are_valid, std::uint32_t &error)
+{
+    packet_object *carrier = library.packets.find(packet);
+    error = EINVAL;
+    if (!carrier || !arguments_are_valid) return nullptr;
+    tlv_block *found = find_tlv(*carrier, id);
+    error = found ? 0 : ENOENT;
+    return found;
+}
+
+std::uint32_t read_tlv(const tlv_block &tlv, void *destination, std::uint32_t &length)
+{
+    if (length < size_of(tlv)) return ENOSPC;
+    length = size_of(tlv);
+    if (length) std::memcpy(destination, tlv.data.data(), length);
+    return 0;
+}
+
+std::uint32_t write_tlv(tlv_block &tlv, const void *source, std::uint32_t length)
+{
+    if (length > size_of(tlv)) return ENOSPC;
+    if (fires(fault::tlv_set_data_lost)) return 0;
+    if (length && fires(fault::tlv_set_data_one_short)) length--;
+    if (length) std::memcpy(tlv.data.data(), source, length);
+    return 0;
+}
+
+bool is_within(std::uint16_t version, std::uint16_t lowest, std::uint16_t highest)
+{
+    return version >= lowest && version <= highest;
+}
+
+} // namespace
+
+bool is_tlv_size(std::uint32_t size)
+{
+    return size <= chosen_options().tlv_size_max;
+}
+
+std::uint32_t allocate_tlv(packet_object &packet, std::uint32_t id, std::uint32_t size)
+{
+    if (!id) return EINVAL;
+    if (!is_tlv_size(size)) return ENOSPC;
+    if (find_tlv(packet, id) && !fires(fault::tlv_alloc_twice)) return EEXIST;
+    if (size && fires(fault::tlv_alloc_one_short)) size--;
+    const auto place = fires(fault::tlv_alloc_in_front) ? packet.tlvs.begin() : packet.tlvs.end();
+    try {
+        tlv_block made;
+        made.id = id;
+        made.version = static_cast<std::uint16_t>(chosen_options().first_tlv_version);
+        made.data.assign(size, static_cast<std::byte>(chosen_options().first_tlv_byte));
+        packet.tlvs.insert(place, std::move(made));
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    return 0;
+}
+
+std::uint32_t copy_tlvs(packet_object &packet, const packet_object &source)
+{
+    try {
+        packet.tlvs = source.tlvs;
+    } catch (const std::bad_alloc &) {
+        return ENOMEM;
+    }
+    if (!packet.tlvs.empty() && fires(fault::packet_duplicate_loses_last_tlv)) {
+        packet.tlvs.pop_back();
+    }
+    return 0;
+}
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+uint32_t kel_tlv_alloc(kel_packet packet, uint32_t id, uint32_t size)
+{
+    locked_state library;
+    packet_object *carrier = library->packets.find(packet);
+    if (!carrier) return EINVAL;
+    const std::uint32_t error = allocate_tlv(*carrier, id, size);
+    return error == ENOSPC ? chosen_options().tlv_size_error : error;
+}
+
+uint32_t kel_tlv_free(kel_packet packet, uint32_t id)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    const tlv_block *freed = find_on_packet(*library, packet, id, true, error);
+    if (!freed || fires(fault::tlv_free_lost)) return error;
+    auto &tlvs = library->packets.find(packet)->tlvs;
+    const auto neighbour = tlvs.erase(tlvs.begin() + (freed - tlvs.data()));
+    if (tlvs.empty()) return 0;
+    tlv_block &damaged = neighbour == tlvs.end() ? tlvs.back() : *neighbour;
+    if (fires(fault::tlv_free_damages_neighbour)) std::ranges::fill(damaged.data, std::byte{0});
+    if (fires(fault::tlv_free_frees_all)) tlvs.clear();
+    return 0;
+}
+
+uint32_t kel_tlv_getdata(kel_packet packet, uint32_t id, void *destination, uint32_t *length)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    const tlv_block *read = find_on_packet(*library, packet, id, destination && length, error);
+    return read ? read_tlv(*read, destination, *length) : error;
+}
+
+uint32_t kel_tlv_setdata(kel_packet packet, uint32_t id, const void *source, uint32_t length)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    tlv_block *written = find_on_packet(*library, packet, id, source, error);
+    if (!written) return error;
+    if (fires(fault::tlv_set_data_resets_version)) written->version = 0;
+    if (fires(fault::tlv_set_data_first_tlv))
+        written = &library->packets.find(packet)->tlvs.front();
+    return write_tlv(*written, source, length);
+}
+
+uint32_t kel_tlv_get_head(kel_packet packet, uint32_t *id)
+{
+    locked_state library;
+    const packet_object *carrier = library->packets.find(packet);
+    if (!carrier || !id) return EINVAL;
+    *id = carrier->tlvs.empty() ? 0 : carrier->tlvs.front().id;
+    return 0;
+}
+
+uint32_t kel_tlv_get_next(kel_packet packet, uint32_t *id)
+{
+    locked_state library;
+    packet_object *carrier = library->packets.find(packet);
+    if (!carrier || !id) return EINVAL;
+    const tlv_block *found = find_tlv(*carrier, *id);
+    if (!found) return *id ? chosen_options().tlv_unknown_next_error : ENOENT;
+    *id = found == &carrier->tlvs.back() ? 0 : found[1].id;
+    return 0;
+}
+
+uint32_t kel_tlv_version_set(kel_packet packet, uint32_t id, uint16_t version)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    tlv_block *written = find_on_packet(*library, packet, id, version, error);
+    if (written && !fires(fault::tlv_version_set_lost)) written->version = version;
+    return error;
+}
+
+uint32_t kel_tlv_version_get(kel_packet packet, uint32_t id, uint16_t *version)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    const tlv_block *read = find_on_packet(*library, packet, id, version, error);
+    if (read) *version = read->version;
+    return error;
+}
+
+uint32_t kel_tlv_version_check(kel_packet packet, uint32_t id, uint16_t lowest, uint16_t highest)
+{
+    locked_state library;
+    const bool is_range =
+        highest && lowest <= highest && (lowest || chosen_options().version_check_from_zero);
+    std::uint32_t error = 0;
+    const tlv_block *checked = find_on_packet(*library, packet, id, is_range, error);
+    if (!checked) return error;
+    return is_within(checked->version, lowest, highest) ? 0 : ERANGE;
+}
+
+uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, const void *source,
+                                    uint32_t length, uint16_t version)
+{
+    locked_state library;
+    std::uint32_t error = 0;
+    tlv_block *written = find_on_packet(*library, packet, id, source && version, error);
+    if (!written) return error;
+    if (length > size_of(*written)) return ENOSPC;
+    if (!fires(fault::tlv_set_versioned_data_keeps_version)) written->version = version;
+    return write_tlv(*written, source, length);
+}
+
+uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id, void *destination,
+                                    uint32_t *length, uint16_t lowest, uint16_t highest,
+                                    uint16_t *version)
+{
+    locked_state library;
+    const std::uint16_t limit = highest ? highest : UINT16_MAX;
+    std::uint32_t error = 0;
+    const tlv_block *read =
+        find_on_packet(*library, packet, id, destination && length && lowest <= limit, error);
+    if (!read) return error;
+    if (!is_within(read->version, lowest, limit)) return ERANGE;
+    error = read_tlv(*read, destination, *length);
+    if (!error && version) *version = read->version;
+    return error;
+}

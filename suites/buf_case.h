@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+//
+// What the two files of the buffer suite share: the forms that define its cases, its sizes and
+// seeds, and buffers filled with the pattern.
+#pragma once
+
+#include <stdint.h>
+
+#include "fixtures/fixtures.h"
+#include "fixtures/frame.h"
+#include "fixtures/pattern.h"
+#include "kelapi/buf.h"
+#include "runner/tests.h"
+#include "suites/case_helpers.h"
+
+#define BUF_CASE(name) CASE_STEPS(kel_buf, name, run_client_steps, held_objects)
+#define CLIENTLESS_CASE(name) CASE_STEPS(kel_buf, name, run_steps, held_objects)
+
+constexpr uint32_t BUFFER_SIZE = 1500;
+constexpr uint32_t JUMBO_SIZE = 9000;
+constexpr uint32_t CHAIN_SIZE = 65536; // more than one buffer can hold
+
+constexpr uint32_t FIRST_SEED = 0x12345678;
+constexpr uint32_t SECOND_SEED = 0x23456789;
+constexpr uint32_t THIRD_SEED = 0x3456789a;
+
+// Gets a buffer of `size` bytes, at most BUFFER_SIZE, and fills it with the pattern.
+inline uint32_t get_filled_buffer(kel_client client, uint32_t size, uint32_t seed,
+                                  kel_buffer *buffer)
+{
+    uint8_t pattern[BUFFER_SIZE];
+
+    if (uint32_t error = get_buffer(client, size, buffer)) return error;
+    set_data(pattern, static_cast<int32_t>(size), seed);
+    return kel_buf_set_data(*buffer, 0, pattern, size);
+}

@@ -1,0 +1,528 @@
+// SPDX-License-Identifier: MIT
+//
+// Packet metadata: length, tag, interface ids, offsets, the plain fields, the caller record
+// and the group record. A METADATA_CASE runs on a client and the default packet, a
+// CLIENT_CASE on a client alone; the packet is released before the client.
+#include <errno.h>
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "suites/packet_case.h"
+
+TEST_FILE(kel_metadata, get_length_null_pkt)
+
+// A case whose message is one expression, in which `held` is what it holds.
+#define CLIENT_CASE(name, ...)                                                                     \
+    CASE_STEPS(kel_metadata, name, run_client_steps, held_objects)                                 \
+    {                                                                                              \
+        return __VA_ARGS__;                                                                        \
+    }
+#define METADATA_CASE(name, ...)                                                                   \
+    CASE_STEPS(kel_metadata, name, RUN_WITH_PACKET, held_objects)                                  \
+    {                                                                                              \
+        return __VA_ARGS__;                                                                        \
+    }
+
+namespace {
+
+constexpr kel_packet BAD = KEL_BAD_HANDLE;
+constexpr kel_tag TAG = 0x12345678;
+constexpr uint64_t IFID = 0xabcdef01;
+constexpr uint32_t BAD_IF_KIND = 4;
+constexpr uint32_t BAD_OFFSET_KIND = 6;
+
+const char *must_hold(bool condition, const char *message)
+{
+    return condition ? nullptr : message;
+}
+
+const char *must_fail(uint32_t error, const char *message)
+{
+    return error ? nullptr : message;
+}
+
+template <typename value> using getter = uint32_t (*)(kel_packet packet, value *result);
+
+template <typename value> using setter = uint32_t (*)(kel_packet packet, value field);
+
+// A getter that must refuse the packet.
+template <typename value>
+const char *bad_get(getter<value> get, kel_packet packet, const char *message)
+{
+    value field = 0;
+
+    return must_fail(get(packet, &field), message);
+}
+
+// What is set must be read back; the getter's own result is not judged.
+template <typename value>
+const char *keeps(kel_packet packet, setter<value> set, getter<value> get, uint32_t expected,
+                  const char *message)
+{
+    value field = 0;
+
+    if (uint32_t error = set(packet, static_cast<value>(expected))) return error_text(error);
+    get(packet, &field);
+    return must_hold(field == expected, message);
+}
+
+// The same for the fields whose getter returns the value.
+const char *keeps(kel_packet packet, setter<uint32_t> set, uint32_t (*get)(kel_packet packet),
+                  uint32_t expected, const char *message)
+{
+    if (uint32_t error = set(packet, expected)) return error_text(error);
+    return must_hold(get(packet) == expected, message);
+}
+
+const char *read_tag(kel_packet packet)
+{
+    kel_get_tag(packet); // whatever it is
+    return nullptr;
+}
+
+} // namespace
+
+CLIENT_CASE(get_length_null_pkt, must_hold(!kel_get_length(0), "get_length was successful"))
+CLIENT_CASE(get_length_bad_pkt, must_hold(!kel_get_length(BAD), "get_length was successful"))
+METADATA_CASE(get_length, must_hold(kel_get_length(held.packet) == 1500, "get_length wrong size"))
+CLIENT_CASE(set_length_null_pkt, must_fail(kel_set_length(0, 0), "set_length was successful"))
+CLIENT_CASE(set_length_bad_pkt, must_fail(kel_set_length(BAD, 0), "set_length was successful"))
+METADATA_CASE(set_length,
+              keeps(held.packet, kel_set_length, kel_get_length, 512, "set_length wrong size"))
+METADATA_CASE(set_length_toobig,
+              must_fail(kel_set_length(held.packet, 9000), "set_length succeeded"))
+
+CLIENT_CASE(get_tag_null_pkt, must_hold(!kel_get_tag(0), "get_tag was successful"))
+CLIENT_CASE(get_tag_bad_pkt, must_hold(!kel_get_tag(BAD), "get_tag was successful"))
+METADATA_CASE(get_tag, read_tag(held.packet))
+CLIENT_CASE(set_tag_null_pkt, must_fail(kel_set_tag(0, TAG), "set_tag was successful"))
+CLIENT_CASE(set_tag_bad_pkt, must_fail(kel_set_tag(BAD, TAG), "set_tag was successful"))
+METADATA_CASE(set_tag, keeps(held.packet, kel_set_tag, kel_get_tag, TAG, "set_tag wrong tag"))
+
+// Interface ids.
+
+namespace {
+
+uint32_t read_ifid(kel_packet packet, uint32_t kind)
+{
+    uint64_t id = 0;
+
+    return kel_get_ifid(packet, kind, &id);
+}
+
+uint32_t write_ifid(kel_packet packet, uint32_t kind)
+{
+    return kel_set_ifid(packet, kind, IFID);
+}
+
+const char *const GET_IFID_TEXTS[] = {
+    "get_ifid(input) successful", "get_ifid(output) successful",
+    "get_ifid(input l2 logical) successful",
+    "get_ifid(input l2 physcial) successful", // as published
+};
+
+const char *const SET_IFID_TEXTS[] = {
+    "set_ifid(input) successful", "set_ifid(output) successful",
+    "set_ifid(input l2 logical) successful",
+    "set_ifid(input l2 physcial) successful", // as published
+};
+
+// Every kind must be refused, in the order of the texts.
+const char *bad_ifids(uint32_t (*access)(kel_packet packet, uint32_t kind), kel_packet packet,
+                      const char *const (&texts)[4])
+{
+    constexpr uint32_t KINDS[] = {IF_INPUT, IF_OUTPUT, IF_INPUT_L2_LOGICAL, IF_INPUT_L2_PHYSICAL};
+
+    for (uint32_t i = 0; i < 4; i++) {
+        if (access(packet, KINDS[i]) == 0) return texts[i];
+    }
+    return nullptr;
+}
+
+const char *keeps_ifid(kel_packet packet, uint32_t kind)
+{
+    uint64_t id = 0;
+
+    if (uint32_t error = kel_set_ifid(packet, kind, IFID)) return error_text(error);
+    if (uint32_t error = kel_get_ifid(packet, kind, &id)) return error_text(error);
+    return must_hold(id == IFID, "wrong ifid");
+}
+
+} // namespace
+
+CLIENT_CASE(get_ifid_null_pkt, bad_ifids(read_ifid, 0, GET_IFID_TEXTS))
+CLIENT_CASE(get_ifid_bad_pkt, bad_ifids(read_ifid, BAD, GET_IFID_TEXTS))
+METADATA_CASE(get_ifid_bad_iftype,
+              must_fail(read_ifid(held.packet, BAD_IF_KIND), "get_if successful"))
+METADATA_CASE(get_ifid_in, must_work(read_ifid(held.packet, IF_INPUT)))
+METADATA_CASE(get_ifid_out, must_work(read_ifid(held.packet, IF_OUTPUT)))
+METADATA_CASE(get_ifid_inl2logical, must_work(read_ifid(held.packet, IF_INPUT_L2_LOGICAL)))
+METADATA_CASE(get_ifid_inl2physical, must_work(read_ifid(held.packet, IF_INPUT_L2_PHYSICAL)))
+CLIENT_CASE(set_ifid_null_pkt, bad_ifids(write_ifid, 0, SET_IFID_TEXTS))
+CLIENT_CASE(set_ifid_bad_pkt, bad_ifids(write_ifid, BAD, SET_IFID_TEXTS))
+METADATA_CASE(set_ifid_bad_iftype,
+              must_fail(write_ifid(held.packet, BAD_IF_KIND), "set_if successful"))
+METADATA_CASE(set_ifid_in, keeps_ifid(held.packet, IF_INPUT))
+METADATA_CASE(set_ifid_out, keeps_ifid(held.packet, IF_OUTPUT))
+METADATA_CASE(set_ifid_inl2logical, keeps_ifid(held.packet, IF_INPUT_L2_LOGICAL))
+METADATA_CASE(set_ifid_inl2physical, keeps_ifid(held.packet, IF_INPUT_L2_PHYSICAL))
+
+// Offsets.
+
+namespace {
+
+uint32_t read_offset(kel_packet packet, uint32_t kind)
+{
+    uint32_t offset = 0;
+
+    return kel_get_offset(packet, kind, &offset);
+}
+
+const char *offset_is(kel_packet packet, uint32_t kind, uint32_t expected, const char *message)
+{
+    uint32_t offset = 0;
+
+    if (uint32_t error = kel_get_offset(packet, kind, &offset)) return error_text(error);
+    return must_hold(offset == expected, message);
+}
+
+const char *keeps_offset(kel_packet packet, uint32_t kind)
+{
+    if (uint32_t error = kel_set_offset(packet, kind, 64)) return error_text(error);
+    return offset_is(packet, kind, 64, "set_offset failed");
+}
+
+// From a fresh packet, whose offsets are 0.
+const char *adjusts_up(kel_packet packet, uint32_t kind)
+{
+    if (uint32_t error = kel_adj_offset(packet, kind, 32)) return error_text(error);
+    return offset_is(packet, kind, 32, "adj_offset failed");
+}
+
+const char *adjusts_down(kel_packet packet, uint32_t kind)
+{
+    if (uint32_t error = kel_set_offset(packet, kind, 64)) return error_text(error);
+    if (uint32_t error = kel_adj_offset(packet, kind, -32)) return error_text(error);
+    return offset_is(packet, kind, 32, "adj_offset failed");
+}
+
+const char *stays_positive(kel_packet packet, uint32_t kind)
+{
+    if (uint32_t error = kel_set_offset(packet, kind, 64)) return error_text(error);
+    return must_fail(kel_adj_offset(packet, kind, -65), "adj_offset succeeded");
+}
+
+// An empty packet has no bound for its offsets.
+const char *unbounded_when_empty(held_objects &held)
+{
+    if (uint32_t error = get_packet(held.client, 0, &held.packet)) return error_text(error);
+    return must_hold(kel_set_offset(held.packet, OFFSET_APP, 1501) == 0, "set_offset failed");
+}
+
+} // namespace
+
+CLIENT_CASE(get_offset_null_pkt,
+            must_fail(read_offset(0, OFFSET_NETWORK), "get_offset was successful"))
+CLIENT_CASE(get_offset_bad_pkt,
+            must_fail(read_offset(BAD, OFFSET_NETWORK), "get_offset was successful"))
+METADATA_CASE(get_offset_badtype,
+              must_fail(read_offset(held.packet, BAD_OFFSET_KIND), "get_offset was successful"))
+METADATA_CASE(get_offset_null, must_fail(kel_get_offset(held.packet, OFFSET_NETWORK, nullptr),
+                                         "get_offset was successful"))
+METADATA_CASE(get_offset_data, must_work(read_offset(held.packet, OFFSET_DATA)))
+METADATA_CASE(get_offset_network,
+              must_hold(!read_offset(held.packet, OFFSET_NETWORK), "get_offset failed"))
+METADATA_CASE(get_offset_transport,
+              must_hold(!read_offset(held.packet, OFFSET_TRANSPORT), "get_offset failed"))
+METADATA_CASE(get_offset_app, must_hold(!read_offset(held.packet, OFFSET_APP), "get_offset failed"))
+CLIENT_CASE(set_offset_null_pkt,
+            must_fail(kel_set_offset(0, OFFSET_NETWORK, 64), "set_offset was successful"))
+CLIENT_CASE(set_offset_bad_pkt,
+            must_fail(kel_set_offset(BAD, OFFSET_NETWORK, 64), "set_offset was successful"))
+METADATA_CASE(set_offset_badtype, must_fail(kel_set_offset(held.packet, BAD_OFFSET_KIND, 64),
+                                            "set_offset was successful"))
+METADATA_CASE(set_offset_data,
+              must_fail(kel_set_offset(held.packet, OFFSET_DATA, 64), "set_offset was successful"))
+METADATA_CASE(set_offset_network, keeps_offset(held.packet, OFFSET_NETWORK))
+METADATA_CASE(set_offset_transport, keeps_offset(held.packet, OFFSET_TRANSPORT))
+METADATA_CASE(set_offset_app, keeps_offset(held.packet, OFFSET_APP))
+METADATA_CASE(set_offset_network_toobig,
+              must_fail(kel_set_offset(held.packet, OFFSET_NETWORK, 1501), "set_offset succeeded"))
+METADATA_CASE(set_offset_transport_toobig,
+              must_fail(kel_set_offset(held.packet, OFFSET_TRANSPORT, 1501),
+                        "set_offset succeeded"))
+METADATA_CASE(set_offset_app_toobig,
+              must_fail(kel_set_offset(held.packet, OFFSET_APP, 1501), "set_offset succeeded"))
+CLIENT_CASE(set_offset_zero_data_len, unbounded_when_empty(held))
+CLIENT_CASE(adj_offset_null_pkt,
+            must_fail(kel_adj_offset(0, OFFSET_NETWORK, 32), "adj_offset was successful"))
+CLIENT_CASE(adj_offset_bad_pkt,
+            must_fail(kel_adj_offset(BAD, OFFSET_NETWORK, 32), "adj_offset was successful"))
+METADATA_CASE(adj_offset_badtype, must_fail(kel_adj_offset(held.packet, BAD_OFFSET_KIND, 32),
+                                            "adj_offset was successful"))
+METADATA_CASE(adj_offset_data,
+              must_fail(kel_adj_offset(held.packet, OFFSET_DATA, 32), "adj_offset was successful"))
+METADATA_CASE(adj_offset_network, adjusts_up(held.packet, OFFSET_NETWORK))
+METADATA_CASE(adj_offset_transport, adjusts_up(held.packet, OFFSET_TRANSPORT))
+METADATA_CASE(adj_offset_app, adjusts_up(held.packet, OFFSET_APP))
+METADATA_CASE(adj_offset_network_toobig,
+              must_fail(kel_adj_offset(held.packet, OFFSET_NETWORK, 1501), "adj_offset succeeded"))
+METADATA_CASE(adj_offset_transport_toobig,
+              must_fail(kel_adj_offset(held.packet, OFFSET_TRANSPORT, 1501),
+                        "adj_offset succeeded"))
+METADATA_CASE(adj_offset_app_toobig,
+              must_fail(kel_adj_offset(held.packet, OFFSET_APP, 1501), "adj_offset succeeded"))
+METADATA_CASE(adj_negoff_data,
+              must_fail(kel_adj_offset(held.packet, OFFSET_DATA, -32), "adj_offset was successful"))
+METADATA_CASE(adj_negoff_network, adjusts_down(held.packet, OFFSET_NETWORK))
+METADATA_CASE(adj_negoff_transport, adjusts_down(held.packet, OFFSET_TRANSPORT))
+METADATA_CASE(adj_negoff_app, adjusts_down(held.packet, OFFSET_APP))
+METADATA_CASE(adj_negoff_network_toobig, stays_positive(held.packet, OFFSET_NETWORK))
+METADATA_CASE(adj_negoff_transport_toobig, stays_positive(held.packet, OFFSET_TRANSPORT))
+METADATA_CASE(adj_netoff_app_toobig, stays_positive(held.packet, OFFSET_APP)) // as registered
+
+// Fields with a getter and a setter each.
+
+CLIENT_CASE(get_cause_null_pkt, bad_get(kel_get_cause, 0, "get_cause was successful"))
+CLIENT_CASE(get_cause_bad_pkt, bad_get(kel_get_cause, BAD, "get_cause was successful"))
+METADATA_CASE(get_cause_null_ptr,
+              must_fail(kel_get_cause(held.packet, nullptr), "get_cause was successful"))
+CLIENT_CASE(set_cause_null_pkt, must_fail(kel_set_cause(0, 2), "set_cause was successful"))
+CLIENT_CASE(set_cause_bad_pkt, must_fail(kel_set_cause(BAD, 2), "set_cause was successful"))
+METADATA_CASE(set_cause,
+              keeps(held.packet, kel_set_cause, kel_get_cause, 2, "set_cause wrong cause"))
+
+CLIENT_CASE(get_priority_null_pkt, bad_get(kel_get_priority, 0, "get_priority was successful"))
+CLIENT_CASE(get_priority_bad_pkt, bad_get(kel_get_priority, BAD, "get_priority was successful"))
+METADATA_CASE(get_priority_null_ptr,
+              must_fail(kel_get_priority(held.packet, nullptr), "get_priority was successful"))
+CLIENT_CASE(set_priority_null_pkt, must_fail(kel_set_priority(0, 1), "set_priority was successful"))
+CLIENT_CASE(set_priority_bad_pkt,
+            must_fail(kel_set_priority(BAD, 1), "set_priority was successful"))
+METADATA_CASE(set_priority, keeps(held.packet, kel_set_priority, kel_get_priority, 1,
+                                  "set_priority wrong priority"))
+
+CLIENT_CASE(get_link_type_null_pkt, bad_get(kel_get_link_type, 0, "get_link_type was successful"))
+CLIENT_CASE(get_link_type_bad_pkt, bad_get(kel_get_link_type, BAD, "get_link_type was successful"))
+METADATA_CASE(get_link_type_null_ptr,
+              must_fail(kel_get_link_type(held.packet, nullptr), "get_link_type was successful"))
+CLIENT_CASE(set_link_type_null_pkt,
+            must_fail(kel_set_link_type(0, 4), "set_link_type was successful"))
+CLIENT_CASE(set_link_type_bad_pkt,
+            must_fail(kel_set_link_type(BAD, 4), "set_link_type was successful"))
+METADATA_CASE(set_link_type, keeps(held.packet, kel_set_link_type, kel_get_link_type, 4,
+                                   "set_link_type wrong link_type"))
+
+CLIENT_CASE(get_vrf_id_null_pkt, bad_get(kel_get_vrf_id, 0, "get_vrf_id was successful"))
+CLIENT_CASE(get_vrf_id_bad_pkt, bad_get(kel_get_vrf_id, BAD, "get_vrf_id was successful"))
+METADATA_CASE(get_vrf_id_null_ptr,
+              must_fail(kel_get_vrf_id(held.packet, nullptr), "get_vrf_id was successful"))
+CLIENT_CASE(set_vrf_id_null_pkt, must_fail(kel_set_vrf_id(0, 3), "set_vrf_id was successful"))
+CLIENT_CASE(set_vrf_id_bad_pkt, must_fail(kel_set_vrf_id(BAD, 3), "set_vrf_id was successful"))
+METADATA_CASE(set_vrf_id,
+              keeps(held.packet, kel_set_vrf_id, kel_get_vrf_id, 3, "set_vrf_id wrong vrf_id"))
+
+CLIENT_CASE(get_topology_id_null_pkt,
+            bad_get(kel_get_topology_id, 0, "get_topology_id was successful"))
+CLIENT_CASE(get_topology_id_bad_pkt,
+            bad_get(kel_get_topology_id, BAD, "get_topology_id was successful"))
+METADATA_CASE(get_topology_id_null_ptr, must_fail(kel_get_topology_id(held.packet, nullptr),
+                                                  "get_topology_id was successful"))
+CLIENT_CASE(set_topology_id_null_pkt,
+            must_fail(kel_set_topology_id(0, 7), "set_topology_id was successful"))
+CLIENT_CASE(set_topology_id_bad_pkt,
+            must_fail(kel_set_topology_id(BAD, 7), "set_topology_id was successful"))
+METADATA_CASE(set_topology_id, keeps(held.packet, kel_set_topology_id, kel_get_topology_id, 7,
+                                     "set_topology_id wrong topology_id"))
+
+CLIENT_CASE(get_ingress_vlan_id_null_pkt,
+            bad_get(kel_get_ingress_vlan_id, 0, "get_ingress_vlan_id was successful"))
+CLIENT_CASE(get_ingress_vlan_id_bad_pkt,
+            bad_get(kel_get_ingress_vlan_id, BAD, "get_ingress_vlan_id was successful"))
+METADATA_CASE(get_ingress_vlan_id_null_ptr, must_fail(kel_get_ingress_vlan_id(held.packet, nullptr),
+                                                      "get_ingress_vlan_id was successful"))
+CLIENT_CASE(set_ingress_vlan_id_null_pkt,
+            must_fail(kel_set_ingress_vlan_id(0, 10), "set_ingress_vlan_id was successful"))
+CLIENT_CASE(set_ingress_vlan_id_bad_pkt,
+            must_fail(kel_set_ingress_vlan_id(BAD, 10), "set_ingress_vlan_id was successful"))
+METADATA_CASE(set_ingress_vlan_id,
+              keeps(held.packet, kel_set_ingress_vlan_id, kel_get_ingress_vlan_id, 10,
+                    "set_ingress_vlan_id wrong vlan_id"))
+
+CLIENT_CASE(get_egress_vlan_id_null_pkt,
+            bad_get(kel_get_egress_vlan_id, 0, "get_egress_vlan_id was successful"))
+CLIENT_CASE(get_egress_vlan_id_bad_pkt,
+            bad_get(kel_get_egress_vlan_id, BAD, "get_egress_vlan_id was successful"))
+METADATA_CASE(get_egress_vlan_id_null_ptr, must_fail(kel_get_egress_vlan_id(held.packet, nullptr),
+                                                     "get_egress_vlan_id was successful"))
+CLIENT_CASE(set_egress_vlan_id_null_pkt,
+            must_fail(kel_set_egress_vlan_id(0, 10), "set_egress_vlan_id was successful"))
+CLIENT_CASE(set_egress_vlan_id_bad_pkt,
+            must_fail(kel_set_egress_vlan_id(BAD, 10), "set_egress_vlan_id was successful"))
+METADATA_CASE(set_egress_vlan_id, keeps(held.packet, kel_set_egress_vlan_id, kel_get_egress_vlan_id,
+                                        10, "set_egress_vlan_id wrong vlan_id"))
+
+// The caller record.
+
+namespace {
+
+const char *check_caller(kel_packet packet)
+{
+    uint32_t pid = 0;
+    uintptr_t pc = 0;
+
+    if (uint32_t error = kel_get_caller(packet, &pid, &pc)) return error_text(error);
+    printf("pid(%" PRIu32 ") pc(0x%" PRIxPTR ")\n", pid, pc);
+    return must_hold(pid == static_cast<uint32_t>(getpid()), "pid mismatch");
+}
+
+} // namespace
+
+METADATA_CASE(get_caller, check_caller(held.packet))
+
+// The group record.
+
+namespace {
+
+// Not zeroed beforehand: that is what kel_metadata_init is for.
+void init_group(kel_metadata_group *group)
+{
+    memset(group, 0xff, sizeof(*group));
+    kel_metadata_init(group);
+}
+
+const char *group_get_refused(kel_packet packet, const char *message)
+{
+    kel_metadata_group group;
+
+    init_group(&group);
+    group.mask |= KEL_METADATA_TAG;
+    group.tag = TAG;
+    return must_hold(kel_metadata_get(&group, packet) == EINVAL, message);
+}
+
+// Leaves the client in the record, which deregisters it again after the packet: both must be
+// survived.
+const char *group_get_null(held_objects &held)
+{
+    const uint32_t error = kel_metadata_get(nullptr, held.packet);
+
+    cleanup_client(held.client);
+    return must_hold(error == EINVAL, "group_get_null_ptr did not fail");
+}
+
+struct group_field {
+    const char *name;
+    uint32_t bit;
+    uint32_t offset;
+    uint32_t width;
+    uint64_t value; // of which the low `width` bytes stand in the record
+};
+
+#define GROUP_FIELD(name, member, value)                                                           \
+    {                                                                                              \
+#name, KEL_METADATA_##name, offsetof(kel_metadata_group, member),                          \
+            sizeof(kel_metadata_group::member), value                                              \
+    }
+
+constexpr group_field GROUP_FIELDS[] = {
+    GROUP_FIELD(LENGTH, length, 1500),
+    GROUP_FIELD(TAG, tag, TAG),
+    GROUP_FIELD(CAUSE, cause, 2),
+    GROUP_FIELD(PRIORITY, priority, 1),
+    GROUP_FIELD(LINK_TYPE, link_type, 4),
+    GROUP_FIELD(VRF_ID, vrf_id, 3),
+    GROUP_FIELD(TOPOLOGY_ID, topology_id, 7),
+    GROUP_FIELD(INGRESS_VLAN_ID, ingress_vlan_id, 10),
+    GROUP_FIELD(EGRESS_VLAN_ID, egress_vlan_id, 10),
+    GROUP_FIELD(DATA_START, data_start, 64),
+    GROUP_FIELD(NETWORK_START, network_start, 64),
+    GROUP_FIELD(TRANSPORT_START, transport_start, 64),
+    GROUP_FIELD(APP_START, app_start, 64),
+    GROUP_FIELD(DELTA, delta, 32),
+    GROUP_FIELD(IF_INPUT, if_input, IFID),
+    GROUP_FIELD(IF_OUTPUT, if_output, IFID),
+    GROUP_FIELD(IF_INPUT_L2_PHYSICAL, if_input_l2_physical, IFID),
+    GROUP_FIELD(IF_INPUT_L2_LOGICAL, if_input_l2_logical, IFID),
+};
+
+// Every field but the last opaque one.
+constexpr uint32_t GROUP_MASK = 0x3effff;
+
+// One entry more than the value of the highest bit of the mask, as published.
+const char *failed_fields[KEL_METADATA_IF_INPUT_L2_LOGICAL + 1];
+uint32_t failed_count;
+
+void add_failed(const char *name)
+{
+    failed_fields[failed_count++] = name;
+}
+
+void check_fresh(const kel_metadata_group &group)
+{
+    memset(failed_fields, 0, sizeof(failed_fields));
+    failed_count = 0;
+    if (group.length != 1500) add_failed("dLENGTH");
+    if (group.tag != 0) add_failed("dTAG");
+}
+
+void fill_group(kel_metadata_group *group)
+{
+    for (const group_field &field : GROUP_FIELDS) {
+        group->mask |= field.bit;
+        memcpy(reinterpret_cast<uint8_t *>(group) + field.offset, &field.value, field.width);
+    }
+}
+
+void check_group(const kel_metadata_group &group)
+{
+    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(&group);
+
+    for (const group_field &field : GROUP_FIELDS) {
+        if (memcmp(bytes + field.offset, &field.value, field.width) != 0) add_failed(field.name);
+    }
+}
+
+// Null when no field failed; else a text that names them, as far as there is room.
+const char *failed_fields_message()
+{
+    static char message[200];
+    uint32_t used;
+
+    if (failed_count == 0) return nullptr;
+    used = static_cast<uint32_t>(
+        snprintf(message, sizeof(message), "GET errors on one or more fields: "));
+    for (uint32_t i = 0; i < failed_count && sizeof(message) - used >= 2; i++) {
+        const uint32_t room = static_cast<uint32_t>(sizeof(message)) - used;
+        const uint32_t wanted =
+            static_cast<uint32_t>(snprintf(message + used, room, "%s ", failed_fields[i]));
+
+        used += wanted < room ? wanted : room - 1;
+    }
+    return message;
+}
+
+const char *access_fields(held_objects &held)
+{
+    kel_metadata_group group;
+
+    init_group(&group);
+    group.mask |= GROUP_MASK;
+    if (get_default_packet(held.client, &held.packet)) return "get_default_packet failed";
+    if (kel_metadata_get(&group, held.packet)) return "kel_metadata_get(default_packet) failed";
+    check_fresh(group);
+    fill_group(&group);
+    if (kel_metadata_set(&group, held.packet)) return "kel_metadata_set(default_packet) failed";
+    if (kel_metadata_get(&group, held.packet)) return "kel_metadata_get(modified_packet) failed";
+    check_group(group);
+    return failed_fields_message();
+}
+
+} // namespace
+
+CLIENT_CASE(group_get_null_pkt, group_get_refused(0, "group_get_null_pkt did not fail"))
+CLIENT_CASE(group_get_bad_pkt, group_get_refused(BAD, "group_get_bad_pkt did not fail"))
+METADATA_CASE(group_get_null_ptr, group_get_null(held))
+CLIENT_CASE(group_access_fields, access_fields(held))

@@ -1,0 +1,937 @@
+// SPDX-License-Identifier: MIT
+//
+// Packets as chains of buffers: obtaining and freeing, append and prepend, coalesce, head
+// room, growing and trimming at both ends; then the two cases of kel_pkt. The cases run in
+// the frame of a default client: packet, buffer, work areas and client are released in that
+// order.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "fixtures/pattern.h"
+#include "kelapi/buf.h"
+#include "suites/packet_case.h"
+
+TEST_FILE(kel_packet, get_null_client)
+
+#define PACKET_CASE(name) CASE_STEPS(kel_packet, name, run_client_steps, held_objects)
+#define NO_CLIENT_CASE(name) CASE_STEPS(kel_packet, name, run_steps, held_objects)
+
+namespace {
+
+constexpr uint32_t PACKET_SIZE = 1500;
+
+// More than any memory holds.
+constexpr uint32_t TOO_BIG = 1000000000;
+
+struct refusal_texts {
+    const char *was_successful;
+    const char *wrong_error;
+};
+
+const char *judge(uint32_t result, uint32_t expected, const refusal_texts &texts)
+{
+    return judge_refusal(result, expected, texts.was_successful, texts.wrong_error);
+}
+
+const char *get_bare_header(held_objects &held, const char *failed)
+{
+    held.packet = kel_get_pkthdr(held.client);
+    return held.packet ? nullptr : failed;
+}
+
+struct offset_texts {
+    const char *network;
+    const char *transport;
+    const char *app;
+};
+
+const char *check_offset(kel_packet packet, uint32_t kind, uint32_t expected, const char *wrong)
+{
+    uint32_t offset = ~expected;
+
+    if (uint32_t error = kel_get_offset(packet, kind, &offset)) return error_text(error);
+    return offset == expected ? nullptr : wrong;
+}
+
+const char *check_offsets(kel_packet packet, uint32_t network, uint32_t transport, uint32_t app,
+                          const offset_texts &wrong)
+{
+    if (const char *failure = check_offset(packet, OFFSET_NETWORK, network, wrong.network)) {
+        return failure;
+    }
+    if (const char *failure = check_offset(packet, OFFSET_TRANSPORT, transport, wrong.transport)) {
+        return failure;
+    }
+    return check_offset(packet, OFFSET_APP, app, wrong.app);
+}
+
+uint32_t write_packet(kel_packet packet, uint32_t offset, const uint8_t *source, uint32_t length)
+{
+    return kel_set_data(packet, OFFSET_DATA, offset, source, length);
+}
+
+// How many bytes were read is left to the check of the data.
+uint32_t read_packet(kel_packet packet, uint8_t *destination, uint32_t length)
+{
+    return kel_get_data(packet, OFFSET_DATA, 0, destination, &length);
+}
+
+const char *read_counted(kel_packet packet, uint8_t *destination, uint32_t expected,
+                         const char *wrong_length)
+{
+    uint32_t length = expected;
+
+    if (uint32_t error = kel_get_data(packet, OFFSET_DATA, 0, destination, &length)) {
+        return error_text(error);
+    }
+    return length == expected ? nullptr : wrong_length;
+}
+
+} // namespace
+
+// Obtaining and freeing.
+
+namespace {
+
+constexpr refusal_texts FREE_TEXTS = {"kel_free_packet was successful",
+                                      "kel_free_packet wrong error"};
+
+const char *get_from_bad_client(held_objects &held, kel_client client)
+{
+    uint32_t error = 0;
+
+    held.packet = kel_get_packet(client, 0, PACKET_SIZE, 1, &error);
+    return held.packet ? "kel_get_packet was successful" : nullptr;
+}
+
+} // namespace
+
+NO_CLIENT_CASE(get_null_client)
+{
+    return get_from_bad_client(held, 0);
+}
+
+NO_CLIENT_CASE(get_bad_client)
+{
+    return get_from_bad_client(held, BAD_CLIENT);
+}
+
+NO_CLIENT_CASE(free_null_pkt)
+{
+    return judge(kel_free_packet(0), EINVAL, FREE_TEXTS);
+}
+
+NO_CLIENT_CASE(free_bad_pkt)
+{
+    return judge(kel_free_packet(KEL_BAD_HANDLE), EINVAL, FREE_TEXTS);
+}
+
+// Append and prepend.
+
+namespace {
+
+constexpr refusal_texts APPEND_TEXTS = {"kel_append was successful", "kel_append wrong error"};
+constexpr refusal_texts PREPEND_TEXTS = {"kel_prepend was successful", "kel_prepend wrong error"};
+
+constexpr uint32_t PIECE = 512;
+
+using join_operation = uint32_t (*)(kel_packet packet, kel_buffer buffer);
+
+const char *join_bad_packet(held_objects &held, join_operation join, kel_packet packet,
+                            const refusal_texts &texts)
+{
+    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
+    return judge(join(packet, held.buffer), EINVAL, texts);
+}
+
+const char *join_bad_buffer(held_objects &held, join_operation join, kel_buffer buffer,
+                            const refusal_texts &texts)
+{
+    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    return judge(join(held.packet, buffer), EINVAL, texts);
+}
+
+const char *hand_over_buffer(held_objects &held, join_operation join)
+{
+    if (uint32_t error = join(held.packet, held.buffer)) return error_text(error);
+    held.buffer = 0;
+    return nullptr;
+}
+
+const char *write_buffer(kel_buffer buffer, uint32_t seed)
+{
+    uint8_t source[PIECE];
+
+    set_data(source, PIECE, seed);
+    return must_work(kel_buf_set_data(buffer, 0, source, PIECE));
+}
+
+// A packet that holds pattern A and a buffer that holds pattern B.
+const char *get_packet_and_buffer(held_objects &held)
+{
+    uint8_t source[PIECE];
+
+    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
+    set_data(source, PIECE, PATTERN_A);
+    if (uint32_t error = write_packet(held.packet, 0, source, PIECE)) return error_text(error);
+    return write_buffer(held.buffer, PATTERN_B);
+}
+
+struct joined_texts {
+    const char *length;
+    const char *first;
+    const char *second;
+};
+
+const char *verify_joined(kel_packet packet, uint32_t first, uint32_t second,
+                          const joined_texts &texts)
+{
+    uint8_t area[PACKET_SIZE] = {};
+
+    if (kel_get_length(packet) != 2 * PIECE) return texts.length;
+    if (uint32_t error = read_packet(packet, area, 2 * PIECE)) return error_text(error);
+    if (verify_data(area, PIECE, first)) return texts.first;
+    if (verify_data(area + PIECE, PIECE, second)) return texts.second;
+    return nullptr;
+}
+
+struct header_texts {
+    const char *no_header;
+    const char *length;
+    const char *verify;
+};
+
+const char *join_to_header(held_objects &held, join_operation join, uint32_t seed,
+                           const header_texts &texts)
+{
+    uint8_t area[PACKET_SIZE] = {};
+
+    if (const char *failure = get_bare_header(held, texts.no_header)) return failure;
+    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
+    if (const char *failure = write_buffer(held.buffer, seed)) return failure;
+    if (const char *failure = hand_over_buffer(held, join)) return failure;
+    if (kel_get_length(held.packet) != PIECE) return texts.length;
+    if (uint32_t error = read_packet(held.packet, area, PIECE)) return error_text(error);
+    return verify_data(area, PIECE, seed) ? texts.verify : nullptr;
+}
+
+} // namespace
+
+PACKET_CASE(append_null_pkt)
+{
+    return join_bad_packet(held, kel_append, 0, APPEND_TEXTS);
+}
+
+PACKET_CASE(append_invalid_pkt)
+{
+    return join_bad_packet(held, kel_append, KEL_BAD_HANDLE, APPEND_TEXTS);
+}
+
+PACKET_CASE(append_null_buf)
+{
+    return join_bad_buffer(held, kel_append, 0, APPEND_TEXTS);
+}
+
+PACKET_CASE(append_invalid_buf)
+{
+    return join_bad_buffer(held, kel_append, BAD_BUFFER, APPEND_TEXTS);
+}
+
+PACKET_CASE(prepend_null_pkt)
+{
+    return join_bad_packet(held, kel_prepend, 0, PREPEND_TEXTS);
+}
+
+PACKET_CASE(prepend_invalid_pkt)
+{
+    return join_bad_packet(held, kel_prepend, KEL_BAD_HANDLE, PREPEND_TEXTS);
+}
+
+PACKET_CASE(prepend_null_buf)
+{
+    return join_bad_buffer(held, kel_prepend, 0, PREPEND_TEXTS);
+}
+
+PACKET_CASE(prepend_invalid_buf)
+{
+    return join_bad_buffer(held, kel_prepend, BAD_BUFFER, PREPEND_TEXTS);
+}
+
+PACKET_CASE(append)
+{
+    if (const char *failure = get_packet_and_buffer(held)) return failure;
+    if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
+    return verify_joined(held.packet, PATTERN_A, PATTERN_B,
+                         {"kel_append wrong packet length", "kel_append verify first failed",
+                          "kel_append verify second failed"});
+}
+
+PACKET_CASE(pkthdr_append)
+{
+    return join_to_header(
+        held, kel_append, PATTERN_A,
+        {"could not kel_get_pkthdr", "kel_append wrong packet length", "kel_append verify failed"});
+}
+
+PACKET_CASE(prepend)
+{
+    if (const char *failure = get_packet_and_buffer(held)) return failure;
+    if (const char *failure = hand_over_buffer(held, kel_prepend)) return failure;
+    return verify_joined(held.packet, PATTERN_B, PATTERN_A,
+                         {"kel_prepend wrong packet length", "kel_prepend verify first failed",
+                          "kel_prepend verify second failed"});
+}
+
+PACKET_CASE(pkthdr_prepend)
+{
+    return join_to_header(held, kel_prepend, PATTERN_B,
+                          {"can't kel_get_pkthdr", // as published
+                           "kel_prepend wrong packet length", "kel_prepend verify failed"});
+}
+
+// Buffer count.
+
+namespace {
+
+const char *count_bad_packet(kel_packet packet)
+{
+    return kel_get_buf_count(packet) == 0xffffffff ? nullptr : "kel_get_buf_count wrong error";
+}
+
+} // namespace
+
+PACKET_CASE(bufcnt_null_pkt)
+{
+    return count_bad_packet(0);
+}
+
+PACKET_CASE(bufcnt_invalid_pkt)
+{
+    return count_bad_packet(KEL_BAD_HANDLE);
+}
+
+PACKET_CASE(bufcnt_pkthdr)
+{
+    if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
+    return kel_get_buf_count(held.packet) == 0 ? nullptr : "kel_get_buf_count failed";
+}
+
+PACKET_CASE(bufcnt_packet)
+{
+    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    return kel_get_buf_count(held.packet) == 1 ? nullptr : "kel_get_buf_count wrong count";
+}
+
+PACKET_CASE(bufcnt_chain)
+{
+    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
+    if (uint32_t error = get_buffer(held.client, PIECE, &held.second_buffer)) {
+        return error_text(error);
+    }
+    if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
+    if (kel_get_buf_count(held.packet) != 2) return "kel_get_buf_count wrong count 2";
+    if (uint32_t error = kel_append(held.packet, held.second_buffer)) return error_text(error);
+    held.second_buffer = 0;
+    return kel_get_buf_count(held.packet) == 3 ? nullptr : "kel_get_buf_count wrong count 3";
+}
+
+// Coalesce.
+
+namespace {
+
+constexpr refusal_texts COALESCE_TEXTS = {"kel_coalesce was successful",
+                                          "kel_coalesce wrong error"};
+
+} // namespace
+
+PACKET_CASE(coalesce_null_pkt)
+{
+    return judge(kel_coalesce(0), EINVAL, COALESCE_TEXTS);
+}
+
+PACKET_CASE(coalesce_invalid_pkt)
+{
+    return judge(kel_coalesce(KEL_BAD_HANDLE), EINVAL, COALESCE_TEXTS);
+}
+
+PACKET_CASE(coalesce_no_buf)
+{
+    if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
+    return kel_coalesce(held.packet) ? "kel_coalesce failed" : nullptr;
+}
+
+PACKET_CASE(coalesce_one_buf)
+{
+    if (uint32_t error = get_default_packet(held.client, &held.packet)) return error_text(error);
+    return kel_coalesce(held.packet) ? "kel_coalesce failed" : nullptr;
+}
+
+PACKET_CASE(coalesce)
+{
+    if (const char *failure = get_packet_and_buffer(held)) return failure;
+    if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
+    if (kel_get_buf_count(held.packet) != 2) return "pre coalesce wrong buf count";
+    kel_coalesce(held.packet); // judged by what it leaves
+    if (kel_get_buf_count(held.packet) != 1) return "post coalesce wrong buf count";
+    return verify_joined(held.packet, PATTERN_A, PATTERN_B,
+                         {"kel_coalesce wrong packet length", "coalesce verify first failed",
+                          "coalesce verify second failed"});
+}
+
+// Reserve space, and what all operations that take a byte count have in common.
+
+namespace {
+
+constexpr uint32_t MODEST = 64;
+
+using sized_operation = uint32_t (*)(kel_packet packet, uint32_t size);
+
+constexpr refusal_texts RESERVE_TEXTS = {"reserve_space was successful",
+                                         "reserve_space wrong error"};
+
+const char *size_bad_packet(sized_operation operation, kel_packet packet,
+                            const refusal_texts &texts)
+{
+    return judge(operation(packet, MODEST), EINVAL, texts);
+}
+
+const char *size_bare_header(held_objects &held, sized_operation operation,
+                             const refusal_texts &texts)
+{
+    if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
+    return judge(operation(held.packet, MODEST), EINVAL, texts);
+}
+
+const char *size_refused(held_objects &held, sized_operation operation, uint32_t size,
+                         uint32_t expected, const refusal_texts &texts)
+{
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    return judge(operation(held.packet, size), expected, texts);
+}
+
+// Where a buffer's data starts, and how long it is.
+struct data_extent {
+    void *start;
+    uint32_t length;
+};
+
+uint32_t get_extent(kel_buffer buffer, data_extent *extent)
+{
+    return kel_buf_get_dptr(buffer, 0, &extent->start, &extent->length);
+}
+
+// The result is meaningless, but harmless, for addresses that are not of one buffer.
+uintptr_t start_grown(const data_extent &before, const data_extent &after)
+{
+    return reinterpret_cast<uintptr_t>(after.start) - reinterpret_cast<uintptr_t>(before.start);
+}
+
+} // namespace
+
+PACKET_CASE(reserve_null_pkt)
+{
+    return size_bad_packet(kel_reserve_space, 0, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve_invalid_pkt)
+{
+    return size_bad_packet(kel_reserve_space, KEL_BAD_HANDLE, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve_null_bufhead)
+{
+    return size_bare_header(held, kel_reserve_space, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve_toobig)
+{
+    return size_refused(held, kel_reserve_space, 1501, ENOSPC, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve_all)
+{
+    return size_refused(held, kel_reserve_space, 1500, ENOSPC, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve_nospaceleft)
+{
+    return size_refused(held, kel_reserve_space, 1501, ENOSPC, RESERVE_TEXTS); // as reserve_toobig
+}
+
+PACKET_CASE(reserve_multi_times)
+{
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    if (uint32_t error = kel_reserve_space(held.packet, 1)) return error_text(error);
+    return judge(kel_reserve_space(held.packet, 1), EINVAL, RESERVE_TEXTS);
+}
+
+PACKET_CASE(reserve)
+{
+    data_extent before = {};
+    data_extent after = {};
+
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    const kel_buffer head = kel_get_buf_head(held.packet);
+    const uint32_t length = kel_get_length(held.packet);
+    if (uint32_t error = get_extent(head, &before)) return error_text(error);
+    if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
+    if (uint32_t error = kel_reserve_space(held.packet, 1499)) return error_text(error);
+    if (uint32_t error = get_extent(head, &after)) return error_text(error);
+
+    if (start_grown(before, after) != 1499) return "reserve_space wrong data start";
+    if (after.length != before.length - 1499) return "reserve_space wrong data length";
+    if (kel_get_length(held.packet) != length - 1499) return "reserve_space wrong pkt length";
+    return check_offsets(held.packet, 32, 64, 96,
+                         {"reserve_space moves OFFSET_NETWORK",
+                          "reserve_space moves OFFSET_TRANSPORT",
+                          "reserve_space moves OFFSET_APP"});
+}
+
+// Head space.
+
+namespace {
+
+const char *head_space_refused(kel_packet packet)
+{
+    uint32_t space = 0;
+
+    return judge(kel_head_space(packet, &space), EINVAL,
+                 {"head_space was successful", "head_space wrong error"});
+}
+
+const char *head_space_is(kel_packet packet, uint32_t preset, uint32_t expected)
+{
+    uint32_t space = preset;
+
+    if (kel_head_space(packet, &space)) return "head_space failed";
+    return space == expected ? nullptr : "head_space wrong value";
+}
+
+} // namespace
+
+PACKET_CASE(headspace_null_pkt)
+{
+    return head_space_refused(0);
+}
+
+PACKET_CASE(headspace_invalid_pkt)
+{
+    return head_space_refused(KEL_BAD_HANDLE);
+}
+
+PACKET_CASE(headspace_null_bufhead)
+{
+    if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
+    return head_space_refused(held.packet);
+}
+
+PACKET_CASE(headspace_zero)
+{
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    return head_space_is(held.packet, 1500, 0);
+}
+
+PACKET_CASE(headspace)
+{
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    if (uint32_t error = kel_reserve_space(held.packet, 64)) return error_text(error);
+    return head_space_is(held.packet, 0, 64);
+}
+
+// Add at the head.
+
+namespace {
+
+constexpr refusal_texts ADD_HEAD_TEXTS = {"add_head was successful", "add_head wrong error"};
+constexpr offset_texts ADD_HEAD_OFFSETS = {"add_head wrong OFFSET_NETWORK",
+                                           "add_head wrong OFFSET_TRANSPORT",
+                                           "add_head wrong OFFSET_APP"};
+
+const char *get_areas(held_objects &held, uint32_t size)
+{
+    held.area = static_cast<uint8_t *>(calloc(size, 1));
+    if (!held.area) return "can't get buffer memory";
+    held.second_area = static_cast<uint8_t *>(calloc(size, 1));
+    if (!held.second_area) return "can't get new_buffer";
+    return nullptr;
+}
+
+// Two areas, the first holding pattern A, and a packet.
+const char *get_areas_and_packet(held_objects &held, uint32_t size)
+{
+    if (const char *failure = get_areas(held, size)) return failure;
+    set_data(held.area, static_cast<int32_t>(size), PATTERN_A);
+    return must_work(get_packet(held.client, PACKET_SIZE, &held.packet));
+}
+
+// Puts `body` over what is left of the packet behind the head room, then grows the packet.
+uint32_t reserve_write_and_add(kel_packet packet, uint32_t reserved, const uint8_t *body,
+                               uint32_t added)
+{
+    if (reserved) {
+        if (uint32_t error = kel_reserve_space(packet, reserved)) return error;
+    }
+    if (uint32_t error = write_packet(packet, 0, body, PACKET_SIZE - reserved)) return error;
+    return kel_add_head(packet, added);
+}
+
+// Grows the packet beyond its head room, fills the new front and reads all of it back.
+const char *add_new_head(held_objects &held, uint32_t reserved, uint32_t added, int32_t verified)
+{
+    const uint32_t whole = PACKET_SIZE - reserved + added;
+
+    if (const char *failure = get_areas_and_packet(held, whole)) return failure;
+    const kel_buffer head = kel_get_buf_head(held.packet);
+    const uint32_t length = kel_get_length(held.packet);
+    if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
+    if (uint32_t error = reserve_write_and_add(held.packet, reserved, held.area + added, added)) {
+        return error_text(error);
+    }
+    if (kel_get_buf_head(held.packet) == head) return "add_head returns same bufchain";
+    if (kel_get_length(held.packet) != length - reserved + added) {
+        return "add_head wrong pkt length";
+    }
+    if (uint32_t error = write_packet(held.packet, 0, held.area, added)) return error_text(error);
+    if (uint32_t error = read_packet(held.packet, held.second_area, whole)) {
+        return error_text(error);
+    }
+    if (verify_data(held.second_area, verified, PATTERN_A)) return "verify data failed";
+    return check_offsets(held.packet, 32 + added, 64 + added, 96 + added, ADD_HEAD_OFFSETS);
+}
+
+} // namespace
+
+PACKET_CASE(addhead_null_pkt)
+{
+    return size_bad_packet(kel_add_head, 0, ADD_HEAD_TEXTS);
+}
+
+PACKET_CASE(addhead_invalid_pkt)
+{
+    return size_bad_packet(kel_add_head, KEL_BAD_HANDLE, ADD_HEAD_TEXTS);
+}
+
+PACKET_CASE(addhead_null_bufhead)
+{
+    return size_bare_header(held, kel_add_head, ADD_HEAD_TEXTS);
+}
+
+PACKET_CASE(addhead)
+{
+    data_extent before = {};
+    data_extent after = {};
+
+    if (const char *failure = get_areas_and_packet(held, PACKET_SIZE)) return failure;
+    const kel_buffer head = kel_get_buf_head(held.packet);
+    const uint32_t length = kel_get_length(held.packet);
+    if (uint32_t error = get_extent(head, &before)) return error_text(error);
+    if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
+    if (uint32_t error = reserve_write_and_add(held.packet, 64, held.area + 64, 63)) {
+        return error_text(error);
+    }
+    if (kel_get_buf_head(held.packet) != head) return "add_head extends bufchain";
+    if (uint32_t error = get_extent(head, &after)) return error_text(error);
+    if (start_grown(before, after) != 1) return "add_head wrong data start";
+    if (after.length != before.length - 1) return "add_head wrong data length";
+    if (kel_get_length(held.packet) != length - 1) return "add_head wrong pkt length";
+    if (uint32_t error = write_packet(held.packet, 0, held.area + 1, 63)) return error_text(error);
+    if (uint32_t error = read_packet(held.packet, held.second_area, 1499)) {
+        return error_text(error);
+    }
+    if (memcmp(held.second_area, held.area + 1, 1499) != 0) return "verify data failed";
+    return check_offsets(held.packet, 95, 127, 159, ADD_HEAD_OFFSETS);
+}
+
+PACKET_CASE(addhead_extend)
+{
+    return add_new_head(held, 64, 65, 1500);
+}
+
+PACKET_CASE(addhead_offset)
+{
+    return add_new_head(held, 64, 96, 1532);
+}
+
+PACKET_CASE(addhead_zero)
+{
+    return add_new_head(held, 0, 64, 1564);
+}
+
+PACKET_CASE(addhead_toobig)
+{
+    return size_refused(held, kel_add_head, TOO_BIG, ENOMEM, ADD_HEAD_TEXTS);
+}
+
+// Add at the tail.
+
+namespace {
+
+constexpr refusal_texts ADD_TAIL_TEXTS = {"add_tail was successful", "add_tail wrong error"};
+constexpr offset_texts ADD_TAIL_OFFSETS = {"add_tail wrong OFFSET_NETWORK",
+                                           "add_tail wrong OFFSET_TRANSPORT",
+                                           "add_tail wrong OFFSET_APP"};
+
+// Appends a further piece to a packet that has grown to 1564 bytes.
+const char *append_to_grown(held_objects &held)
+{
+    if (uint32_t error = get_buffer(held.client, 64, &held.buffer)) return error_text(error);
+    if (uint32_t error = kel_buf_set_data(held.buffer, 0, held.area + 1564, 64)) {
+        return error_text(error);
+    }
+    // The handle is kept on purpose: the release frees the packet and then this buffer again,
+    // which the library must survive.
+    if (uint32_t error = kel_append(held.packet, held.buffer)) return error_text(error);
+    if (uint32_t error = read_packet(held.packet, held.second_area, 1628)) {
+        return error_text(error);
+    }
+    return verify_data(held.second_area, 1628, PATTERN_A) ? "append verify failed" : nullptr;
+}
+
+} // namespace
+
+PACKET_CASE(addtail_null_pkt)
+{
+    return size_bad_packet(kel_add_tail, 0, ADD_TAIL_TEXTS);
+}
+
+PACKET_CASE(addtail_invalid_pkt)
+{
+    return size_bad_packet(kel_add_tail, KEL_BAD_HANDLE, ADD_TAIL_TEXTS);
+}
+
+PACKET_CASE(addtail_null_bufhead)
+{
+    return size_bare_header(held, kel_add_tail, ADD_TAIL_TEXTS);
+}
+
+PACKET_CASE(addtail_toobig)
+{
+    return size_refused(held, kel_add_tail, TOO_BIG, ENOMEM, ADD_TAIL_TEXTS);
+}
+
+PACKET_CASE(addtail)
+{
+    if (const char *failure = get_areas_and_packet(held, 1628)) return failure;
+    const uint32_t length = kel_get_length(held.packet);
+    if (uint32_t error = write_packet(held.packet, 0, held.area, 1500)) return error_text(error);
+    if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
+    if (uint32_t error = kel_add_tail(held.packet, 64)) return error_text(error);
+    if (kel_get_length(held.packet) != length + 64) return "add_tail wrong pkt length";
+    if (uint32_t error = write_packet(held.packet, 1500, held.area + 1500, 64)) {
+        return error_text(error);
+    }
+    if (uint32_t error = read_packet(held.packet, held.second_area, 1564)) {
+        return error_text(error);
+    }
+    if (verify_data(held.second_area, 1564, PATTERN_A)) return "verify data failed";
+    if (const char *failure = check_offsets(held.packet, 32, 64, 96, ADD_TAIL_OFFSETS)) {
+        return failure;
+    }
+    return append_to_grown(held);
+}
+
+// Trim.
+
+namespace {
+
+constexpr refusal_texts TRIM_HEAD_TEXTS = {"trim_head was successful", "trim_head wrong error"};
+constexpr offset_texts TRIM_HEAD_OFFSETS = {"trim_head wrong OFFSET_NETWORK",
+                                            "trim_head wrong OFFSET_TRANSPORT",
+                                            "trim_head wrong OFFSET_APP"};
+constexpr refusal_texts TRIM_TAIL_TEXTS = {"trim_tail was successful", "trim_tail wrong error"};
+constexpr offset_texts TRIM_TAIL_OFFSETS = {"trim_tail wrong OFFSET_NETWORK",
+                                            "trim_tail wrong OFFSET_TRANSPORT",
+                                            "trim_tail wrong OFFSET_APP"};
+
+const char *trim_all(held_objects &held, sized_operation trim, const char *not_zero,
+                     const char *not_consumed, const offset_texts &wrong)
+{
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    if (uint32_t error = set_offsets(held.packet, 64, 128, 192)) return error_text(error);
+    if (uint32_t error = trim(held.packet, PACKET_SIZE)) return error_text(error);
+    if (kel_get_length(held.packet) != 0) return not_zero;
+    if (kel_get_buf_head(held.packet) != 0) return not_consumed;
+    return check_offsets(held.packet, 0, 0, 0, wrong);
+}
+
+// An area and a packet that hold pattern A, with offsets set, from whose one end `size` bytes
+// are then trimmed.
+const char *trim_pattern(held_objects &held, sized_operation trim, uint32_t size)
+{
+    held.area = static_cast<uint8_t *>(calloc(PACKET_SIZE, 1));
+    if (!held.area) return "can't get buffer memory";
+    set_data(held.area, PACKET_SIZE, PATTERN_A);
+    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+        return error_text(error);
+    }
+    if (uint32_t error = write_packet(held.packet, 0, held.area, PACKET_SIZE)) {
+        return error_text(error);
+    }
+    if (uint32_t error = set_offsets(held.packet, 64, 128, 192)) return error_text(error);
+    return must_work(trim(held.packet, size));
+}
+
+const char *trim_nothing(held_objects &held, sized_operation trim, const char *verify_failed,
+                         const offset_texts &wrong)
+{
+    if (const char *failure = trim_pattern(held, trim, 0)) return failure;
+    held.area[0] = 0;
+    if (uint32_t error = read_packet(held.packet, held.area, PACKET_SIZE)) {
+        return error_text(error);
+    }
+    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return verify_failed;
+    return check_offsets(held.packet, 64, 128, 192, wrong);
+}
+
+// Joins a buffer of 64 bytes that holds `source`.
+const char *join_piece(held_objects &held, join_operation join, const uint8_t *source)
+{
+    if (uint32_t error = get_buffer(held.client, 64, &held.buffer)) return error_text(error);
+    if (uint32_t error = kel_buf_set_data(held.buffer, 0, source, 64)) return error_text(error);
+    return hand_over_buffer(held, join);
+}
+
+} // namespace
+
+PACKET_CASE(trimhead_null_pkt)
+{
+    return size_bad_packet(kel_trim_head, 0, TRIM_HEAD_TEXTS);
+}
+
+PACKET_CASE(trimhead_invalid_pkt)
+{
+    return size_bad_packet(kel_trim_head, KEL_BAD_HANDLE, TRIM_HEAD_TEXTS);
+}
+
+PACKET_CASE(trimhead_null_bufhead)
+{
+    return size_bare_header(held, kel_trim_head, TRIM_HEAD_TEXTS);
+}
+
+PACKET_CASE(trimhead_toobig)
+{
+    return size_refused(held, kel_trim_head, 1501, ERANGE, TRIM_HEAD_TEXTS);
+}
+
+PACKET_CASE(trimhead_all)
+{
+    return trim_all(held, kel_trim_head, "trim_head length not zero",
+                    "trim_head didn't consume chain", TRIM_HEAD_OFFSETS);
+}
+
+PACKET_CASE(trimhead_zero)
+{
+    return trim_nothing(held, kel_trim_head, "trim_head verify failed", TRIM_HEAD_OFFSETS);
+}
+
+PACKET_CASE(trim_head)
+{
+    constexpr uint32_t SAME_AS_PATTERN_A = 0x01234578;
+    constexpr offset_texts WRONG = {TRIM_HEAD_OFFSETS.network, TRIM_HEAD_OFFSETS.transport,
+                                    TRIM_TAIL_OFFSETS.app}; // as published
+
+    if (const char *failure = trim_pattern(held, kel_trim_head, 128)) return failure;
+    set_data(held.area, PACKET_SIZE, SAME_AS_PATTERN_A);
+    memset(held.area + 128, 0, 1372);
+    if (const char *failure =
+            read_counted(held.packet, held.area + 128, 1372, "trim_head wrong length")) {
+        return failure;
+    }
+    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return "trim_head verify failed";
+    if (const char *failure = check_offsets(held.packet, 0, 0, 64, WRONG)) return failure;
+    if (const char *failure = join_piece(held, kel_prepend, held.area + 64)) return failure;
+    memset(held.area + 64, 0, 1436);
+    if (const char *failure =
+            read_counted(held.packet, held.area + 64, 1436, "prepend wrong length")) {
+        return failure;
+    }
+    return verify_data(held.area, PACKET_SIZE, PATTERN_A) ? "prepend verify failed" : nullptr;
+}
+
+PACKET_CASE(trimtail_null_pkt)
+{
+    return size_bad_packet(kel_trim_tail, 0, TRIM_TAIL_TEXTS);
+}
+
+PACKET_CASE(trimtail_invalid_pkt)
+{
+    return size_bad_packet(kel_trim_tail, KEL_BAD_HANDLE, TRIM_TAIL_TEXTS);
+}
+
+PACKET_CASE(trimtail_null_bufhead)
+{
+    return size_bare_header(held, kel_trim_tail, TRIM_TAIL_TEXTS);
+}
+
+PACKET_CASE(trimtail_toobig)
+{
+    return size_refused(held, kel_trim_tail, 1501, ERANGE, TRIM_TAIL_TEXTS);
+}
+
+PACKET_CASE(trimtail_all)
+{
+    return trim_all(held, kel_trim_tail, "trim_tail length not zero",
+                    "trim_tail didn't consume chain", TRIM_TAIL_OFFSETS);
+}
+
+PACKET_CASE(trimtail_zero)
+{
+    return trim_nothing(held, kel_trim_tail, "trim_tail verify failed", TRIM_TAIL_OFFSETS);
+}
+
+PACKET_CASE(trim_tail)
+{
+    if (const char *failure = trim_pattern(held, kel_trim_tail, 128)) return failure;
+    held.area[0] = 0;
+    if (const char *failure =
+            read_counted(held.packet, held.area, 1372, "trim_tail wrong length")) {
+        return failure;
+    }
+    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return "trim_tail verify failed";
+    if (const char *failure = check_offsets(held.packet, 64, 128, 192, TRIM_TAIL_OFFSETS)) {
+        return failure;
+    }
+    if (const char *failure = join_piece(held, kel_append, held.area + 1372)) return failure;
+    memset(held.area + 1372, 0, 64);
+    if (const char *failure = read_counted(held.packet, held.area, 1436, "append wrong length")) {
+        return failure;
+    }
+    return verify_data(held.area, 1436, PATTERN_A) ? "append verify failed" : nullptr;
+}
+
+// The suite kel_pkt.
+
+CASE_STEPS(kel_pkt, set_tag_null_pkt, run_steps, held_objects)
+{
+    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
+    CHECK_LOCATED(kel_set_tag(0, 1) != 0, "kel_buf_set_tag failed"); // as published
+    return api_msg;
+}
+
+CASE_STEPS(kel_pkt, stress_alloc, run_packets_steps, held_packets<2000>)
+{
+    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
+    for (kel_packet &packet : held.packets) {
+        uint32_t error = ERROR_NOT_STORED;
+
+        packet = kel_get_packet(held.client, 0, 512, 1, &error);
+        CHECK_LOCATED(error == 0, "kel_get_packet failed");
+        CHECK_LOCATED(packet != 0, "pkt offset is 0");
+    }
+    return api_msg;
+}

@@ -1,0 +1,152 @@
+# SPDX-License-Identifier: MIT
+# shellcheck shell=sh disable=SC2034,SC2154 # its users set $root and read the needs
+#
+# Sourced by ./run and ./test, with $root set to the top folder: finds out what the machine
+# lacks, installs it where that is possible, configures and builds. All messages go to standard
+# error.
+
+# One line a need: how to tell that it is there, and the package that brings it.
+RUN_NEEDS='
+command:gcc gcc
+command:g++ g++
+header:stdlib.h libc6-dev
+command:cmake cmake
+command:ninja ninja-build
+'
+
+TEST_NEEDS="$RUN_NEEDS"'
+command:git git
+command:clang clang
+command:clang++ clang
+command:clang-format clang-format
+command:clang-tidy clang-tidy
+command:python3 python3
+command:readelf binutils
+command:shellcheck shellcheck
+command:strace strace
+command:valgrind valgrind
+header:gtest/gtest.h libgtest-dev
+header:gmock/gmock.h libgmock-dev
+header:benchmark/benchmark.h libbenchmark-dev
+header:CLI/CLI.hpp libcli11-dev
+header:nlohmann/json.hpp nlohmann-json3-dev
+'
+
+say() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+}
+
+die() {
+    say "error: $*"
+    exit 1
+}
+
+have() {
+    case $1 in
+    command:*)
+        command -v "${1#command:}" >/dev/null 2>&1
+        ;;
+    header:*)
+        test -e "/usr/include/${1#header:}" || test -e "/usr/local/include/${1#header:}"
+        ;;
+    esac
+}
+
+# missing_packages <needs>: the packages of all needs that are not met, each once.
+missing_packages() {
+    echo "$1" | while read -r need package; do
+        if test -n "$need" && ! have "$need"; then
+            echo "$package"
+        fi
+    done | sort -u | paste -s -d ' '
+}
+
+as_root() {
+    if test "$(id -u)" -eq 0; then
+        "$@"
+    elif test -t 0; then
+        sudo "$@"
+    else
+        sudo -n "$@"
+    fi
+}
+
+apt_get() {
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y \
+        -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@" </dev/null >&2
+}
+
+apt_knows_all() {
+    apt-get -qq --simulate --no-install-recommends install "$@" >/dev/null 2>&1
+}
+
+# A base system of Ubuntu may know its component "main" only.
+add_universe() {
+    grep -qs '^ID=ubuntu' /etc/os-release || return 1
+    sources=/etc/apt/sources.list
+    universe=$(sed -n 's/^\(deb .*\) main *$/\1 universe/p' "$sources" 2>/dev/null)
+    test -n "$universe" || return 1
+    say "adding Ubuntu's universe in $sources.d/universe.list"
+    echo "$universe" | as_root tee "$sources.d/universe.list" >/dev/null
+}
+
+apt_install() {
+    if apt_knows_all "$@" && apt_get install --no-install-recommends "$@"; then
+        return 0
+    fi
+    say "updating the package lists"
+    apt_get update || return 1
+    if ! apt_knows_all "$@" && add_universe; then
+        apt_get update || return 1
+    fi
+    apt_get install --no-install-recommends "$@"
+}
+
+# install_needs <needs>: afterwards all of them are met, or the script has ended.
+install_needs() {
+    packages=$(missing_packages "$1")
+    test -n "$packages" || return 0
+
+    if ! command -v apt-get >/dev/null 2>&1; then
+        die "these Debian packages, or what they are called here, are missing: $packages"
+    fi
+    if test "$(id -u)" -ne 0 && ! command -v sudo >/dev/null 2>&1; then
+        die "missing packages; as root: apt-get install $packages"
+    fi
+
+    say "installing with apt-get: $packages"
+    # shellcheck disable=SC2086 # a list of names
+    apt_install $packages || die "apt-get could not install: $packages"
+
+    packages=$(missing_packages "$1")
+    test -z "$packages" || die "still missing after the installation: $packages"
+}
+
+# quietly <log file> <command...>: its output is shown only when it fails.
+quietly() {
+    log=$1
+    shift
+    mkdir -p "${log%/*}"
+    "$@" >"$log" 2>&1 </dev/null && return 0
+    cat "$log" >&2
+    return 1
+}
+
+# configure <preset> [cmake argument...]
+configure() {
+    preset=$1
+    shift
+    cache="$root/build/$preset/CMakeCache.txt"
+    # A build folder that was copied or moved names another source folder.
+    if test -e "$cache" && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$cache"; then
+        rm -rf "$cache" "$root/build/$preset/CMakeFiles"
+    fi
+    (cd "$root" && quietly "$root/build/$preset/configure.log" cmake --preset "$preset" "$@")
+}
+
+# build <preset> [cmake --build argument...]
+build() {
+    preset=$1
+    shift
+    (cd "$root" && quietly "$root/build/$preset/build.log" cmake --build --preset "$preset" "$@")
+}
