@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+//
+// The source tree's own rules: who may include whom, what every file begins with, and that
+// every suite's file is named by its cases.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tools/common/registry.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path ROOT = TAVOR_SOURCE_DIR;
+
+struct inclusion {
+    std::string file; // relative to the root
+    std::string included;
+};
+
+std::string read_text(const fs::path &path)
+{
+    std::ifstream stream(path);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::vector<fs::path> sources_in(const std::string &folder)
+{
+    std::vector<fs::path> sources;
+    for (const auto &entry : fs::recursive_directory_iterator(ROOT / folder)) {
+        const std::string extension = entry.path().extension();
+        if (extension == ".h" || extension == ".cpp" || extension == ".c" || extension == ".def") {
+            sources.push_back(entry.path());
+        }
+    }
+    std::sort(sources.begin(), sources.end());
+    return sources;
+}
+
+std::vector<inclusion> inclusions_in(const std::string &folder)
+{
+    std::vector<inclusion> found;
+    const std::regex include(R"(#\s*include\s*([<"])([^>"]+)[>"])");
+    for (const fs::path &source : sources_in(folder)) {
+        const std::string text = read_text(source);
+        for (std::sregex_iterator match(text.begin(), text.end(), include), end; match != end;
+             ++match) {
+            const std::string mark = (*match)[1] == "<" ? "<" : "";
+            found.push_back({fs::relative(source, ROOT), mark + std::string((*match)[2])});
+        }
+    }
+    return found;
+}
+
+// Folders and single files that a folder's sources may include, of our own.
+const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
+    {"kelapi", {"kelapi/"}},
+    {"runner", {"kelapi/client.h", "runner/"}},
+    {"fixtures", {"kelapi/", "fixtures/", "runner/tests.h"}},
+    {"suites", {"kelapi/", "fixtures/", "suites/", "runner/tests.h"}},
+    {"reference", {"kelapi/", "reference/"}},
+    {"tools", {"kelapi/", "runner/test_list.def", "tools/"}},
+};
+
+TEST(structure, folders_include_only_what_they_may)
+{
+    for (const auto &[folder, allowed] : MAY_INCLUDE) {
+        for (const inclusion &found : inclusions_in(folder)) {
+            if (found.included.starts_with("<")) {
+                continue;
+            }
+            EXPECT_TRUE(std::any_of(allowed.begin(), allowed.end(),
+                                    [&](const std::string &prefix) {
+                                        return found.included.starts_with(prefix);
+                                    }))
+                << found.file << " includes " << found.included;
+        }
+    }
+}
+
+TEST(structure, tavor_includes_c_headers_only)
+{
+    for (const std::string folder : {"kelapi", "runner", "fixtures", "suites"}) {
+        for (const inclusion &found : inclusions_in(folder)) {
+            if (found.included.starts_with("<")) {
+                EXPECT_TRUE(found.included.ends_with(".h"))
+                    << found.file << " includes " << found.included;
+            }
+        }
+    }
+}
+
+TEST(structure, every_source_names_its_licence_first)
+{
+    for (const std::string folder :
+         {"kelapi", "runner", "fixtures", "suites", "reference", "tools", "tests", "bench"}) {
+        for (const fs::path &source : sources_in(folder)) {
+            const std::string text = read_text(source);
+            const std::string first_line = text.substr(0, text.find('\n'));
+            EXPECT_NE(first_line.find("SPDX-License-Identifier: MIT"), std::string::npos)
+                << source;
+        }
+    }
+}
+
+TEST(structure, every_case_stands_on_a_line_that_a_search_finds)
+{
+    std::string text;
+    for (const fs::path &source : sources_in("suites")) {
+        text += read_text(source);
+    }
+    for (const tools::test_case &listed : tools::all_cases()) {
+        const std::string name(listed.name.substr(listed.suite.size() + 1));
+        const std::regex definition("_CASE\\((" + std::string(listed.suite) + ",\\s*)?" + name +
+                                    "\\b");
+        EXPECT_TRUE(std::regex_search(text, definition)) << listed.name;
+    }
+}
+
+} // namespace

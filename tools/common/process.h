@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+//
+// Runs another program, collects what it prints and tells how it ended.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tools {
+
+struct process_options {
+    std::vector<std::string> arguments{};   // the program first; looked up in PATH
+    std::vector<std::string> environment{}; // "NAME=value", added to this process's own
+    std::chrono::milliseconds timeout{0}; // 0: none. After it the process group is killed,
+    int timeout_signal = 0;               // first with this signal, where it is not 0
+    // Called with each piece of standard output as it comes; true asks for `stop_signal`.
+    std::function<bool(std::string_view)> on_output{};
+    int stop_signal = 0;
+};
+
+struct process_result {
+    std::string output; // standard output
+    std::string errors; // standard error
+    int exit_status = -1;
+    int signal = 0; // that ended it, else 0
+    bool timed_out = false;
+    bool started = false; // false: no such program, or no resources; `errors` tells
+    std::chrono::microseconds wall_time{0};
+    std::chrono::microseconds cpu_time{0};
+    long peak_memory_kib = 0;
+
+    bool exited_with(int status) const { return started && signal == 0 && exit_status == status; }
+};
+
+// The program gets /dev/null as standard input and a process group of its own. Safe to call
+// from several threads at once.
+process_result run_process(const process_options &options);
+
+// The signal's name, such as "SIGSEGV".
+std::string signal_name(int signal);
+
+// An argument vector as a line for the shell.
+std::string shell_line(const std::vector<std::string> &environment,
+                       const std::vector<std::string> &arguments);
+
+} // namespace tools
