@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+//
+// The pool of jobs.
+#include "tools/campaign/campaign.h"
+
+#include <algorithm>
+#include <atomic>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "tools/common/process.h"
+
+namespace campaign {
+
+namespace {
+
+outcome judge(const task &done, const observation &seen)
+{
+    if (done.must_be_green) {
+        const bool green = (seen.judged == verdict::pass || seen.judged == verdict::ignore) &&
+                           seen.signal == 0 && !seen.timed_out;
+        if (!green) {
+            return outcome::stray_message;
+        }
+        return leaves_something(done.what.test, seen) ? outcome::leak : outcome::caught;
+    }
+    if (done.must_be_missed) {
+        const bool missed = seen.judged == verdict::pass && seen.fault_was_hit;
+        return missed ? outcome::caught : outcome::stray_message;
+    }
+    const outcome reached = done.expected ? judge_pair(*done.expected, seen)
+                                          : judge_any(done.what.test, *done.pairs_of_case, seen);
+    if (reached == outcome::leak && fault_keeps_objects(done.what)) {
+        return seen.judged == verdict::fail ? outcome::caught : outcome::missed;
+    }
+    return reached;
+}
+
+std::string detail_of(const observation &seen)
+{
+    std::string detail;
+    const auto add = [&](const std::string &text) {
+        detail += detail.empty() ? text : ", " + text;
+    };
+    if (seen.timed_out) {
+        add("timed out");
+    } else if (seen.signal != 0) {
+        add(tools::signal_name(seen.signal));
+    } else if (seen.exit_status != 0) {
+        add("exit status " + std::to_string(seen.exit_status));
+    }
+    for (const std::string &left : seen.left) {
+        add("left " + left);
+    }
+    if (!seen.errors.empty()) {
+        add("said " + seen.errors.substr(0, seen.errors.find('\n')));
+    }
+    return detail;
+}
+
+result run_one(const setting &where, const task &done)
+{
+    const observation seen = observe(where, done.what);
+    result made;
+    made.id = done.id;
+    made.test = done.what.test;
+    made.faults = done.what.shim_faults;
+    if (!done.what.reference_faults.empty()) {
+        made.faults += (made.faults.empty() ? "" : " ") + ("ref:" + done.what.reference_faults);
+    }
+    if (done.expected) {
+        made.expected = done.expected->message;
+        made.place = done.expected->place();
+    }
+    made.reached = judge(done, seen);
+    made.shown = seen.message;
+    made.detail = detail_of(seen);
+    made.repeat = repeat_line(where, done.what);
+    made.microseconds = seen.wall_time.count();
+    return made;
+}
+
+class progress {
+public:
+    progress(std::size_t all, bool shown) : total(all), visible(shown) {}
+
+    void step(const result &done)
+    {
+        const std::size_t now = ++finished;
+        if (visible) {
+            std::cerr << '\r' << now << '/' << total << ' ' << done.test << "\033[K"
+                      << (now == total ? "\n" : "") << std::flush;
+        }
+    }
+
+private:
+    std::atomic<std::size_t> finished{0};
+    std::size_t total;
+    bool visible;
+};
+
+} // namespace
+
+std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
+                              results_file &file, const task_options &options)
+{
+    std::vector<std::optional<result>> results(tasks.size());
+    progress shown(tasks.size(), options.show_progress);
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> stopped{false};
+    std::mutex writing;
+    std::mutex one_at_a_time;
+
+    const auto work = [&] {
+        for (std::size_t i = next++; i < tasks.size() && !stopped; i = next++) {
+            const task &todo = tasks[i];
+            if (const result *earlier = file.known(todo.id)) {
+                results[i] = *earlier;
+                shown.step(*earlier);
+                continue;
+            }
+            std::unique_lock<std::mutex> alone(one_at_a_time, std::defer_lock);
+            if (std::find(options.exclusive.begin(), options.exclusive.end(), todo.what.test) !=
+                options.exclusive.end()) {
+                alone.lock();
+            }
+            results[i] = run_one(where, todo);
+            const std::lock_guard<std::mutex> guard(writing);
+            file.append(*results[i]);
+            shown.step(*results[i]);
+            if (options.stop_at && options.stop_at(*results[i])) {
+                stopped = true;
+            }
+        }
+    };
+    std::vector<std::jthread> pool;
+    for (unsigned job = 0; job < std::max(1u, options.jobs); job++) {
+        pool.emplace_back(work);
+    }
+    pool.clear();
+    std::vector<result> in_order;
+    for (std::optional<result> &ended : results) {
+        if (ended) {
+            in_order.push_back(std::move(*ended));
+        }
+    }
+    return in_order;
+}
+
+} // namespace campaign

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+//
+// Running many experiments, several at once, with their results in a fixed order.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/campaign/results.h"
+
+namespace campaign {
+
+struct task {
+    std::string id;
+    experiment what;
+    const pair *expected = nullptr; // null: any message of the table is right
+    const std::vector<pair> *pairs_of_case = nullptr;
+    bool must_be_green = false;  // a faultless run
+    bool must_be_missed = false; // a fault without effect
+};
+
+struct task_options {
+    unsigned jobs = 1;
+    bool show_progress = false;
+    std::vector<std::string> exclusive{};          // tests that wait for time: run one at a time
+    std::function<bool(const result &)> stop_at{}; // ends the run at the first such result
+};
+
+// Runs the tasks that the results file does not know yet. The results are in the order of
+// the tasks, whichever ended first; where the run was stopped, without those not run.
+std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
+                              results_file &file, const task_options &options);
+
+} // namespace campaign

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+//
+// Running a case under faults and reading the reports of shim and library.
+#include "tools/campaign/experiment.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "tools/common/process.h"
+
+namespace campaign {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A folder of its own for a run's report files, removed at the end.
+class scratch_folder {
+public:
+    scratch_folder()
+    {
+        std::string name = fs::temp_directory_path() / "kel-campaign-XXXXXX";
+        path = mkdtemp(name.data());
+    }
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    ~scratch_folder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+    std::string file(const std::string &name) const { return path / name; }
+
+private:
+    fs::path path;
+};
+
+std::vector<std::string> fault_environment(const setting &where, const experiment &what)
+{
+    std::vector<std::string> environment;
+    if (!where.library_path.empty()) {
+        environment.push_back("LD_LIBRARY_PATH=" + where.library_path);
+    }
+    if (!where.options.empty()) {
+        environment.push_back("KEL_REFERENCE_OPTIONS=" + where.options);
+    }
+    if (!what.reference_faults.empty()) {
+        environment.push_back("KEL_REFERENCE_FAULTS=" + what.reference_faults);
+    }
+    if (!what.shim_faults.empty()) {
+        environment.push_back("KELTRACE_FAULTS=" + what.shim_faults);
+    }
+    environment.push_back("LD_PRELOAD=" + where.shim);
+    return environment;
+}
+
+// The verdict of a run of one case stands before the summary's rule, behind the name and
+// whatever the case printed itself.
+void read_verdict(const std::string &output, observation &seen)
+{
+    const std::size_t rule = output.rfind("\n" + std::string(74, '=') + "\nSummary:");
+    if (rule == std::string::npos) {
+        return;
+    }
+    const std::string body = output.substr(0, rule);
+    std::string line = body.substr(body.rfind('\n') + 1);
+    const std::string fail = "FAIL : ";
+    const std::size_t at = line.rfind(fail);
+    if (at != std::string::npos) {
+        seen.judged = verdict::fail;
+        seen.message = line.substr(at + fail.size());
+        seen.message.erase(seen.message.find_last_not_of(' ') + 1);
+    } else if (line.ends_with("PASS")) {
+        seen.judged = verdict::pass;
+    } else if (line.ends_with("IGNORE")) {
+        seen.judged = verdict::ignore;
+    }
+}
+
+// Lines "calls <operation> <count>", "fault <text> hits <n> fired <n>" and
+// "census <kind> <obtained> <released> <left>".
+void read_shim_report(const std::string &path, observation &seen)
+{
+    std::ifstream report(path);
+    for (std::string line; std::getline(report, line);) {
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        if (word == "calls") {
+            std::string operation;
+            unsigned count = 0;
+            words >> operation >> count;
+            seen.calls[operation] = count;
+        } else if (word == "fault") {
+            seen.fault_was_hit |= line.find(" hits 0 ") == std::string::npos;
+            seen.fault_fired |= !line.ends_with(" fired 0");
+        } else if (word == "census") {
+            std::string kind;
+            long obtained = 0;
+            long released = 0;
+            long left = 0;
+            words >> kind >> obtained >> released >> left;
+            if (kind == "memory" && left > 0) {
+                seen.left.push_back(kind + " " + std::to_string(left));
+            }
+        }
+    }
+}
+
+// Lines "<name> <hits> <fired>".
+void read_reference_faults(const std::string &path, observation &seen)
+{
+    std::ifstream report(path);
+    for (std::string line; std::getline(report, line);) {
+        seen.fault_fired |= !line.ends_with(" 0");
+    }
+}
+
+// Lines "<name> <count>".
+void read_reference_census(const std::string &path, observation &seen)
+{
+    std::ifstream report(path);
+    std::string name;
+    unsigned long count = 0;
+    while (report >> name >> count) {
+        if (count != 0) {
+            seen.left.push_back(name + " " + std::to_string(count));
+        }
+    }
+}
+
+} // namespace
+
+observation observe(const setting &where, const experiment &what)
+{
+    const scratch_folder scratch;
+    tools::process_options process;
+    process.arguments = {where.tavor, what.test};
+    process.environment = fault_environment(where, what);
+    process.environment.push_back("LC_ALL=C");
+    process.environment.push_back("KELTRACE_REPORT=" + scratch.file("shim"));
+    process.environment.push_back("KEL_REFERENCE_FAULTS_REPORT=" + scratch.file("faults"));
+    process.environment.push_back("KEL_REFERENCE_CENSUS=" + scratch.file("census"));
+    process.timeout = where.timeout;
+    process.timeout_signal = SIGTERM;
+
+    const tools::process_result result = tools::run_process(process);
+    observation seen;
+    seen.signal = result.signal;
+    seen.exit_status = result.exit_status;
+    seen.timed_out = result.timed_out;
+    seen.errors = result.errors;
+    seen.wall_time = result.wall_time;
+    read_verdict(result.output, seen);
+    read_shim_report(scratch.file("shim"), seen);
+    read_reference_faults(scratch.file("faults"), seen);
+    read_reference_census(scratch.file("census"), seen);
+    return seen;
+}
+
+std::string repeat_line(const setting &where, const experiment &what)
+{
+    return tools::shell_line(fault_environment(where, what), {where.tavor, what.test});
+}
+
+} // namespace campaign

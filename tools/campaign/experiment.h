@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+//
+// One run of one case under given faults, in a process of its own, and what became of it.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace campaign {
+
+// Where the programs are and how long a run may take.
+struct setting {
+    std::string tavor;
+    std::string shim;         // libkeltrace.so
+    std::string library_path; // folder of libkel.so; empty: as tavor finds it by itself
+    std::string options;      // the reference library's open choices
+    std::chrono::milliseconds timeout{};
+};
+
+struct experiment {
+    std::string test;
+    std::string shim_faults;
+    std::string reference_faults;
+};
+
+enum class verdict { none, pass, ignore, fail };
+
+struct observation {
+    verdict judged = verdict::none;
+    std::string message;        // of a failure, as shown
+    bool fault_was_hit = false; // a call that it names was made
+    bool fault_fired = false;   // and something was done to it
+    int signal = 0;
+    int exit_status = 0;
+    bool timed_out = false;
+    std::vector<std::string> left;         // what the run did not release: "kind count"
+    std::map<std::string, unsigned> calls; // of each operation
+    std::string errors;                    // standard error
+    std::chrono::microseconds wall_time{};
+};
+
+observation observe(const setting &where, const experiment &what);
+
+// The environment and the command that repeat the experiment, as a line for the shell.
+std::string repeat_line(const setting &where, const experiment &what);
+
+} // namespace campaign

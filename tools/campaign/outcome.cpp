@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+//
+// Judging observations.
+#include "tools/campaign/outcome.h"
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "tools/common/operations.h"
+
+namespace campaign {
+
+namespace {
+
+bool is_error_text(const std::string &message)
+{
+    constexpr int LAST_ERROR = 133;
+    for (int error = 1; error <= LAST_ERROR; error++) {
+        if (message == std::strerror(error)) {
+            return true;
+        }
+    }
+    // Numbers without a text of their own, notices among them.
+    return message.starts_with("Unknown error ");
+}
+
+// Cases that by their nature leave something for a client's deregistration.
+const std::set<std::string> LEFT_TO_DEREGISTRATION = {
+    "kel_bufgroup_get_bufcount_add_trim", // its packet
+    "kel_dyn_tag_free_client",            // a dynamic tag and its registration: the subject
+    "kel_metadata_group_get_null_ptr",    // its packet, which is freed after the client
+    "kel_role_basic",                     // the sinks' tags
+    "kel_role_always",                    // the active sink's tag
+};
+
+// A crash or a hang, else nothing that keeps from looking at the verdict.
+bool died(const observation &seen, outcome &how)
+{
+    if (seen.timed_out) {
+        how = outcome::hang;
+        return true;
+    }
+    if (seen.signal != 0 || seen.exit_status != 0 || seen.judged == verdict::none) {
+        how = outcome::crash;
+        return true;
+    }
+    return false;
+}
+
+} // namespace
+
+const char *name_of(outcome result)
+{
+    switch (result) {
+    case outcome::caught:
+        return "CAUGHT";
+    case outcome::caught_elsewhere:
+        return "CAUGHT ELSEWHERE";
+    case outcome::missed:
+        return "MISSED";
+    case outcome::not_reached:
+        return "NOT REACHED";
+    case outcome::crash:
+        return "CRASH";
+    case outcome::hang:
+        return "HANG";
+    case outcome::leak:
+        return "LEAK";
+    case outcome::stray_message:
+        return "STRAY MESSAGE";
+    }
+    return "?";
+}
+
+outcome judge_pair(const pair &expected, const observation &seen)
+{
+    outcome how = outcome::missed;
+    if (died(seen, how)) {
+        return how;
+    }
+    if (seen.judged == verdict::fail) {
+        if (!shows(expected, seen.message)) {
+            return outcome::caught_elsewhere;
+        }
+        return leaves_something(expected.test, seen) ? outcome::leak : outcome::caught;
+    }
+    return seen.fault_fired ? outcome::missed : outcome::not_reached;
+}
+
+outcome judge_any(const std::string &test, const std::vector<pair> &pairs_of_case,
+                  const observation &seen)
+{
+    outcome how = outcome::missed;
+    if (died(seen, how)) {
+        return how;
+    }
+    if (seen.judged == verdict::fail) {
+        const bool known =
+            std::any_of(pairs_of_case.begin(), pairs_of_case.end(), [&](const pair &candidate) {
+                return shows(candidate, seen.message) ||
+                       (candidate.kind == message_kind::error_text && is_error_text(seen.message));
+            });
+        if (!known) {
+            return outcome::stray_message;
+        }
+        return leaves_something(test, seen) ? outcome::leak : outcome::caught;
+    }
+    if (!seen.fault_fired) {
+        return outcome::not_reached;
+    }
+    return leaves_something(test, seen) ? outcome::leak : outcome::missed;
+}
+
+bool leaves_something(const std::string &test, const observation &seen)
+{
+    return std::any_of(seen.left.begin(), seen.left.end(), [&](const std::string &left) {
+        return !left.starts_with("released_by_deregistration ") ||
+               !LEFT_TO_DEREGISTRATION.contains(test);
+    });
+}
+
+bool fault_keeps_objects(const experiment &what)
+{
+    if (!what.reference_faults.empty()) {
+        return true;
+    }
+    std::istringstream tokens(what.shim_faults);
+    for (std::string token; tokens >> token;) {
+        const std::string operation = token.substr(0, token.find('#'));
+        const tools::operation *known = tools::find_operation(operation);
+        if (known && tools::changes_ownership(*known)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace campaign

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+//
+// Reading the table of pairs.
+#include "tools/campaign/pairs.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "tools/common/error_names.h"
+
+namespace campaign {
+
+namespace {
+
+// Columns of a verdict line that show the message.
+constexpr std::size_t SHOWN_COLUMNS = 83;
+
+std::string trimmed(const std::string &text)
+{
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) {
+        return "";
+    }
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::vector<std::string> columns_of(const std::string &line)
+{
+    std::vector<std::string> columns;
+    std::istringstream stream(line);
+    for (std::string column; std::getline(stream, column, '|');) {
+        columns.push_back(trimmed(column));
+    }
+    return columns;
+}
+
+std::string joined(const std::string &list, const std::string &added)
+{
+    return list.empty() ? added : list + " " + added;
+}
+
+void take_faults(pair &target, const std::string &faults)
+{
+    std::istringstream tokens(faults);
+    for (std::string token; tokens >> token;) {
+        if (token.starts_with("ref:")) {
+            target.reference_faults = joined(target.reference_faults, token.substr(4));
+        } else {
+            target.shim_faults = joined(target.shim_faults, token);
+        }
+    }
+}
+
+message_kind kind_named(const std::string &name)
+{
+    if (name == "plain") {
+        return message_kind::plain;
+    }
+    if (name == "located") {
+        return message_kind::located;
+    }
+    if (name == "errno") {
+        return message_kind::error_text;
+    }
+    throw std::runtime_error("unknown kind of message: " + name);
+}
+
+std::string text_of_error(const std::string &name)
+{
+    const int error = tools::error_number(name);
+    if (error == 0) {
+        throw std::runtime_error("unknown error name: " + name);
+    }
+    return std::strerror(error);
+}
+
+pair parse(const std::string &line)
+{
+    const std::vector<std::string> columns = columns_of(line);
+    if (columns.size() < 4 || columns.size() > 5) {
+        throw std::runtime_error("expected: case | kind | message | faults | reason");
+    }
+    pair parsed;
+    parsed.test = columns[0];
+    parsed.kind = kind_named(columns[1]);
+    parsed.message =
+        parsed.kind == message_kind::error_text ? text_of_error(columns[2]) : columns[2];
+    if (columns[3] == "-") {
+        parsed.unreachable = columns.size() == 5 ? columns[4] : "";
+        if (parsed.unreachable.empty()) {
+            throw std::runtime_error("a pair without faults needs a reason");
+        }
+    } else {
+        take_faults(parsed, columns[3]);
+        if (parsed.shim_faults.empty() && parsed.reference_faults.empty()) {
+            throw std::runtime_error("no faults, and no '-'");
+        }
+    }
+    return parsed;
+}
+
+void read_file(const std::filesystem::path &path, std::vector<pair> &pairs)
+{
+    std::ifstream stream(path);
+    if (!stream) {
+        throw std::runtime_error(path.string() + ": cannot be read");
+    }
+    int number = 0;
+    for (std::string line; std::getline(stream, line);) {
+        number++;
+        const std::string text = trimmed(line);
+        if (text.empty() || text.starts_with("#")) {
+            continue;
+        }
+        try {
+            pair parsed = parse(text);
+            parsed.file = path.filename().string();
+            parsed.line = number;
+            pairs.push_back(std::move(parsed));
+        } catch (const std::runtime_error &error) {
+            throw std::runtime_error(path.filename().string() + ":" + std::to_string(number) +
+                                     ": " + error.what());
+        }
+    }
+}
+
+} // namespace
+
+std::vector<pair> read_pairs(const std::filesystem::path &folder)
+{
+    std::vector<std::filesystem::path> files;
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().extension() == ".txt") {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    std::vector<pair> pairs;
+    for (const auto &file : files) {
+        read_file(file, pairs);
+    }
+    return pairs;
+}
+
+bool shows(const pair &expected, const std::string &message)
+{
+    if (expected.kind == message_kind::located) {
+        const std::string start = "msg='" + expected.message + "' line=";
+        return message.starts_with(start) && message.size() > start.size() &&
+               message.find_first_not_of("0123456789", start.size()) == std::string::npos;
+    }
+    return message == trimmed(expected.message.substr(0, SHOWN_COLUMNS));
+}
+
+} // namespace campaign

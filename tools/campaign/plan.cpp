@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+//
+// Which faults apply to which operation.
+#include "tools/campaign/plan.h"
+
+#include "tools/common/operations.h"
+
+namespace campaign {
+
+namespace {
+
+// The system's calls that the shim can make fail, with the ways in which they do.
+const std::vector<std::pair<std::string, std::vector<std::string>>> SYSTEM_FAULTS = {
+    {"malloc", {"fail"}},
+    {"calloc", {"fail"}},
+    {"pthread_create", {"error=EAGAIN"}},
+    {"select", {"error=EBADF", "error=EINTR", "result=0"}},
+    {"open", {"error=ENOENT"}},
+    {"ioctl", {"error=EIO", "result=0"}},
+};
+
+// The values that a handle or a number is replaced by.
+const std::vector<std::string> WRONG_VALUES = {"0", "1", "0xffffffff"};
+
+void add_for_results(const tools::operation &which, std::vector<std::string> &actions)
+{
+    if (which.result == "error") {
+        actions.insert(actions.end(), {"error=EIO", "lost", "after=EIO"});
+    } else if (which.result.starts_with("new_")) {
+        actions.insert(actions.end(), {"error=EIO", "after=EIO", "result=0", "result=0x12345678"});
+    } else if (which.result != "nothing") {
+        for (const std::string &value : WRONG_VALUES) {
+            actions.push_back("result=" + value);
+        }
+    } else {
+        actions.emplace_back("lost");
+    }
+}
+
+bool is_number(const tools::argument_kind &kind)
+{
+    return kind.direction != "in" && kind.name != "out_error" &&
+           (kind.type == "uint32_t *" || kind.type == "uint16_t *" || kind.type == "uint64_t *" ||
+            kind.type == "kel_buffer *" || kind.type == "kel_tag *");
+}
+
+void add_for_arguments(const tools::operation &which, std::vector<std::string> &actions)
+{
+    for (std::size_t i = 0; i < which.arguments.size(); i++) {
+        const tools::argument_kind &kind = *which.arguments[i].kind;
+        const std::string argument = "arg" + std::to_string(i + 1);
+        if (is_number(kind)) {
+            actions.push_back(argument + "=0");
+            actions.push_back(argument + "+=1");
+        }
+        if (kind.name == "source" || kind.name == "destination") {
+            actions.insert(actions.end(), {"flip=0", "flip=-1"});
+        }
+    }
+}
+
+std::vector<std::string> actions_for(const tools::operation &which)
+{
+    std::vector<std::string> actions;
+    add_for_results(which, actions);
+    add_for_arguments(which, actions);
+    return actions;
+}
+
+void add_calls(const std::string &operation, unsigned count, const plan_limits &limits,
+               const std::vector<std::string> &actions, std::vector<std::string> &faults)
+{
+    for (unsigned call = 1; call <= count; call++) {
+        if (call > limits.calls_at_each_end && call + limits.calls_at_each_end <= count) {
+            continue;
+        }
+        for (const std::string &action : actions) {
+            faults.push_back(operation + "#" + std::to_string(call) + ":" + action);
+        }
+    }
+    // The same from the first call on.
+    if (count > 1) {
+        for (const std::string &action : actions) {
+            faults.push_back(operation + "#1+:" + action);
+        }
+    }
+}
+
+} // namespace
+
+std::vector<std::string> faults_for(const std::map<std::string, unsigned> &calls,
+                                    const plan_limits &limits)
+{
+    std::vector<std::string> faults;
+    const auto count_of = [&](const std::string &operation) {
+        const auto found = calls.find(operation);
+        return found == calls.end() ? 0u : found->second;
+    };
+    for (const tools::operation &which : tools::all_operations()) {
+        const std::string name(which.name);
+        if (name != "nocrash_set") {
+            add_calls(name, count_of(name), limits, actions_for(which), faults);
+        }
+    }
+    for (const auto &[name, actions] : SYSTEM_FAULTS) {
+        add_calls(name, count_of(name), limits, actions, faults);
+    }
+    return faults;
+}
+
+} // namespace campaign

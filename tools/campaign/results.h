@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+//
+// Results as they come: a file with one JSON object a line, from which an interrupted
+// campaign resumes, and the table at the end.
+#pragma once
+
+#include <array>
+#include <fstream>
+#include <iosfwd>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "tools/campaign/outcome.h"
+
+namespace campaign {
+
+struct result {
+    std::string id; // names the experiment within its campaign
+    std::string test;
+    std::string faults;
+    std::string expected; // message; empty where any of the table is right
+    std::string place;    // in the table of pairs
+    outcome reached = outcome::missed;
+    std::string shown;  // what the verdict line said
+    std::string detail; // signal, what was left
+    std::string repeat;
+    long long microseconds = 0;
+};
+
+class results_file {
+public:
+    // An empty path writes nothing. With `resume` the lines that are there are read and kept.
+    results_file(const std::string &path, bool resume);
+
+    // The result of an earlier run of the same campaign, or null.
+    const result *known(const std::string &id) const;
+
+    void append(const result &added);
+
+private:
+    std::unordered_map<std::string, result> earlier;
+    std::ofstream stream;
+};
+
+constexpr std::size_t OUTCOMES = 8;
+
+struct tally {
+    std::array<unsigned, OUTCOMES> counts{};
+    unsigned total = 0;
+
+    void add(outcome reached)
+    {
+        counts[static_cast<std::size_t>(reached)]++;
+        total++;
+    }
+    unsigned of(outcome reached) const { return counts[static_cast<std::size_t>(reached)]; }
+};
+
+// One row a suite and a sum, one column an outcome that occurs.
+void print_table(std::ostream &out, const std::vector<result> &results);
+
+// What is to be looked at: the experiment, what was expected and shown, how to repeat it.
+void print_finding(std::ostream &out, const result &found);
+
+} // namespace campaign
