@@ -84,7 +84,7 @@ private:
     static constexpr std::uint32_t MAX_SLOTS = 1u << INDEX_BITS;
     static constexpr std::uint32_t CHUNK_SLOTS = 256;
     // Freed slots rest until this many are free, so that a stale handle stays one for long.
-    static constexpr std::uint32_t QUARANTINE = 1024;
+    static constexpr std::uint32_t QUARANTINE = 256;
 
     struct slot {
         std::optional<object> content;

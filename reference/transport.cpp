@@ -143,8 +143,8 @@ uint32_t kel_queue_is_empty(kel_client client)
     locked_state library;
     const client_object *asked = library->clients.find(client);
     if (!asked) return client_refusal(*library, client);
-    const std::uint32_t unseen = fires(fault::queue_count_wrong);
-    return asked->queued <= unseen;
+    const std::uint32_t unseen = fires(fault::queue_count_one_short);
+    return asked->queued <= unseen && !fires(fault::queue_count_never_empty);
 }
 
 uint32_t kel_pkt_no_sig_required(kel_packet packet, uint8_t flag)

@@ -15,8 +15,8 @@
 using test_function = const char *(*)();
 
 struct test_entry {
-    uint32_t enabled;       // 1: selected for this run
-    const char *test_name;  // suite name + "_" + case name
+    uint32_t enabled;      // 1: selected for this run
+    const char *test_name; // suite name + "_" + case name
     const char *suite_name;
     test_function function;
 };

@@ -83,8 +83,8 @@ TEST(selection, options_may_follow_names)
 {
     const auto result = run_tavor({"kel_reg_client_getfd_client", "-t"});
     EXPECT_EQ(lines_of(result.output).size(), 1u);
-    const auto posix = run_tavor({"kel_reg_client_getfd_client", "-t"},
-                                 {.environment = {"POSIXLY_CORRECT=1"}});
+    const auto posix =
+        run_tavor({"kel_reg_client_getfd_client", "-t"}, {.environment = {"POSIXLY_CORRECT=1"}});
     EXPECT_EQ(tests_run(posix.output), "  1") << "there -t is a name that matches nothing";
 }
 
@@ -120,8 +120,8 @@ TEST(modes, stop_flag_without_a_failure_runs_everything)
 
 TEST(modes, loop_runs_until_interrupted)
 {
-    const auto result = run_tavor({"-l", "kel_reg_client"},
-                                  {.stop_after = "PASS\n", .stop_after_count = 14});
+    const auto result =
+        run_tavor({"-l", "kel_reg_client"}, {.stop_after = "PASS\n", .stop_after_count = 14});
     const std::vector<std::string> names = names_in(result.output);
     ASSERT_GE(names.size(), 14u);
     for (std::size_t i = 0; i < names.size(); i++) {

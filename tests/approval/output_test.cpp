@@ -10,8 +10,8 @@ namespace {
 using support::padded;
 using support::run_tavor;
 
-const std::string HEADER = "Name                                     Verdict  Info\n" +
-                           std::string(75, '=') + "\n";
+const std::string HEADER =
+    "Name                                     Verdict  Info\n" + std::string(75, '=') + "\n";
 
 const std::string USAGE = "Usage: tavor [-f] [-l] [-r] suitelist\n"
                           "       -f Stop after first failed test.\n"
@@ -53,12 +53,13 @@ std::string located(const std::string &output, const std::string &literal)
     return output.substr(at, end - at);
 }
 
-const std::string REG_CLIENT_VERDICTS = verdict("kel_reg_client_null_client_handle", "PASS") +
-                                        verdict("kel_reg_client_reg_dereg_client", "PASS") +
-                                        verdict("kel_reg_client_reg_dereg_client_null_name", "PASS") +
-                                        verdict("kel_reg_client_getfd_client", "PASS") +
-                                        verdict("kel_reg_client_getfd_null_client", "PASS") +
-                                        verdict("kel_reg_client_reg_dereg_mul_client", "PASS");
+const std::string REG_CLIENT_VERDICTS =
+    verdict("kel_reg_client_null_client_handle", "PASS") +
+    verdict("kel_reg_client_reg_dereg_client", "PASS") +
+    verdict("kel_reg_client_reg_dereg_client_null_name", "PASS") +
+    verdict("kel_reg_client_getfd_client", "PASS") +
+    verdict("kel_reg_client_getfd_null_client", "PASS") +
+    verdict("kel_reg_client_reg_dereg_mul_client", "PASS");
 
 TEST(output, table_of_a_suite)
 {
@@ -84,12 +85,12 @@ TEST(output, ignored_case_counts_as_passed)
 
 TEST(output, failure_is_padded_to_83_columns)
 {
-    const auto result = run_tavor({"kel_reg_client_getfd_null_client"}, {.faults = "getfd#1:result=7"});
-    EXPECT_EQ(result.output,
-              HEADER +
-                  failure("kel_reg_client_getfd_null_client",
-                          located(result.output, "kel_getfd failed")) +
-                  summary("  1", "  0", "  1"));
+    const auto result =
+        run_tavor({"kel_reg_client_getfd_null_client"}, {.faults = "getfd#1:result=7"});
+    EXPECT_EQ(result.output, HEADER +
+                                 failure("kel_reg_client_getfd_null_client",
+                                         located(result.output, "kel_getfd failed")) +
+                                 summary("  1", "  0", "  1"));
     EXPECT_TRUE(result.exited_with(0)) << "verdicts do not change the exit status";
 }
 
@@ -116,11 +117,10 @@ TEST(output, single_test_prints_a_long_message_whole)
 TEST(output, failure_is_cut_at_83_columns)
 {
     const auto result = run_tavor({"kel_metadata_group_access_fields"}, FORGETFUL);
-    EXPECT_EQ(result.output,
-              HEADER +
-                  verdict("kel_metadata_group_access_fields",
-                          "FAIL : " + long_message().substr(0, 83)) +
-                  summary("  1", "  0", "  1"));
+    EXPECT_EQ(result.output, HEADER +
+                                 verdict("kel_metadata_group_access_fields",
+                                         "FAIL : " + long_message().substr(0, 83)) +
+                                 summary("  1", "  0", "  1"));
 }
 
 TEST(output, zeb_format_has_neither_header_nor_summary)
@@ -189,8 +189,8 @@ TEST(output, single_test_number_out_of_range)
 {
     for (const std::string number : {"-1", "458", "99999"}) {
         const auto result = run_tavor({"-s", number});
-        EXPECT_EQ(result.output, HEADER + "Invalid test number " + number + " \n" +
-                                     summary("  0", "  0", "  0"));
+        EXPECT_EQ(result.output,
+                  HEADER + "Invalid test number " + number + " \n" + summary("  0", "  0", "  0"));
         EXPECT_TRUE(result.exited_with(0));
     }
 }

@@ -19,13 +19,13 @@ struct run_of_rows {
 
 // The order of the suites, which is part of the interface.
 const std::vector<run_of_rows> TABLE = {
-    {"kel_buf", 95},     {"kel_bufgroup", 15},  {"kel_bufgroup_reserved", 19},
-    {"kel_corrupt", 9},  {"kel_dyn_tag", 8},    {"kel_event", 16},
-    {"kel_free", 10},    {"kel_metadata", 110}, {"kel_packet", 66},
-    {"kel_pkt", 2},      {"kel_packet", 17},    {"kel_region", 5},
+    {"kel_buf", 95},      {"kel_bufgroup", 15},  {"kel_bufgroup_reserved", 19},
+    {"kel_corrupt", 9},   {"kel_dyn_tag", 8},    {"kel_event", 16},
+    {"kel_free", 10},     {"kel_metadata", 110}, {"kel_packet", 66},
+    {"kel_pkt", 2},       {"kel_packet", 17},    {"kel_region", 5},
     {"kel_subregion", 5}, {"kel_reg_client", 6}, {"kel_reg_tag", 9},
-    {"kel_role", 2},     {"kel_send", 2},       {"kel_sendrecv", 1},
-    {"kel_send", 1},     {"kel_sendrecv", 11},  {"kel_tlv", 49},
+    {"kel_role", 2},      {"kel_send", 2},       {"kel_sendrecv", 1},
+    {"kel_send", 1},      {"kel_sendrecv", 11},  {"kel_tlv", 49},
 };
 
 struct landmark {

@@ -76,10 +76,9 @@ TEST(structure, folders_include_only_what_they_may)
             if (found.included.starts_with("<")) {
                 continue;
             }
-            EXPECT_TRUE(std::any_of(allowed.begin(), allowed.end(),
-                                    [&](const std::string &prefix) {
-                                        return found.included.starts_with(prefix);
-                                    }))
+            EXPECT_TRUE(std::any_of(
+                allowed.begin(), allowed.end(),
+                [&](const std::string &prefix) { return found.included.starts_with(prefix); }))
                 << found.file << " includes " << found.included;
         }
     }
@@ -104,8 +103,7 @@ TEST(structure, every_source_names_its_licence_first)
         for (const fs::path &source : sources_in(folder)) {
             const std::string text = read_text(source);
             const std::string first_line = text.substr(0, text.find('\n'));
-            EXPECT_NE(first_line.find("SPDX-License-Identifier: MIT"), std::string::npos)
-                << source;
+            EXPECT_NE(first_line.find("SPDX-License-Identifier: MIT"), std::string::npos) << source;
         }
     }
 }
@@ -118,8 +116,8 @@ TEST(structure, every_case_stands_on_a_line_that_a_search_finds)
     }
     for (const tools::test_case &listed : tools::all_cases()) {
         const std::string name(listed.name.substr(listed.suite.size() + 1));
-        const std::regex definition("_CASE\\((" + std::string(listed.suite) + ",\\s*)?" + name +
-                                    "\\b");
+        const std::regex definition("(_CASE|CASE_STEPS)\\((" + std::string(listed.suite) +
+                                    ",\\s*)?" + name + "\\b");
         EXPECT_TRUE(std::regex_search(text, definition)) << listed.name;
     }
 }

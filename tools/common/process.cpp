@@ -203,8 +203,8 @@ private:
     // What stands in the pipes when the process has ended.
     void drain()
     {
-        for (auto [stream, text] : {std::pair{&output, &result.output},
-                                    std::pair{&errors, &result.errors}}) {
+        for (auto [stream, text] :
+             {std::pair{&output, &result.output}, std::pair{&errors, &result.errors}}) {
             if (stream->get() < 0) {
                 continue;
             }
