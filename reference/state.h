@@ -4,9 +4,13 @@
 //
 // One lock guards everything here: every operation of the interface takes it once, by
 // making a `locked_state`, and holds it until it returns. Nothing else is locked while it
-// is held, except the allocator of the C library. Waits (events, the daemon) are condition
+// is held, except the allocator of the C library and, where a descriptor is closed, the list
+// of open devices (region_device.cpp). Waits (events, the daemon) are condition
 // variables on that lock. What helps throughput is that nothing under it grows with the
 // number of objects and nothing blocks.
+//
+// Tables and TLVs that cannot grow are ENOMEM; elsewhere a failure to get a few bytes for
+// book-keeping from the C++ library is fatal to the process.
 #pragma once
 
 #include <array>
@@ -117,8 +121,8 @@ struct bufgroup_object {
     bool no_poison = false;
     std::uint32_t element_size = 0;
     std::uint32_t element_count = 0;
-    std::uint32_t head_room = 0;     // in front of each element
-    std::size_t element_pitch = 0;   // distance of two elements
+    std::uint32_t head_room = 0;   // in front of each element
+    std::size_t element_pitch = 0; // distance of two elements
     std::byte *elements = nullptr;
     std::uint32_t untouched_from = 0; // elements from this one on have never been given out
     std::vector<std::byte *> free_elements;
@@ -155,17 +159,17 @@ struct client_object : list_node<client_object> { // node in the list of clients
     std::shared_ptr<event_gate> gate = std::make_shared<event_gate>();
     // What it holds.
     usage used;
-    intrusive_list<packet_object> packets;  // it holds now
-    intrusive_list<buffer_object> buffers;  // it obtained, wherever they stand
-    std::set<kel_tag> tags;                 // registered
-    std::set<kel_tag> allocated_tags;       // dynamic
-    std::set<bufgroup_object *> bufgroups;  // registered
+    intrusive_list<packet_object> packets; // it holds now
+    intrusive_list<buffer_object> buffers; // it obtained, wherever they stand
+    std::set<kel_tag> tags;                // registered
+    std::set<kel_tag> allocated_tags;      // dynamic
+    std::set<bufgroup_object *> bufgroups; // registered
 };
 
 struct tag_object {
-    client_object *owner = nullptr;        // of a dynamic tag
-    std::vector<client_object *> holders;  // in order of registration
-    bool shared = false;                   // registered in role STANDBY
+    client_object *owner = nullptr;       // of a dynamic tag
+    std::vector<client_object *> holders; // in order of registration
+    bool shared = false;                  // registered in role STANDBY
 };
 
 // Type and object of an event.

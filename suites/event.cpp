@@ -3,6 +3,9 @@
 // Events: arming and disarming, waits that poll, time out, block or are interrupted, and
 // what fires them, often from another thread. The frame ends and joins the thread, frees
 // packets and buffer, deregisters tags, groups and clients.
+//
+// Threads end by returning: pthread_exit would make the C library load libgcc_s, which a
+// device need not have.
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -296,7 +299,7 @@ void *recv_helper(void *argument)
         }
     }
     free(mismatches);
-    pthread_exit(nullptr);
+    return nullptr;
 }
 
 void *pkt_free_helper(void *argument)
@@ -307,7 +310,7 @@ void *pkt_free_helper(void *argument)
         kel_free_packet(job->packets[i]);
         job->packets[i] = 0;
     }
-    pthread_exit(nullptr);
+    return nullptr;
 }
 
 void *wait_interrupt_helper(void *argument)
@@ -316,7 +319,7 @@ void *wait_interrupt_helper(void *argument)
 
     sleep(1);
     kel_event_clear(job->client);
-    pthread_exit(nullptr);
+    return nullptr;
 }
 
 void *reg_tag_helper(void *argument)
@@ -325,7 +328,7 @@ void *reg_tag_helper(void *argument)
 
     sleep(1);
     kel_register_tag(job->client, job->tag);
-    pthread_exit(nullptr);
+    return nullptr;
 }
 
 kel_event make_event(uint32_t type, uint32_t object, uint32_t group_flags, uint32_t flags)

@@ -4,6 +4,9 @@
 // that sends, and deferred signals. The frame ends and joins the thread, frees the packets
 // that are still held, the handle array and the data area, deregisters the sender, then the
 // tag and its client.
+//
+// Threads end by returning: pthread_exit would make the C library load libgcc_s, which a
+// device need not have.
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -78,7 +81,7 @@ void *send_helper(void *argument)
             break;
         }
     }
-    pthread_exit(nullptr);
+    return nullptr;
 }
 
 // Ends the thread and forgets the packets that it sent: they are the receiver's.

@@ -248,20 +248,27 @@ private:
 
     void enforce_timeout()
     {
-        if (options.timeout.count() == 0) {
-            return;
+        if (!result.timed_out) {
+            if (!is_late()) {
+                return;
+            }
+            result.timed_out = true;
+            killing_time = steady::now();
+            if (options.timeout_signal != 0) {
+                kill(-pid, options.timeout_signal);
+                killing_time += GRACE;
+            }
         }
-        const auto elapsed = steady::now() - started;
-        if (elapsed < options.timeout) {
-            return;
-        }
-        if (!result.timed_out && options.timeout_signal != 0) {
-            kill(-pid, options.timeout_signal);
-        }
-        result.timed_out = true;
-        if (options.timeout_signal == 0 || elapsed > options.timeout + GRACE) {
+        if (steady::now() >= killing_time) {
             kill(-pid, SIGKILL);
         }
+    }
+
+    bool is_late() const
+    {
+        const auto now = steady::now();
+        return (options.timeout.count() != 0 && now >= started + options.timeout) ||
+               (options.deadline && now >= options.deadline());
     }
 
     const process_options &options;
@@ -269,6 +276,7 @@ private:
     unique_fd output;
     unique_fd errors;
     steady::time_point started;
+    steady::time_point killing_time;
     process_result result;
     bool reaped = false;
 };

@@ -16,6 +16,8 @@ struct process_options {
     std::vector<std::string> environment{}; // "NAME=value", added to this process's own
     std::chrono::milliseconds timeout{0};   // 0: none. After it the process group is killed,
     int timeout_signal = 0;                 // first with this signal, where it is not 0
+    // Asked all the while, a moment after which it is ended in the same way; it may move.
+    std::function<std::chrono::steady_clock::time_point()> deadline{};
     // Called with each piece of standard output as it comes; true asks for `stop_signal`.
     std::function<bool(std::string_view)> on_output{};
     int stop_signal = 0;

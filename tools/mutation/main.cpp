@@ -34,6 +34,7 @@ struct arguments {
     std::string results_path;
     std::vector<std::string> files; // names of suites' sources; empty: all
     unsigned count = 300;
+    unsigned each = 4; // of a file, at least
     unsigned seed = 1;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 };
@@ -74,7 +75,7 @@ std::vector<std::string> suites_in(const std::string &text)
 
 // As many of each file as its share of all, chosen by the seed, in the order of the places.
 std::vector<mutation::mutant> sample(const std::vector<mutation::mutant> &all, unsigned count,
-                                     unsigned seed)
+                                     unsigned each, unsigned seed)
 {
     std::map<std::string, std::vector<mutation::mutant>> by_file;
     for (const mutation::mutant &candidate : all) {
@@ -84,7 +85,7 @@ std::vector<mutation::mutant> sample(const std::vector<mutation::mutant> &all, u
     std::mt19937 generator(seed);
     for (auto &[file, candidates] : by_file) {
         const std::size_t share =
-            std::max<std::size_t>(4, (candidates.size() * count + all.size() - 1) / all.size());
+            std::max<std::size_t>(each, (candidates.size() * count + all.size() - 1) / all.size());
         std::sample(candidates.begin(), candidates.end(), std::back_inserter(chosen), share,
                     generator);
     }
@@ -212,7 +213,7 @@ int run(const arguments &given)
             all.push_back(std::move(found));
         }
     }
-    const std::vector<mutation::mutant> chosen = sample(all, given.count, given.seed);
+    const std::vector<mutation::mutant> chosen = sample(all, given.count, given.each, given.seed);
     std::cerr << chosen.size() << " of " << all.size() << " mutants\n";
 
     std::ofstream results(given.results_path);
@@ -260,6 +261,7 @@ int main(int argc, char **argv)
     app.add_option("--shim", given.shim, "libkeltrace.so")->required();
     app.add_option("--results", given.results_path, "a line a mutant");
     app.add_option("--count", given.count, "mutants, at least");
+    app.add_option("--each", given.each, "of each file, at least");
     app.add_option("--seed", given.seed, "of the choice");
     app.add_option("--jobs,-j", given.jobs, "mutants at once")->check(CLI::Range(1, 64));
     app.add_option("files", given.files, "suites' sources, such as buf.cpp; all without any");

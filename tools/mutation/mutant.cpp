@@ -201,16 +201,16 @@ private:
         add("number changed", at, end - at, "(" + text.substr(at, end - at) + " + 1)");
     }
 
-    // A message: names of clients and groups mean nothing to a verdict.
+    // A message. Names of clients, groups and tags mean nothing to a verdict.
     void literal_at(std::size_t at)
     {
         const std::string line = line_around(at);
-        if (line.starts_with("#") || line.find("kel_register_") != std::string::npos ||
-            line.find("kel_alloc_tag(") != std::string::npos) {
-            return;
-        }
         const std::size_t end = end_of_literal(at);
-        if (end - at > 2 && text.compare(at, 1, "\"") == 0) {
+        const std::string literal = text.substr(at, end - at);
+        const bool is_name = literal.starts_with("\"client") || literal.starts_with("\"test ") ||
+                             line.find("kel_register_") != std::string::npos ||
+                             line.find("kel_alloc_tag(") != std::string::npos;
+        if (literal.size() > 2 && !line.starts_with("#") && !is_name) {
             add("text changed", end - 1, 0, "~");
         }
     }
