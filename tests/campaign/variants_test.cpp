@@ -43,7 +43,7 @@ std::string setting(const open_choice &choice, unsigned value)
 // Runs of the whole registry, one a library; most of their time they wait.
 void expect_all_accepted(const std::vector<std::string> &libraries)
 {
-    constexpr unsigned AT_ONCE = 6;
+    constexpr unsigned AT_ONCE = 16;
     std::atomic<std::size_t> next{0};
     std::vector<tools::process_result> results(libraries.size());
     {

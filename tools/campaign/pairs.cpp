@@ -70,11 +70,9 @@ message_kind kind_named(const std::string &name)
 
 std::string text_of_error(const std::string &name)
 {
-    const int error = tools::error_number(name);
-    if (error == 0) {
-        throw std::runtime_error("unknown error name: " + name);
-    }
-    return std::strerror(error);
+    const std::uint32_t error = tools::error_number(name);
+    if (error == 0) throw std::runtime_error("unknown error name: " + name);
+    return std::strerror(static_cast<int>(error));
 }
 
 pair parse(const std::string &line)

@@ -3,7 +3,6 @@
 // Error names from the C library, which knows them all.
 #include "tools/common/error_names.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "kelapi/types.h"
@@ -12,37 +11,32 @@ namespace tools {
 
 namespace {
 
-constexpr int LAST_ERROR = 133; // of Linux's numbering
+constexpr std::uint32_t LAST_ERROR = 133; // of Linux's numbering
 
 } // namespace
 
-std::string error_name(unsigned error)
+const char *known_error_name(std::uint64_t error)
 {
-    if (error == KEL_HIGH_THRESHOLD_REACHED) {
-        return "KEL_HIGH_THRESHOLD_REACHED";
-    }
-    if (error == KEL_LOW_THRESHOLD_REACHED) {
-        return "KEL_LOW_THRESHOLD_REACHED";
-    }
-    const char *name = error <= LAST_ERROR ? strerrorname_np(static_cast<int>(error)) : nullptr;
-    return name && error != 0 ? name : std::to_string(error);
+    if (error == KEL_HIGH_THRESHOLD_REACHED) return "KEL_HIGH_THRESHOLD_REACHED";
+    if (error == KEL_LOW_THRESHOLD_REACHED) return "KEL_LOW_THRESHOLD_REACHED";
+    if (error == 0 || error > LAST_ERROR) return nullptr;
+    return strerrorname_np(static_cast<int>(error));
 }
 
-int error_number(const std::string &name)
+std::string error_name(std::uint64_t error)
 {
-    if (!name.empty() && name[0] >= '0' && name[0] <= '9') {
-        return static_cast<int>(std::strtoul(name.c_str(), nullptr, 0));
+    const char *name = known_error_name(error);
+    return name ? name : std::to_string(error);
+}
+
+std::uint32_t error_number(std::string_view name)
+{
+    for (const std::uint32_t notice : {KEL_HIGH_THRESHOLD_REACHED, KEL_LOW_THRESHOLD_REACHED}) {
+        if (name == known_error_name(notice)) return notice;
     }
-    for (unsigned error : {KEL_HIGH_THRESHOLD_REACHED, KEL_LOW_THRESHOLD_REACHED}) {
-        if (name == error_name(error)) {
-            return static_cast<int>(error);
-        }
-    }
-    for (int error = 1; error <= LAST_ERROR; error++) {
-        const char *known = strerrorname_np(error);
-        if (known && name == known) {
-            return error;
-        }
+    for (std::uint32_t error = 1; error <= LAST_ERROR; error++) {
+        const char *known = known_error_name(error);
+        if (known && name == known) return error;
     }
     return 0;
 }

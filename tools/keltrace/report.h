@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+//
+// The report: counts of calls, what became of the faults, the census. One line each:
+//   calls <operation> <count>
+//   fault <text> hits <n> fired <n>
+//   census <kind> <obtained> <released> <left>
+//   swept <kind> <count>
+#ifndef KELTRACE_REPORT_H
+#define KELTRACE_REPORT_H
+
+namespace keltrace {
+
+namespace report {
+
+// Where to; kept, not copied.
+void start(const char *path);
+
+// Writes the report, replacing one written before. Safe in a signal handler.
+void write();
+
+} // namespace report
+
+} // namespace keltrace
+
+#endif

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+//
+// The system's functions that the shim stands before.
+#ifndef KELTRACE_SYSTEM_CALLS_H
+#define KELTRACE_SYSTEM_CALLS_H
+
+namespace keltrace {
+
+// From here on memory comes from the next allocator in line.
+void look_up_allocator();
+
+} // namespace keltrace
+
+#endif
