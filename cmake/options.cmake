@@ -10,6 +10,8 @@ if(KEL_LIBRARY AND NOT EXISTS "${KEL_LIBRARY}")
   message(FATAL_ERROR "KEL_LIBRARY: no such file: ${KEL_LIBRARY}")
 endif()
 
+option(TAVOR_CTEST_CASES "Make each case of tavor a ctest test" OFF)
+
 set(TAVOR_SANITIZE "" CACHE STRING "Sanitizers, separated by commas, e.g. address,undefined")
 
 set(TAVOR_TARGET "" CACHE STRING "Build target path recorded in tavor; empty: made up from the build")

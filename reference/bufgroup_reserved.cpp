@@ -32,8 +32,9 @@ struct reservation {
 // A group with its elements; null when the memory cannot be had.
 bufgroup_object *make_reserved_group(state &library, const char *name, const reservation &asked)
 {
-    const std::uint64_t pitch = pitch_of(asked.element_size, asked.head_room);
-    if (asked.element_count > arena::SIZE / pitch) return nullptr;
+    const std::uint64_t distance = pitch_of(asked.element_size, asked.head_room);
+    if (asked.element_count > arena::SIZE / distance) return nullptr;
+    const auto pitch = static_cast<std::size_t>(distance); // at most the arena, unless there are no elements
     std::byte *elements = library.memory.allocate_region(pitch * asked.element_count);
     if (!elements) return nullptr;
     bufgroup_object *made = make_group(library, name);

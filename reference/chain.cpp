@@ -172,7 +172,8 @@ public:
         }
         if (!at) return {};
         std::byte *start = at->memory + at->data_start + offset;
-        const std::uint64_t size = std::min<std::uint64_t>(most, at->length - offset);
+        const auto size =
+            static_cast<std::size_t>(std::min<std::uint64_t>(most, at->length - offset));
         offset += size;
         return {start, size};
     }

@@ -89,6 +89,12 @@ TEST(shown, messages_are_compared_to_the_character)
     EXPECT_FALSE(campaign::shows(located, "msg='send failed' line=3x"));
     EXPECT_FALSE(campaign::shows(located, "send failed"));
 
+    campaign::pair prefix;
+    prefix.kind = campaign::message_kind::prefix;
+    prefix.message = "errors on:";
+    EXPECT_TRUE(campaign::shows(prefix, "errors on: this that"));
+    EXPECT_FALSE(campaign::shows(prefix, "no errors on:"));
+
     campaign::pair cut;
     cut.message = std::string(90, 'x');
     EXPECT_TRUE(campaign::shows(cut, std::string(83, 'x')));

@@ -65,6 +65,9 @@ message_kind kind_named(const std::string &name)
     if (name == "errno") {
         return message_kind::error_text;
     }
+    if (name == "prefix") {
+        return message_kind::prefix;
+    }
     throw std::runtime_error("unknown kind of message: " + name);
 }
 
@@ -149,6 +152,9 @@ bool shows(const pair &expected, const std::string &message)
         const std::string start = "msg='" + expected.message + "' line=";
         return message.starts_with(start) && message.size() > start.size() &&
                message.find_first_not_of("0123456789", start.size()) == std::string::npos;
+    }
+    if (expected.kind == message_kind::prefix) {
+        return message.starts_with(expected.message);
     }
     return message == trimmed(expected.message.substr(0, SHOWN_COLUMNS));
 }

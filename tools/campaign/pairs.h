@@ -9,12 +9,13 @@
 
 namespace campaign {
 
-enum class message_kind { plain, located, error_text };
+enum class message_kind { plain, located, error_text, prefix };
 
 struct pair {
     std::string test;
     message_kind kind = message_kind::plain;
-    std::string message; // as the verdict shows it; of a located message the literal
+    std::string message; // as the verdict shows it; of a located message the literal, of a
+                         // prefix what the message begins with
     std::string shim_faults;
     std::string reference_faults;
     std::string unreachable; // why no fault reaches it; empty for a pair that is run
@@ -25,7 +26,7 @@ struct pair {
 };
 
 // Reads every .txt file of the folder, in name order. A line is
-//   case | plain or located or errno | message | faults | reason
+//   case | plain, located, errno or prefix | message | faults | reason
 // where the message of an errno pair is the error's name and faults that begin with "ref:"
 // are the reference library's. Throws std::runtime_error with file and line on bad input.
 std::vector<pair> read_pairs(const std::filesystem::path &folder);

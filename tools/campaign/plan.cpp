@@ -19,19 +19,24 @@ const std::vector<std::pair<std::string, std::vector<std::string>>> SYSTEM_FAULT
     {"ioctl", {"error=EIO", "result=0"}},
 };
 
-// The values that a handle or a number is replaced by.
-const std::vector<std::string> WRONG_VALUES = {"0", "1", "0xffffffff"};
+bool stores_an_error(const tools::operation &which)
+{
+    return !which.arguments.empty() && which.arguments.back().kind->name == "out_error";
+}
 
 void add_for_results(const tools::operation &which, std::vector<std::string> &actions)
 {
     if (which.result == "error") {
         actions.insert(actions.end(), {"error=EIO", "lost", "after=EIO"});
     } else if (which.result.starts_with("new_")) {
-        actions.insert(actions.end(), {"error=EIO", "after=EIO", "result=0", "result=0x12345678"});
-    } else if (which.result != "nothing") {
-        for (const std::string &value : WRONG_VALUES) {
-            actions.push_back("result=" + value);
+        actions.insert(actions.end(), {"error=EIO", "result=0", "result=0x12345678"});
+        if (stores_an_error(which)) {
+            actions.emplace_back("after=EIO");
         }
+    } else if (which.result == "boolean") {
+        actions.insert(actions.end(), {"result=0", "result=1"});
+    } else if (which.result != "nothing") {
+        actions.insert(actions.end(), {"result=0", "result=1", "result=0xffffffff"});
     } else {
         actions.emplace_back("lost");
     }
