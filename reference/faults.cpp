@@ -38,8 +38,8 @@ constexpr fault_row ROWS[] = {
 struct choice {
     std::uint64_t first = 0;
     std::uint64_t last = 0;
-    std::atomic<std::uint64_t> hits = 0;
-    std::atomic<std::uint64_t> fired = 0;
+    std::atomic<std::size_t> hits = 0;
+    std::atomic<std::size_t> fired = 0;
 };
 
 std::array<choice, static_cast<std::size_t>(fault::count)> choices;

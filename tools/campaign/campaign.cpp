@@ -127,6 +127,9 @@ std::vector<result> run_tasks(const setting &where, const std::vector<task> &tas
                 alone.lock();
             }
             results[i] = run_one(where, todo);
+            if (options.explain) {
+                options.explain(*results[i]);
+            }
             const std::lock_guard<std::mutex> guard(writing);
             file.append(*results[i]);
             shown.step(*results[i]);

@@ -24,6 +24,7 @@ struct task_options {
     unsigned jobs = 1;
     bool show_progress = false;
     std::vector<std::string> exclusive{};          // tests that wait for time: run one at a time
+    std::function<void(result &)> explain{};       // called on each result
     std::function<bool(const result &)> stop_at{}; // ends the run at the first such result
 };
 

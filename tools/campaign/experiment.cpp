@@ -164,6 +164,19 @@ observation observe(const setting &where, const experiment &what)
     return seen;
 }
 
+std::string trace_of(const setting &where, const std::string &test)
+{
+    const scratch_folder scratch;
+    tools::process_options process;
+    process.arguments = {where.tavor, test};
+    process.environment = fault_environment(where, {test, "", ""});
+    process.environment.push_back("KELTRACE_TRACE=" + scratch.file("trace"));
+    process.timeout = where.timeout;
+    tools::run_process(process);
+    std::ifstream trace(scratch.file("trace"));
+    return {std::istreambuf_iterator<char>(trace), {}};
+}
+
 std::string repeat_line(const setting &where, const experiment &what)
 {
     return tools::shell_line(fault_environment(where, what), {where.tavor, what.test});

@@ -44,6 +44,9 @@ struct observation {
 
 observation observe(const setting &where, const experiment &what);
 
+// The shim's trace of a faultless run of the case.
+std::string trace_of(const setting &where, const std::string &test);
+
 // The environment and the command that repeat the experiment, as a line for the shell.
 std::string repeat_line(const setting &where, const experiment &what);
 

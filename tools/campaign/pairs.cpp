@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tools/campaign/columns.h"
 #include "tools/common/error_names.h"
 
 namespace campaign {
@@ -17,25 +18,6 @@ namespace {
 
 // Columns of a verdict line that show the message.
 constexpr std::size_t SHOWN_COLUMNS = 83;
-
-std::string trimmed(const std::string &text)
-{
-    const std::size_t first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) {
-        return "";
-    }
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-std::vector<std::string> columns_of(const std::string &line)
-{
-    std::vector<std::string> columns;
-    std::istringstream stream(line);
-    for (std::string column; std::getline(stream, column, '|');) {
-        columns.push_back(trimmed(column));
-    }
-    return columns;
-}
 
 std::string joined(const std::string &list, const std::string &added)
 {
@@ -109,20 +91,14 @@ void read_file(const std::filesystem::path &path, std::vector<pair> &pairs)
     if (!stream) {
         throw std::runtime_error(path.string() + ": cannot be read");
     }
-    int number = 0;
-    for (std::string line; std::getline(stream, line);) {
-        number++;
-        const std::string text = trimmed(line);
-        if (text.empty() || text.starts_with("#")) {
-            continue;
-        }
+    for (const numbered_line &line : meaningful_lines(stream)) {
         try {
-            pair parsed = parse(text);
+            pair parsed = parse(line.text);
             parsed.file = path.filename().string();
-            parsed.line = number;
+            parsed.line = line.number;
             pairs.push_back(std::move(parsed));
         } catch (const std::runtime_error &error) {
-            throw std::runtime_error(path.filename().string() + ":" + std::to_string(number) +
+            throw std::runtime_error(path.filename().string() + ":" + std::to_string(line.number) +
                                      ": " + error.what());
         }
     }

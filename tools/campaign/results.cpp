@@ -24,11 +24,17 @@ constexpr std::array<outcome, OUTCOMES> ALL_OUTCOMES = {
 
 nlohmann::json as_json(const result &written)
 {
-    return {{"id", written.id},         {"test", written.test},
-            {"faults", written.faults}, {"expected", written.expected},
-            {"place", written.place},   {"outcome", name_of(written.reached)},
-            {"shown", written.shown},   {"detail", written.detail},
-            {"repeat", written.repeat}, {"microseconds", written.microseconds}};
+    return {{"id", written.id},
+            {"test", written.test},
+            {"faults", written.faults},
+            {"expected", written.expected},
+            {"place", written.place},
+            {"outcome", name_of(written.reached)},
+            {"shown", written.shown},
+            {"detail", written.detail},
+            {"repeat", written.repeat},
+            {"explanation", written.explanation},
+            {"microseconds", written.microseconds}};
 }
 
 result from_json(const nlohmann::json &read)
@@ -42,6 +48,7 @@ result from_json(const nlohmann::json &read)
     parsed.shown = read.at("shown");
     parsed.detail = read.at("detail");
     parsed.repeat = read.at("repeat");
+    parsed.explanation = read.at("explanation");
     parsed.microseconds = read.at("microseconds");
     const std::string name = read.at("outcome");
     for (const outcome candidate : ALL_OUTCOMES) {
@@ -122,6 +129,19 @@ void print_table(std::ostream &out, const std::vector<result> &results)
         print_row(suite, row);
     }
     print_row("all", sum);
+}
+
+void print_explained(std::ostream &out, const std::vector<result> &results)
+{
+    std::map<std::string, unsigned> reasons;
+    for (const result &explained : results) {
+        if (!explained.explanation.empty()) {
+            reasons[std::string(name_of(explained.reached)) + ", " + explained.explanation]++;
+        }
+    }
+    for (const auto &[reason, count] : reasons) {
+        out << "explained: " << count << " x " << reason << '\n';
+    }
 }
 
 void print_finding(std::ostream &out, const result &found)

@@ -22,8 +22,9 @@ struct result {
     std::string expected; // message; empty where any of the table is right
     std::string place;    // in the table of pairs
     outcome reached = outcome::missed;
-    std::string shown;  // what the verdict line said
-    std::string detail; // signal, what was left
+    std::string shown;       // what the verdict line said
+    std::string detail;      // signal, what was left
+    std::string explanation; // why a hang lies in the case's nature
     std::string repeat;
     long long microseconds = 0;
 };
@@ -59,6 +60,9 @@ struct tally {
 
 // One row a suite and a sum, one column an outcome that occurs.
 void print_table(std::ostream &out, const std::vector<result> &results);
+
+// What is explained, each reason once with its number of runs.
+void print_explained(std::ostream &out, const std::vector<result> &results);
 
 // What is to be looked at: the experiment, what was expected and shown, how to repeat it.
 void print_finding(std::ostream &out, const result &found);
