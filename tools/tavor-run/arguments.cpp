@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "tools/tavor-run/arguments.h"
+
+#include <filesystem>
+#include <limits>
+#include <random>
+#include <set>
+
+#include "tools/common/registry.h"
+#include "tools/tavor-run/results_file.h"
+#include "tools/tavor-run/selection.h"
+
+namespace tavor_run {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path own_folder()
+{
+    std::error_code error;
+    return fs::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+// The first of these files that is there, else the last.
+std::string first_present(const std::vector<fs::path> &candidates)
+{
+    for (const fs::path &each : candidates) {
+        std::error_code error;
+        if (fs::exists(each, error)) {
+            return each.lexically_normal();
+        }
+    }
+    return candidates.back();
+}
+
+} // namespace
+
+launch_options launch_options_of(const launch_arguments &given)
+{
+    launch_options options;
+    options.through = given.through;
+    options.library_folder = given.library_folder;
+    options.traced_calls = given.traced_calls;
+    options.tavor = given.tavor;
+    options.shim = given.shim;
+    const bool here = given.through.empty();
+    if (options.tavor.empty()) {
+        options.tavor = here ? first_present({own_folder() / "tavor", "tavor"}) : "tavor";
+    }
+    if (here && options.shim.empty()) {
+        const fs::path folder = fs::path(found_in_path(options.tavor)).parent_path();
+        options.shim = first_present(
+            {folder / "../lib/libkeltrace.so", own_folder() / "../lib/libkeltrace.so", ""});
+    }
+    return options;
+}
+
+run_options run_options_of(const run_arguments &given)
+{
+    run_options options;
+    const double milliseconds = 1000 * given.launch.timeout * given.launch.timeout_scale;
+    if (!(milliseconds >= 0) || milliseconds > std::numeric_limits<int>::max()) {
+        throw usage_error("no sensible time-out");
+    }
+    options.timeout = std::chrono::milliseconds(static_cast<int>(milliseconds));
+    options.isolate = given.launch.isolate;
+    options.fail_fast = given.fail_fast;
+    options.until_fail = given.until_fail;
+    options.repeat = given.repeat.value_or(given.until_fail ? 0 : 1);
+    if (options.repeat == 0 && !options.until_fail) {
+        throw usage_error("0 repetitions mean without end: only with --until-fail");
+    }
+    return options;
+}
+
+std::string results_path(const selection_arguments &given)
+{
+    return given.last.empty() ? default_results_path() : given.last;
+}
+
+std::vector<int> selected_rows(const selection_arguments &given)
+{
+    std::vector<int> rows = select_cases(given.terms);
+    if (given.failed) {
+        const std::vector<std::string> names = names_to_repeat(read_results(results_path(given)));
+        const std::set<std::string> wanted(names.begin(), names.end());
+        std::erase_if(rows, [&](int row) {
+            return !wanted.contains(
+                std::string(tools::all_cases()[static_cast<std::size_t>(row)].name));
+        });
+        if (rows.empty()) {
+            throw usage_error("none of these failed the last time");
+        }
+    }
+    return given.shard.empty() ? rows : take_shard(rows, parse_shard(given.shard));
+}
+
+std::optional<std::uint64_t> seed_of(const std::string &text)
+{
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    if (text == "random") {
+        constexpr unsigned SEEDS = 1'000'000; // short enough to be typed
+        return std::random_device()() % SEEDS;
+    }
+    std::size_t end = 0;
+    try {
+        const std::uint64_t seed = std::stoull(text, &end);
+        if (end == text.size() && text[0] != '-') {
+            return seed;
+        }
+    } catch (const std::exception &) { // told below
+    }
+    throw usage_error("no seed: " + text);
+}
+
+void require_closed_library(const library_identity &library)
+{
+    if (!library.was_read) {
+        throw usage_error("--closed: which library tavor loads cannot be seen");
+    }
+    if (library.is_reference) {
+        throw usage_error("--closed: " + library.path + " is the reference library");
+    }
+}
+
+} // namespace tavor_run

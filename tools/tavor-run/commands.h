@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+//
+// What tavor-run can be told to do. Each command returns the program's exit status.
+#pragma once
+
+#include <string>
+
+#include "tools/tavor-run/arguments.h"
+
+namespace tavor_run {
+
+int run_command(const run_arguments &given);
+int bisect_command(const run_arguments &given);
+int report_command(const report_arguments &given);
+int compare_command(const std::string &before, const std::string &after);
+int list_command(const selection_arguments &given, bool suites_only);
+
+} // namespace tavor_run

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+//
+// One page that needs nothing beside itself.
+#include <cstdio>
+
+#include "tools/tavor-run/markup.h"
+#include "tools/tavor-run/output_file.h"
+#include "tools/tavor-run/writer.h"
+
+namespace tavor_run {
+
+namespace {
+
+constexpr std::string_view HEAD = R"(<!DOCTYPE html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<title>tavor</title>
+<style>
+body { font-family: sans-serif; margin: 2em; color: #222; }
+table { border-collapse: collapse; }
+th, td { text-align: left; padding: 0.2em 0.8em; border-bottom: 1px solid #ddd;
+         vertical-align: top; }
+td.time { text-align: right; }
+pre { white-space: pre-wrap; margin: 0.3em 0; }
+.pass { color: #17692a; }
+.ignore, .not_run { color: #777; }
+.fail { color: #b3161b; font-weight: bold; }
+.crash, .hang, .damaged, .unended, .unseen { color: #8a1a8a; font-weight: bold; }
+</style>
+</head>
+<body>
+<h1>tavor</h1>
+)";
+
+std::string fact(const char *name, const std::string &value)
+{
+    return value.empty()
+               ? ""
+               : std::string("<tr><th>") + name + "</th><td>" + escaped(value) + "</td></tr>\n";
+}
+
+std::string facts(const run_record &record)
+{
+    const program_identity &identity = record.identity;
+    return "<table>\n" + fact("started", record.started) + fact("command", record.command_line) +
+           fact("tavor", identity.path) + fact("target", identity.target) +
+           fact("tree", identity.tree) + fact("image", identity.image) +
+           fact("library", identity.library.path) + fact("soname", identity.library.soname) +
+           fact("build id", identity.library.build_id) +
+           fact("kind", identity.library.is_reference ? "the reference library" : "") +
+           fact("seed", record.seed ? std::to_string(*record.seed) : "") +
+           fact("results", counts_text(count(record.results))) + "</table>\n";
+}
+
+std::string details_of(const case_history &each)
+{
+    const case_result &what = each.worst;
+    std::string text = escaped(what.message);
+    if (!what.difference.empty()) {
+        text += " [" + escaped(what.difference) + "]";
+    }
+    if (each.runs > 1) {
+        text +=
+            "<br>bad in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs";
+    }
+    if (!what.calls.empty()) {
+        text += "<details><summary>last library calls (" + escaped(what.calls_from) +
+                ")</summary><pre>";
+        for (const std::string &call : what.calls) {
+            text += escaped(call) + "\n";
+        }
+        text += "</pre></details>";
+    }
+    if (!what.repeat_command.empty()) {
+        text += "<pre>" + escaped(what.repeat_command) + "</pre>";
+    }
+    return text;
+}
+
+std::string row_of(const case_history &each)
+{
+    const case_result &what = each.worst;
+    std::array<char, 32> time{};
+    std::snprintf(time.data(), time.size(), "%.3f",
+                  std::chrono::duration<double>(what.duration).count());
+    const std::string state(name_of(what.state));
+    return "<tr><td>" + std::to_string(what.number) + "</td><td>" + escaped(what.name()) +
+           "</td><td class=\"" + state + "\">" + state + "</td><td class=\"time\">" + time.data() +
+           "</td><td>" + details_of(each) + "</td></tr>\n";
+}
+
+std::string document(const run_record &record)
+{
+    std::string text(HEAD);
+    text += facts(record);
+    for (const std::string &note : record.notes) {
+        text += "<p>" + escaped(note) + "</p>\n";
+    }
+    std::string bad;
+    std::string good;
+    for (const case_history &each : by_case(record.results)) {
+        (is_good(each.worst.state) || each.worst.state == verdict::not_run ? good : bad) +=
+            row_of(each);
+    }
+    text += "<table>\n<tr><th>number</th><th>case</th><th>verdict</th><th>seconds</th>"
+            "<th></th></tr>\n";
+    return text + bad + good + "</table>\n</body>\n</html>\n";
+}
+
+class html_writer : public writer {
+public:
+    explicit html_writer(const std::string &path) : output(path) {}
+
+    void begin(const run_record &record) override { update(record); }
+    void result(const run_record &record, const case_result &) override { update(record); }
+    void details(const run_record &record, const case_result &) override { update(record); }
+    void note(const run_record &record, const std::string &) override { update(record); }
+    void end(const run_record &record) override { output.replace(document(record)); }
+
+private:
+    void update(const run_record &record)
+    {
+        output.update([&record] { return document(record); });
+    }
+
+    output_file output;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_html_writer(const std::string &path)
+{
+    return std::make_unique<html_writer>(path);
+}
+
+} // namespace tavor_run

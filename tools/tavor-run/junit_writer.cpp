@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+//
+// JUnit XML. After each result the file is a whole document.
+#include <cstdio>
+#include <map>
+
+#include "tools/tavor-run/markup.h"
+#include "tools/tavor-run/output_file.h"
+#include "tools/tavor-run/writer.h"
+
+namespace tavor_run {
+
+namespace {
+
+std::string attribute(const char *name, std::string_view value)
+{
+    return std::string(" ") + name + "=\"" + escaped(value) + "\"";
+}
+
+std::string seconds(std::chrono::microseconds duration)
+{
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.6f",
+                  std::chrono::duration<double>(duration).count());
+    return text.data();
+}
+
+struct suite_totals {
+    unsigned tests = 0;
+    unsigned failures = 0;
+    unsigned errors = 0;
+    unsigned skipped = 0;
+    std::chrono::microseconds duration{0};
+
+    void add(const case_result &what)
+    {
+        tests++;
+        failures += what.state == verdict::fail ? 1U : 0U;
+        errors += is_lost(what.state) ? 1U : 0U;
+        skipped += what.state == verdict::ignore || what.state == verdict::not_run ? 1U : 0U;
+        duration += what.duration;
+    }
+
+    std::string attributes() const
+    {
+        return attribute("tests", std::to_string(tests)) +
+               attribute("failures", std::to_string(failures)) +
+               attribute("errors", std::to_string(errors)) +
+               attribute("skipped", std::to_string(skipped)) + attribute("time", seconds(duration));
+    }
+};
+
+std::string body_text(const case_history &each)
+{
+    const case_result &what = each.worst;
+    std::string text = what.message + "\n";
+    if (each.runs > 1) {
+        text += "in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs\n";
+    }
+    if (!what.calls.empty()) {
+        text += "last library calls (" + what.calls_from + "):\n";
+    }
+    for (const std::string &call : what.calls) {
+        text += call + "\n";
+    }
+    if (!what.repeat_command.empty()) {
+        text += "again: " + what.repeat_command + "\n";
+    }
+    return text;
+}
+
+std::string outcome(const case_history &each)
+{
+    const case_result &what = each.worst;
+    if (what.state == verdict::pass) {
+        return "";
+    }
+    if (what.state == verdict::ignore || what.state == verdict::not_run) {
+        return "      <skipped" + attribute("message", name_of(what.state)) + "/>\n";
+    }
+    const std::string element = what.state == verdict::fail ? "failure" : "error";
+    return "      <" + element + attribute("message", what.message) +
+           attribute("type", name_of(what.state)) + ">" + escaped(body_text(each)) + "</" +
+           element + ">\n";
+}
+
+std::string test_case(const case_history &each)
+{
+    const case_result &what = each.worst;
+    const std::string start = "    <testcase" + attribute("classname", what.suite()) +
+                              attribute("name", what.name()) +
+                              attribute("time", seconds(what.duration));
+    const std::string inside = outcome(each);
+    return inside.empty() ? start + "/>\n" : start + ">\n" + inside + "    </testcase>\n";
+}
+
+std::string properties(const run_record &record)
+{
+    const program_identity &identity = record.identity;
+    const std::pair<const char *, std::string> known[] = {
+        {"command", record.command_line},
+        {"tavor", identity.path},
+        {"tavor.target", identity.target},
+        {"tavor.tree", identity.tree},
+        {"tavor.image", identity.image},
+        {"library", identity.library.path},
+        {"library.soname", identity.library.soname},
+        {"library.build_id", identity.library.build_id},
+        {"seed", record.seed ? std::to_string(*record.seed) : ""},
+    };
+    std::string text = "    <properties>\n";
+    for (const auto &[name, value] : known) {
+        if (!value.empty()) {
+            text +=
+                "      <property" + attribute("name", name) + attribute("value", value) + "/>\n";
+        }
+    }
+    return text + "    </properties>\n";
+}
+
+std::string document(const run_record &record)
+{
+    std::map<std::string_view, suite_totals> totals;
+    std::map<std::string_view, std::string> cases;
+    std::vector<std::string_view> order;
+    suite_totals all;
+    for (const case_history &each : by_case(record.results)) {
+        const std::string_view suite = each.worst.suite();
+        if (!totals.contains(suite)) {
+            order.push_back(suite);
+        }
+        totals[suite].add(each.worst);
+        all.add(each.worst);
+        cases[suite] += test_case(each);
+    }
+    std::string notes;
+    for (const std::string &note : record.notes) {
+        notes += note + "\n";
+    }
+    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
+                       attribute("name", "tavor") + all.attributes() + ">\n";
+    for (const std::string_view suite : order) {
+        text += "  <testsuite" + attribute("name", suite) + totals[suite].attributes() +
+                attribute("timestamp", record.started) + ">\n" + properties(record) + cases[suite];
+        if (!notes.empty()) {
+            text += "    <system-out>" + escaped(notes) + "</system-out>\n";
+        }
+        text += "  </testsuite>\n";
+    }
+    return text + "</testsuites>\n";
+}
+
+class junit_writer : public writer {
+public:
+    explicit junit_writer(const std::string &path) : output(path) {}
+
+    void begin(const run_record &record) override { update(record); }
+    void result(const run_record &record, const case_result &) override { update(record); }
+    void details(const run_record &record, const case_result &) override { update(record); }
+    void note(const run_record &record, const std::string &) override { update(record); }
+    void end(const run_record &record) override { output.replace(document(record)); }
+
+private:
+    void update(const run_record &record)
+    {
+        output.update([&record] { return document(record); });
+    }
+
+    output_file output;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_junit_writer(const std::string &path)
+{
+    return std::make_unique<junit_writer>(path);
+}
+
+} // namespace tavor_run

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+//
+// tavor-run: runs tavor, or judges what it printed, and says what came of it.
+#include <CLI/CLI.hpp>
+#include <array>
+#include <iostream>
+
+#include "tools/common/process.h"
+#include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/results.h"
+#include "tools/tavor-run/selection.h"
+
+namespace {
+
+using namespace tavor_run;
+
+constexpr std::array<std::string_view, 5> COMMANDS = {"run", "list", "report", "compare", "bisect"};
+
+void add_selection(CLI::App &command, selection_arguments &given)
+{
+    command.add_option("names", given.terms,
+                       "cases, suites, globs, numbers, ranges (10-20), @file; !term takes away");
+    command.add_flag("--failed", given.failed, "of these only what was not good the last time");
+    command.add_option("--last", given.last, "file of the last results");
+    command.add_option("--shard", given.shard, "i/n: the i-th of n parts");
+    command.add_flag("--shuffle{random}", given.shuffle, "in an order drawn from a seed (=SEED)");
+}
+
+void add_launch(CLI::App &command, launch_arguments &given)
+{
+    command.add_option("--tavor", given.tavor, "the program");
+    command.add_option("--lib", given.library_folder, "folder of libkel.so");
+    command.add_option("--shim", given.shim, "libkeltrace.so, for the last library calls");
+    command.add_option("--trace", given.traced_calls, "how many of them, 0: none")
+        ->check(CLI::Range(0, 1000))
+        ->capture_default_str();
+    command.add_option("--exec", given.through, "shell command behind which tavor is put");
+    command.add_option("--timeout", given.timeout, "seconds a case may take, 0: no limit")
+        ->capture_default_str();
+    command.add_option("--timeout-scale", given.timeout_scale, "factor for slow machines");
+    command.add_flag("--isolate", given.isolate, "a process for each case");
+    command.add_flag("--closed", given.closed, "refuse the reference library");
+}
+
+void add_output(CLI::App &command, output_arguments &given)
+{
+    command
+        .add_option("--out", given.outputs, "format:file, several; text, junit, tap, jsonl, html")
+        ->allow_extra_args(false);
+    command.add_flag("--quiet,-q", given.quiet, "in texts only what is not good");
+    command.add_option("--color", given.colour, "auto, always, never")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+    command.add_option("--baseline", given.baseline, "earlier jsonl results to compare with");
+}
+
+void add_run(CLI::App &command, run_arguments &given)
+{
+    add_selection(command, given.selection);
+    add_launch(command, given.launch);
+    add_output(command, given.output);
+    command.add_option("--repeat", given.repeat, "times");
+    command.add_flag("--until-fail", given.until_fail, "repeat until a case is not good");
+    command.add_flag("--fail-fast,-f", given.fail_fast, "stop behind the first that is not good");
+    command.add_option("--bisect", given.bisected, "find what makes this case change its verdict");
+}
+
+void add_report(CLI::App &command, report_arguments &given)
+{
+    command.add_option("log", given.log, "captured console, - for standard input")->required();
+    command.add_option("names", given.terms, "what was run");
+    command
+        .add_option("--foreign", given.foreign, "regular expression of lines that are not tavor's")
+        ->allow_extra_args(false);
+    command.add_flag("--any-order", given.any_order, "of a run with -r");
+    add_output(command, given.output);
+}
+
+struct program {
+    CLI::App app{"Runs tavor, or judges what it printed.", "tavor-run"};
+    run_arguments run{};
+    run_arguments bisect{};
+    selection_arguments list{};
+    bool suites_only = false;
+    report_arguments report{};
+    std::string before{};
+    std::string after{};
+
+    program()
+    {
+        app.require_subcommand(1);
+        app.set_version_flag("--version", TAVOR_RUN_VERSION);
+        add_run(*app.add_subcommand("run", "run cases (when no command is named)"), run);
+        CLI::App *const lister = app.add_subcommand("list", "list cases");
+        add_selection(*lister, list);
+        lister->add_flag("--suites", suites_only, "their suites only");
+        add_report(*app.add_subcommand("report", "judge a captured console log"), report);
+        CLI::App *const comparer = app.add_subcommand("compare", "compare two jsonl results");
+        comparer->add_option("before", before)->required();
+        comparer->add_option("after", after)->required();
+        CLI::App *const bisecter =
+            app.add_subcommand("bisect", "find which cases before it change a case's verdict");
+        bisecter->add_option("case", bisect.bisected)->required();
+        add_selection(*bisecter, bisect.selection);
+        add_launch(*bisecter, bisect.launch);
+    }
+
+    int execute() const
+    {
+        const std::string command = app.get_subcommands().front()->get_name();
+        return command == "run"       ? run_command(run)
+               : command == "bisect"  ? bisect_command(bisect)
+               : command == "list"    ? list_command(list, suites_only)
+               : command == "compare" ? compare_command(before, after)
+                                      : report_command(report);
+    }
+};
+
+// Without a command it is "run".
+std::vector<std::string> with_command(std::vector<std::string> words)
+{
+    const bool named = !words.empty() &&
+                       (std::find(COMMANDS.begin(), COMMANDS.end(), words[0]) != COMMANDS.end() ||
+                        words[0] == "--help" || words[0] == "-h" || words[0] == "--version");
+    if (!named) {
+        words.insert(words.begin(), "run");
+    }
+    return words;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    program all;
+    std::vector<std::string> words(argv, argv + argc);
+    all.run.output.command_line = all.report.output.command_line = tools::shell_line({}, words);
+    words.erase(words.begin());
+    words = with_command(std::move(words));
+    std::reverse(words.begin(), words.end()); // as CLI11 wants them
+    try {
+        all.app.parse(words);
+    } catch (const CLI::ParseError &error) {
+        return all.app.exit(error) == 0 ? ALL_PASSED : NOTHING_RAN;
+    }
+    try {
+        return all.execute();
+    } catch (const std::exception &error) {
+        std::cerr << "tavor-run: " << error.what() << "\n";
+        return NOTHING_RAN;
+    }
+}

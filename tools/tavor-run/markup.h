@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+//
+// Texts inside XML and HTML.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tavor_run {
+
+// For element content and for attributes in double quotes. Bytes that XML cannot hold, and those
+// that are not UTF-8, become replacement characters.
+std::string escaped(std::string_view text);
+
+} // namespace tavor_run

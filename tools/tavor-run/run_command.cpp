@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "tools/tavor-run/commands.h"
+
+#include "tools/tavor-run/interrupt.h"
+#include "tools/tavor-run/outputs.h"
+#include "tools/tavor-run/runner.h"
+#include "tools/tavor-run/selection.h"
+
+namespace tavor_run {
+
+int run_command(const run_arguments &given)
+{
+    if (!given.bisected.empty()) {
+        return bisect_command(given);
+    }
+    std::vector<int> rows = selected_rows(given.selection);
+    run_options options = run_options_of(given);
+    const std::optional<baseline> known = baseline_of(given.output);
+    if (known) {
+        options.compare = [&known](const case_result &what) { return known->judge(what); };
+    }
+    const launcher launch(launch_options_of(given.launch));
+
+    run_record record;
+    start_record(record, given.output);
+    record.identity = launch.identify();
+    if (given.launch.closed) {
+        require_closed_library(record.identity.library);
+    }
+    record.planned = rows.size() * options.repeat;
+    record.seed = seed_of(given.selection.shuffle);
+    if (record.seed) {
+        rows = shuffled(std::move(rows), *record.seed);
+    }
+
+    reporter report(std::move(record));
+    add_writers(report, given.output);
+    add_last_results(report, given.selection);
+    catch_interrupts();
+    report.begin();
+    try {
+        runner(launch, options, report).run(rows);
+        tell_vanished(report, known);
+    } catch (const start_error &error) {
+        report.note(error.what());
+    }
+    if (interrupts() > 0) {
+        report.note("interrupted");
+        report.record().incomplete = true;
+    }
+    report.end();
+    return exit_code(report.record());
+}
+
+} // namespace tavor_run

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+//
+// Which cases, and in which order.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tavor_run {
+
+// Something that the user asked for and that cannot be.
+class usage_error : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Rows in table order. A term is a case, a suite, a glob of either, a number, a range of numbers
+// (10-20) or @file with terms; behind ! it takes away. Without a term that adds, all are there.
+// A term that means nothing, and a selection that is empty, are usage errors.
+std::vector<int> select_cases(const std::vector<std::string> &terms);
+
+struct shard {
+    unsigned index = 1; // from 1
+    unsigned count = 1;
+};
+
+// "2/5"
+shard parse_shard(const std::string &text);
+
+// Every count-th of the rows, so that the shards are about as long as each other.
+std::vector<int> take_shard(const std::vector<int> &rows, const shard &part);
+
+// By a hash of seed and name: two cases keep their order whatever else is selected.
+std::vector<int> shuffled(std::vector<int> rows, std::uint64_t seed);
+
+// A process runs its cases in table order only: the longest ascending pieces of the order.
+std::vector<std::vector<int>> ascending_groups(const std::vector<int> &rows);
+
+// The shortest list of names that makes tavor run these rows and no others; empty for all.
+std::vector<std::string> names_selecting(const std::vector<int> &rows);
+
+} // namespace tavor_run
