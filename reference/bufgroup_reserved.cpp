@@ -34,7 +34,8 @@ bufgroup_object *make_reserved_group(state &library, const char *name, const res
 {
     const std::uint64_t distance = pitch_of(asked.element_size, asked.head_room);
     if (asked.element_count > arena::SIZE / distance) return nullptr;
-    const auto pitch = static_cast<std::size_t>(distance); // at most the arena, unless there are no elements
+    // Nothing is lost where there are elements: they fit into the arena.
+    const auto pitch = static_cast<std::size_t>(distance);
     std::byte *elements = library.memory.allocate_region(pitch * asked.element_count);
     if (!elements) return nullptr;
     bufgroup_object *made = make_group(library, name);

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+//
+// Hands packets from one thread to another between two marks that a tracer sees: calls of
+// getppid, which nothing else here makes. The threads take turns by spinning.
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "kelapi/kel.h"
+
+namespace {
+
+constexpr kel_tag TAG = 1000;
+// Until the library's tables have grown to what they need: freed handles rest for a while.
+constexpr int WARM_UP = 600;
+constexpr int PACKETS = 2000;
+
+enum class mode { deferred, signalled_already, signal_due };
+
+void check(bool holds, const char *what)
+{
+    if (holds) return;
+    std::fprintf(stderr, "handover_probe: %s\n", what);
+    std::_Exit(1);
+}
+
+void hand_over(mode how)
+{
+    kel_client sender = 0;
+    kel_client receiver = 0;
+    check(kel_register_client(&sender, "sender", KEL_ROLE_ALWAYS, 32) == 0, "register_client");
+    check(kel_register_client(&receiver, "receiver", KEL_ROLE_ALWAYS, 32) == 0, "register_client");
+    check(kel_register_tag(receiver, TAG) == 0, "register_tag");
+    check(kel_set_client_signal_interval(receiver, 600'000) == 0, "signal interval");
+
+    const auto send = [&] {
+        const kel_packet packet = kel_get_packet(sender, 0, 1500, 1, nullptr);
+        check(packet != 0, "get_packet");
+        check(kel_set_tag(packet, TAG) == 0, "set_tag");
+        if (how == mode::deferred) check(kel_pkt_no_sig_required(packet, 1) == 0, "no_sig");
+        check(kel_send(sender, packet) == 0, "send");
+    };
+    // One more packet waits all the time, so that the descriptor stays as it is.
+    if (how == mode::signalled_already) send();
+
+    std::atomic<int> turn = 0; // even: the sender's, odd: the receiver's
+    std::thread receiving([&] {
+        for (int received = 0; received < WARM_UP + PACKETS; received++) {
+            while (turn.load(std::memory_order_acquire) != 2 * received + 1) {
+            }
+            const kel_packet packet = kel_recv(receiver);
+            check(packet != 0 && kel_free_packet(packet) == 0, "recv");
+            turn.store(2 * received + 2, std::memory_order_release);
+        }
+    });
+    for (int sent = 0; sent < WARM_UP + PACKETS; sent++) {
+        if (sent == WARM_UP) getppid();
+        send();
+        turn.store(2 * sent + 1, std::memory_order_release);
+        while (turn.load(std::memory_order_acquire) != 2 * sent + 2) {
+        }
+    }
+    getppid();
+    receiving.join();
+    kel_free_packet(kel_recv(receiver));
+    check(kel_deregister_client(sender) == 0, "deregister_client");
+    check(kel_deregister_client(receiver) == 0, "deregister_client");
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    const char *how = count == 2 ? arguments[1] : "";
+    if (std::strcmp(how, "deferred") == 0) {
+        hand_over(mode::deferred);
+    } else if (std::strcmp(how, "signalled") == 0) {
+        hand_over(mode::signalled_already);
+    } else if (std::strcmp(how, "due") == 0) {
+        hand_over(mode::signal_due);
+    } else {
+        std::fprintf(stderr, "usage: handover_probe deferred|signalled|due\n");
+        return 3;
+    }
+    std::printf("%d packets\n", PACKETS);
+    return 0;
+}
