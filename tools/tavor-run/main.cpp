@@ -45,7 +45,8 @@ void add_launch(CLI::App &command, launch_arguments &given)
 void add_output(CLI::App &command, output_arguments &given)
 {
     command
-        .add_option("--out", given.outputs, "format:file, several; text, junit, tap, jsonl, html")
+        .add_option("--out", given.outputs,
+                    "format:file, several; text, junit, tap, tap13, jsonl, html")
         ->allow_extra_args(false);
     command.add_flag("--quiet,-q", given.quiet, "in texts only what is not good");
     command.add_option("--color", given.colour, "auto, always, never")

@@ -36,8 +36,8 @@ std::unique_ptr<writer> make_writer(const std::string &output, const output_argu
     if (format == "junit") {
         return make_junit_writer(path);
     }
-    if (format == "tap") {
-        return make_tap_writer(path);
+    if (format == "tap" || format == "tap13") {
+        return make_tap_writer(path, format == "tap" ? 14 : 13);
     }
     if (format == "jsonl") {
         return make_json_writer(path);
@@ -45,7 +45,7 @@ std::unique_ptr<writer> make_writer(const std::string &output, const output_argu
     if (format == "html") {
         return make_html_writer(path);
     }
-    throw usage_error("no such format: " + format + " (text, junit, tap, jsonl, html)");
+    throw usage_error("no such format: " + format + " (text, junit, tap, tap13, jsonl, html)");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// TAP version 14: the plan first, a line a result, a YAML block where there is more to say.
+// TAP: the plan first, a line a result, a YAML block where there is more to say. What is written
+// is the same in versions 13 and 14, but readers of 13 refuse another number.
 #include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/writer.h"
 
@@ -33,12 +34,12 @@ std::string quoted(const std::string &text)
 
 class tap_writer : public writer {
 public:
-    explicit tap_writer(const std::string &path) : output(path) {}
+    tap_writer(const std::string &path, int tap_version) : output(path), version(tap_version) {}
 
     void begin(const run_record &record) override
     {
         const library_identity &library = record.identity.library;
-        std::string text = "TAP version 14\n";
+        std::string text = "TAP version " + std::to_string(version) + "\n";
         if (record.planned > 0) {
             text += "1.." + std::to_string(record.planned) + "\n";
         }
@@ -100,14 +101,15 @@ public:
 
 private:
     output_file output;
+    int version;
     std::size_t points = 0;
 };
 
 } // namespace
 
-std::unique_ptr<writer> make_tap_writer(const std::string &path)
+std::unique_ptr<writer> make_tap_writer(const std::string &path, int version)
 {
-    return std::make_unique<tap_writer>(path);
+    return std::make_unique<tap_writer>(path, version);
 }
 
 } // namespace tavor_run

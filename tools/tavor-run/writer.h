@@ -35,7 +35,7 @@ struct text_style {
 
 std::unique_ptr<writer> make_text_writer(const std::string &path, const text_style &style);
 std::unique_ptr<writer> make_junit_writer(const std::string &path);
-std::unique_ptr<writer> make_tap_writer(const std::string &path);
+std::unique_ptr<writer> make_tap_writer(const std::string &path, int version);
 std::unique_ptr<writer> make_json_writer(const std::string &path);
 std::unique_ptr<writer> make_html_writer(const std::string &path);
 
