@@ -365,10 +365,12 @@ std::string open_elements(const std::string &xml)
 TEST_F(run_test, all_formats_at_once)
 {
     script = "fail=kel_role_basic:a<b>&\"c\" ignore=kel_role_always crash=kel_tlv_alloc";
-    const auto done = run({"kel_role", "kel_tlv", "--out", "junit:" + file("j.xml"), "--out",
-                           "tap:-", "--out", "jsonl:" + file("r.jsonl"), "--out",
-                           "html:" + file("h.html"), "--out", "text:" + file("t.txt")});
+    const auto done =
+        run({"kel_role", "kel_tlv", "--out", "junit:" + file("j.xml"), "--out", "tap:-", "--out",
+             "jsonl:" + file("r.jsonl"), "--out", "html:" + file("h.html"), "--out",
+             "text:" + file("t.txt"), "--out", "tap13:" + file("t.tap")});
     EXPECT_TRUE(done.exited_with(2)) << done.errors;
+    EXPECT_THAT(content_of(file("t.tap")), StartsWith("TAP version 13\n1..51\n"));
 
     const std::string junit = content_of(file("j.xml"));
     EXPECT_THAT(open_elements(junit), IsEmpty());
