@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 #
 # Installs tavor, configures the consumer with the installed module and judges what ctest says
-# of it: cmake -DBUILD=... -DCONSUMER=... -DWORK=... -P check.cmake
+# of it: cmake -DBUILD=... -DGENERATOR=... -DCONSUMER=... -DWORK=... -P check.cmake
 
 set(ENV{CTEST_OUTPUT_ON_FAILURE} "")
 file(REMOVE_RECURSE "${WORK}")
@@ -37,7 +37,8 @@ endfunction()
 foreach(component IN ITEMS tavor reference dev)
   run("${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${WORK}/prefix" --component ${component})
 endforeach()
-run("${CMAKE_COMMAND}" -S "${CONSUMER}" -B "${WORK}/build" "-DCMAKE_PREFIX_PATH=${WORK}/prefix")
+run("${CMAKE_COMMAND}" -G "${GENERATOR}" -S "${CONSUMER}" -B "${WORK}/build"
+    "-DCMAKE_PREFIX_PATH=${WORK}/prefix")
 run("${CMAKE_COMMAND}" --build "${WORK}/build")
 
 count_tests(-L "^real$" -j2)
