@@ -31,8 +31,8 @@ KEL_API uint32_t kel_get_bufmem_start(uint64_t *start, uint32_t *length);
  * Stores the buffer memory's physical address, its address in the caller's and in the
  * kernel's address space, and its length. None of them is 0. Errors: EINVAL.
  */
-KEL_API uint32_t kel_get_bufmem_info(uint64_t *bpa_paddr, uint64_t *bpa_vaddr,
-                                     uint64_t *bpa_kvaddr, uint32_t *length);
+KEL_API uint32_t kel_get_bufmem_info(uint64_t *bpa_paddr, uint64_t *bpa_vaddr, uint64_t *bpa_kvaddr,
+                                     uint32_t *length);
 
 /*
  * Obtains `size` bytes, without head room and with undefined content, charged to the
@@ -74,8 +74,7 @@ KEL_API uint32_t kel_buf_get_buf_count(kel_buffer buffer);
  * room. The address is valid until the buffer changes.
  * Errors: EINVAL, also for an offset beyond the data or before the head room.
  */
-KEL_API uint32_t kel_buf_get_dptr(kel_buffer buffer, int32_t offset, void **data,
-                                  uint32_t *length);
+KEL_API uint32_t kel_buf_get_dptr(kel_buffer buffer, int32_t offset, void **data, uint32_t *length);
 
 /* Stores the buffer's data length. Errors: EINVAL. */
 KEL_API uint32_t kel_buf_get_length(kel_buffer buffer, uint32_t *length);
@@ -143,8 +142,7 @@ KEL_API uint32_t kel_buf_get_paddr(kel_buffer buffer, uint64_t *address, uint32_
  * before, the entries filled after the call.
  * Errors: EINVAL; ENOSPC when the chain has more buffers than *count.
  */
-KEL_API uint32_t kel_buf_get_paddr_iov(kel_buffer buffer, kel_iovec *entries,
-                                       uint32_t *count);
+KEL_API uint32_t kel_buf_get_paddr_iov(kel_buffer buffer, kel_iovec *entries, uint32_t *count);
 
 /*
  * Copies `length` bytes of the chain from `offset` on (KEL_COPY_ALL: to the end) into a

@@ -38,8 +38,7 @@ KEL_STATIC_ASSERT(sizeof(kel_bufgroup_thresholds) == 12, "three words");
  * stores its handle through `group`. Undone by kel_deregister_bufgroup.
  * Errors: EINVAL, also for a null or empty name and the name of a reserved group; ENOMEM.
  */
-KEL_API uint32_t kel_register_bufgroup(kel_client client, kel_bufgroup *group,
-                                       const char *name);
+KEL_API uint32_t kel_register_bufgroup(kel_client client, kel_bufgroup *group, const char *name);
 
 /*
  * Ends the client's registration, of a reserved group too.
@@ -52,8 +51,7 @@ KEL_API uint32_t kel_deregister_bufgroup(kel_client client, kel_bufgroup group);
  * one's pointer may be null.
  * Errors: EINVAL, also for a group that the client has not registered.
  */
-KEL_API uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group,
-                                         uint32_t mask,
+KEL_API uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group, uint32_t mask,
                                          const kel_bufgroup_thresholds *buffers,
                                          const kel_bufgroup_thresholds *bytes);
 
@@ -61,20 +59,19 @@ KEL_API uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group,
  * Stores which records have been set, and the records; one that is not set reads 0.
  * Errors: EINVAL, also for a group that the client has not registered.
  */
-KEL_API uint32_t kel_bufgroup_get_params(kel_client client, kel_bufgroup group,
-                                         uint32_t *mask, kel_bufgroup_thresholds *buffers,
+KEL_API uint32_t kel_bufgroup_get_params(kel_client client, kel_bufgroup group, uint32_t *mask,
+                                         kel_bufgroup_thresholds *buffers,
                                          kel_bufgroup_thresholds *bytes);
 
 /* Stores how many buffers and bytes the client has obtained and not freed. Errors: EINVAL. */
-KEL_API uint32_t kel_get_bufcount_byclient(kel_client client, uint32_t *buffers,
-                                           uint32_t *bytes);
+KEL_API uint32_t kel_get_bufcount_byclient(kel_client client, uint32_t *buffers, uint32_t *bytes);
 
 /*
  * Stores how many buffers and bytes are taken from the group, by any client.
  * Errors: EINVAL, also for a group that the client has not registered.
  */
-KEL_API uint32_t kel_get_count_bygroup(kel_client client, kel_bufgroup group,
-                                       uint32_t *buffers, uint32_t *bytes);
+KEL_API uint32_t kel_get_count_bygroup(kel_client client, kel_bufgroup group, uint32_t *buffers,
+                                       uint32_t *bytes);
 
 /*
  * Stores how many buffers and bytes stand in packets that carry the tag: those that the

@@ -81,7 +81,6 @@ KEL_API uint32_t kel_get_packet_list(kel_packet_list *list);
  * Errors: EINVAL for an unknown client or group, a null `list`, or more than KEL_LIST_MAX.
  */
 KEL_API uint32_t kel_get_buffer_list(kel_client client, kel_bufgroup group, uint32_t size,
-                                     uint8_t contiguous, uint16_t count,
-                                     kel_buffer_list *list);
+                                     uint8_t contiguous, uint16_t count, kel_buffer_list *list);
 
 #endif

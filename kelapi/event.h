@@ -61,9 +61,8 @@ KEL_API uint32_t kel_event_add_tag(kel_client client, kel_tag tag, uint32_t cont
 KEL_API uint32_t kel_event_remove_tag(kel_client client, kel_tag tag);
 
 /* Arms a buffer-group event. Errors: EINVAL, also for a group not registered. */
-KEL_API uint32_t kel_event_add_bufgroup(kel_client client, kel_bufgroup group,
-                                        uint32_t group_flags, uint32_t context1,
-                                        uint32_t context2);
+KEL_API uint32_t kel_event_add_bufgroup(kel_client client, kel_bufgroup group, uint32_t group_flags,
+                                        uint32_t context1, uint32_t context2);
 
 /* Disarms the buffer-group event with these flags. Errors: EINVAL; ENOENT if not armed. */
 KEL_API uint32_t kel_event_remove_bufgroup(kel_client client, kel_bufgroup group,
@@ -83,7 +82,6 @@ KEL_API uint32_t kel_event_clear(kel_client client);
  * Errors: EINVAL; EINTR when kel_event_clear or the client's deregistration ended the
  * wait.
  */
-KEL_API uint32_t kel_event_wait(kel_client client, kel_event *event,
-                                const struct timeval *timeout);
+KEL_API uint32_t kel_event_wait(kel_client client, kel_event *event, const struct timeval *timeout);
 
 #endif

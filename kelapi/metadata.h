@@ -84,8 +84,7 @@ KEL_STATIC_ASSERT(offsetof(kel_metadata_group, egress_vlan_id) == 30, "the metad
 KEL_STATIC_ASSERT(offsetof(kel_metadata_group, data_start) == 44, "the metadata record");
 KEL_STATIC_ASSERT(offsetof(kel_metadata_group, delta) == 64, "the metadata record");
 KEL_STATIC_ASSERT(offsetof(kel_metadata_group, if_input) == 68, "the metadata record");
-KEL_STATIC_ASSERT(offsetof(kel_metadata_group, if_input_l2_logical) == 92,
-                  "the metadata record");
+KEL_STATIC_ASSERT(offsetof(kel_metadata_group, if_input_l2_logical) == 92, "the metadata record");
 
 /* The packet's length in bytes; 0 for an unknown packet. */
 KEL_API uint32_t kel_get_length(kel_packet packet);

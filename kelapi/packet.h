@@ -36,13 +36,12 @@ KEL_API kel_packet kel_get_pkthdr(kel_client client);
  * `tlv_size` bytes allocated on it (`tlv` 0: none). `flag` is reserved: pass 0.
  * Errors: as kel_get_packet; ENOSPC for a TLV that is too large.
  */
-KEL_API kel_packet kel_get_packet_with_tlv(kel_client client, kel_bufgroup group,
-                                           uint32_t size, uint8_t flag, uint32_t tlv,
-                                           uint32_t tlv_size, uint32_t *error);
+KEL_API kel_packet kel_get_packet_with_tlv(kel_client client, kel_bufgroup group, uint32_t size,
+                                           uint8_t flag, uint32_t tlv, uint32_t tlv_size,
+                                           uint32_t *error);
 
 /* As kel_get_pkthdr, with TLV number `tlv` of `tlv_size` bytes allocated on it. */
-KEL_API kel_packet kel_get_pkthdr_with_tlv(kel_client client, uint32_t tlv,
-                                           uint32_t tlv_size);
+KEL_API kel_packet kel_get_pkthdr_with_tlv(kel_client client, uint32_t tlv, uint32_t tlv_size);
 
 /*
  * Frees the packet, its chain and its TLVs. A packet that waits in a queue is taken out of
@@ -114,16 +113,16 @@ KEL_API uint32_t kel_trim_tail(kel_packet packet, uint32_t size);
  * `kind` (OFFSET_DATA: the start of the data), across buffers.
  * Errors: EINVAL; ENOSPC, with nothing written, when they reach beyond the packet.
  */
-KEL_API uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset,
-                              const void *source, uint32_t length);
+KEL_API uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset, const void *source,
+                              uint32_t length);
 
 /*
  * Copies up to *length bytes from `offset` from the offset of kind `kind` to
  * `destination`, and stores the number copied in *length.
  * Errors: EINVAL; ENOSPC when fewer than asked are left: those are copied.
  */
-KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset,
-                              void *destination, uint32_t *length);
+KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset, void *destination,
+                              uint32_t *length);
 
 /*
  * Makes a packet of `length` bytes (KEL_COPY_ALL: to the end) from `offset` from the
@@ -133,7 +132,7 @@ KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset,
  * Errors: EINVAL, also for an unknown kind, a stretch that is empty or leaves the packet,
  * and a packet without a chain; ENOMEM; ENOBUFS. Notice: KEL_HIGH_THRESHOLD_REACHED.
  */
-KEL_API kel_packet kel_duplicate(kel_packet packet, uint32_t kind, uint32_t offset,
-                                 uint32_t length, uint32_t *error);
+KEL_API kel_packet kel_duplicate(kel_packet packet, uint32_t kind, uint32_t offset, uint32_t length,
+                                 uint32_t *error);
 
 #endif

@@ -14,11 +14,11 @@
 
 /* Request numbers. */
 #define KEL_IOCTL_REGISTER_CLIENT 0x806u
-#define KEL_IOCTL_ADD_REGION 0x830u       /* kel_region_desc */
-#define KEL_IOCTL_DELETE_REGION 0x831u    /* record whose first word is a region id */
-#define KEL_IOCTL_ADD_SUBREGION 0x832u    /* kel_subregion_desc */
-#define KEL_IOCTL_DELETE_SUBREGION 0x833u /* record whose first word is a subregion id */
-#define KEL_IOCTL_GET_REGION_INFO 0x836u  /* kel_region_desc, its id given, the rest filled */
+#define KEL_IOCTL_ADD_REGION 0x830u         /* kel_region_desc */
+#define KEL_IOCTL_DELETE_REGION 0x831u      /* record whose first word is a region id */
+#define KEL_IOCTL_ADD_SUBREGION 0x832u      /* kel_subregion_desc */
+#define KEL_IOCTL_DELETE_SUBREGION 0x833u   /* record whose first word is a subregion id */
+#define KEL_IOCTL_GET_REGION_INFO 0x836u    /* kel_region_desc, its id given, the rest filled */
 #define KEL_IOCTL_GET_SUBREGION_INFO 0x837u /* kel_subregion_desc, likewise */
 
 #define KEL_REGION_NAME_SIZE 32u

@@ -62,9 +62,8 @@ KEL_API uint32_t kel_tlv_version_check(kel_packet packet, uint32_t id, uint16_t 
                                        uint16_t highest);
 
 /* kel_tlv_setdata and kel_tlv_version_set in one call. Errors: as those. */
-KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id,
-                                            const void *source, uint32_t length,
-                                            uint16_t version);
+KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, const void *source,
+                                            uint32_t length, uint16_t version);
 
 /*
  * kel_tlv_getdata for a TLV whose version lies within the bounds, both inclusive. Unlike
@@ -73,9 +72,8 @@ KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id,
  * Errors: EINVAL, also for a lowest version above a highest that is not 0; ENOENT; ENOSPC;
  * ERANGE.
  */
-KEL_API uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id,
-                                            void *destination, uint32_t *length,
-                                            uint16_t lowest, uint16_t highest,
+KEL_API uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id, void *destination,
+                                            uint32_t *length, uint16_t lowest, uint16_t highest,
                                             uint16_t *version);
 
 #endif

@@ -101,19 +101,19 @@ std::uint32_t write_field(kel_packet packet, value_type packet_metadata::*field,
 
 // A field of the group record beside the packet's own; LENGTH is the packet's, not metadata.
 struct group_field {
-    std::uint32_t bit;
     std::size_t in_group;
     std::size_t in_metadata;
     std::size_t size;
+    std::uint32_t bit;
     fault lost;
 };
 
 #define GROUP_FIELD(bit, group_member, member, index, lost)                                        \
     {                                                                                              \
-        bit, offsetof(kel_metadata_group, group_member),                                           \
+        offsetof(kel_metadata_group, group_member),                                                \
             offsetof(packet_metadata, member) +                                                    \
                 (index) * sizeof(kel_metadata_group::group_member),                                \
-            sizeof(kel_metadata_group::group_member), fault::metadata_group_set_##lost             \
+            sizeof(kel_metadata_group::group_member), bit, fault::metadata_group_set_##lost        \
     }
 
 constexpr group_field GROUP_FIELDS[] = {

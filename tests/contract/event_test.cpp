@@ -277,6 +277,14 @@ protected:
         return group;
     }
 
+    // Takes all packets that the group gives.
+    static std::vector<packet> fill(kel_client member, kel_bufgroup group)
+    {
+        std::vector<packet> held(THRESHOLDS.max);
+        for (packet &each : held) each = new_packet(member, 512, 1, group);
+        return held;
+    }
+
     // Tells at which counts the event fires while the group is filled and emptied.
     static std::vector<int> crossings(kel_client member, kel_bufgroup group, std::uint32_t flags)
     {
@@ -315,8 +323,7 @@ TEST_F(group_event_contract, fires_at_the_thresholds_chosen)
 TEST_F(group_event_contract, armed_beyond_a_threshold_waits_for_the_next_crossing)
 {
     const registration group = new_group(owner);
-    std::vector<packet> held;
-    for (int count = 0; count < 5; count++) held.push_back(new_packet(owner, 512, 1, group));
+    std::vector<packet> held = fill(owner, group);
     ASSERT_OK(kel_event_add_bufgroup(owner, group, KEL_EVENT_GROUP_HIGH, 1, 2));
     EXPECT_EQ(next_event(owner).type, KEL_EVENT_NONE);
 }
@@ -324,8 +331,7 @@ TEST_F(group_event_contract, armed_beyond_a_threshold_waits_for_the_next_crossin
 TEST_F(group_event_contract, freeing_in_one_thread_wakes_another)
 {
     const registration group = new_group(owner);
-    std::vector<packet> held;
-    for (int count = 0; count < 5; count++) held.push_back(new_packet(owner, 512, 1, group));
+    std::vector<packet> held = fill(owner, group);
     EXPECT_EQ(kel_get_packet(owner, group, 512, 1, nullptr), 0u);
     ASSERT_OK(kel_event_add_bufgroup(owner, group, KEL_EVENT_GROUP_LOW, 1, 2));
     std::thread freeing([&] {

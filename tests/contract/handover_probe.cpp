@@ -49,6 +49,7 @@ void hand_over(mode how)
     if (how == mode::signalled_already) send();
 
     std::atomic<int> turn = 0; // even: the sender's, odd: the receiver's
+    std::atomic<bool> is_marked = false;
     std::thread receiving([&] {
         for (int received = 0; received < WARM_UP + PACKETS; received++) {
             while (turn.load(std::memory_order_acquire) != 2 * received + 1) {
@@ -56,6 +57,9 @@ void hand_over(mode how)
             const kel_packet packet = kel_recv(receiver);
             check(packet != 0 && kel_free_packet(packet) == 0, "recv");
             turn.store(2 * received + 2, std::memory_order_release);
+        }
+        // The end of a thread makes system calls, too.
+        while (!is_marked.load(std::memory_order_acquire)) {
         }
     });
     for (int sent = 0; sent < WARM_UP + PACKETS; sent++) {
@@ -66,6 +70,7 @@ void hand_over(mode how)
         }
     }
     getppid();
+    is_marked.store(true, std::memory_order_release);
     receiving.join();
     kel_free_packet(kel_recv(receiver));
     check(kel_deregister_client(sender) == 0, "deregister_client");

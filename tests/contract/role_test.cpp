@@ -145,8 +145,8 @@ TEST_F(role_contract, standby_holders_never_receive)
 TEST_F(role_contract, latest_active_holder_receives)
 {
     const client source = new_client(KEL_ROLE_STANDBY);
-    std::vector<client> sinks;
-    for (int index = 0; index < 3; index++) sinks.push_back(new_receiver(TAG, KEL_ROLE_STANDBY));
+    std::vector<client> sinks(3);
+    for (client &sink : sinks) sink = new_receiver(TAG, KEL_ROLE_STANDBY);
     const auto goes_to = [&](std::size_t expected) {
         EXPECT_OK(send(source));
         for (std::size_t index = 0; index < sinks.size(); index++) {

@@ -64,7 +64,7 @@ using ids = std::vector<std::uint32_t>;
 TEST_P(tlv_contract, has_its_size_from_the_start)
 {
     ASSERT_OK(kel_tlv_alloc(target, 1, SIZE));
-    bytes data(2 * SIZE);
+    bytes data(std::size_t{2} * SIZE);
     std::uint32_t length = 2 * SIZE;
     EXPECT_OK(kel_tlv_getdata(target, 1, data.data(), &length));
     EXPECT_EQ(length, SIZE);

@@ -143,7 +143,7 @@ observation observe(const setting &where, const experiment &what)
     tools::process_options process;
     process.arguments = {where.tavor, what.test};
     process.environment = fault_environment(where, what);
-    process.environment.push_back("LC_ALL=C");
+    process.environment.emplace_back("LC_ALL=C");
     process.environment.push_back("KELTRACE_REPORT=" + scratch.file("shim"));
     process.environment.push_back("KEL_REFERENCE_FAULTS_REPORT=" + scratch.file("faults"));
     process.environment.push_back("KEL_REFERENCE_CENSUS=" + scratch.file("census"));

@@ -16,8 +16,6 @@
 #include <cstring>
 #include <utility>
 
-extern char **environ;
-
 namespace tools {
 
 namespace {
