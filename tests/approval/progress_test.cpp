@@ -63,6 +63,15 @@ TEST(progress, refused_send_is_told)
     EXPECT_TRUE(printed.ends_with("PASS\n")) << printed;
 }
 
+TEST(progress, refused_send_of_the_selecting_case_is_told)
+{
+    const std::string printed =
+        printed_by("kel_event_wait_tag_event_via_select", {.faults = "send#4:error=EAGAIN"});
+    EXPECT_TRUE(
+        printed.starts_with("kel_event_wait_tag_event_via_select: send failed for index 3\n"))
+        << printed;
+}
+
 TEST(progress, early_flush_prints_the_clock)
 {
     const std::string printed =
@@ -88,6 +97,27 @@ TEST(progress, roles_print_their_findings)
               "kel_register_bufgroup(source): 5\nPASS\n");
     EXPECT_EQ(printed_by("kel_role_basic", {.faults = "bufgroup_set_params#1:error=EIO"}),
               "kel_bufgroup_set_params(source): 5\nPASS\n");
+}
+
+TEST(progress, each_step_of_the_roles_is_named)
+{
+    EXPECT_EQ(printed_by("kel_role_basic", {.faults = "send#1+:error=EIO"}),
+              "FAIL    : no active sink -- send should fail (expect(2) got(5))\n"
+              "FAIL    : sink 5 is active -- send should succeed (expect(0) got(5))\n"
+              "FAIL    : active sink removed -- send should fail (expect(2) got(5))\n"
+              "FAIL    : sink 6 should take precedence, send (expect(0) got(5))\n"
+              "FAIL    : sink 7 should take precedence, send (expect(0) got(5))\n"
+              "FAIL    : sink 6 should receive, send (expect(0) got(5))\n"
+              "FAIL    : no active sink -- send should fail (expect(2) got(5))\n"
+              "FAIL : " +
+                  support::padded("FAIL", 83) + "\n");
+}
+
+TEST(progress, refused_removal_of_a_roles_tag_is_told_and_not_counted)
+{
+    const std::string printed =
+        printed_by("kel_role_basic", {.faults = "deregister_tag#1:error=EIO"});
+    EXPECT_TRUE(printed.starts_with("FAIL: deregistering tag\n")) << printed;
 }
 
 TEST(progress, lost_packet_of_a_role_is_told_and_not_counted)
