@@ -6,6 +6,10 @@ if(TAVOR_SANITIZE)
   add_compile_options(-fsanitize=${TAVOR_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TAVOR_SANITIZE})
+  if(TAVOR_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # These two need the C++ run-time library, which tavor does without.
+    add_compile_options(-fno-sanitize=function,vptr)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # In instrumented code g++ takes libstdc++'s own variables for uninitialised.
     add_compile_options(-Wno-maybe-uninitialized)
