@@ -27,9 +27,10 @@ constexpr std::array<std::string_view, 8> FOREIGN = {
 
 } // namespace
 
-std::map<std::string, truth> truths_in(const std::string &log)
+std::vector<truth> truths_in(const std::string &log)
 {
-    std::map<std::string, truth> found;
+    std::vector<truth> found(tools::all_cases().size());
+    auto next = found.begin();
     truth *last = nullptr;
     const auto close_before = [&](std::size_t end) {
         if (last == nullptr) {
@@ -51,7 +52,7 @@ std::map<std::string, truth> truths_in(const std::string &log)
         const std::size_t at = log.find("\n" + column);
         const std::size_t name = at == std::string::npos ? 0 : at + 1; // in a ZEB log the first
         close_before(name);
-        last = &found[std::string(each.name)];
+        last = &*next++;
         last->name = name;
     }
     const std::size_t rule = log.find("\n" + std::string(74, '=') + "\n");
@@ -184,14 +185,22 @@ std::string noisy_log::text() const
     return result;
 }
 
-bool noisy_log::has_kept(std::size_t first, std::size_t last) const
+std::vector<std::ptrdiff_t> noisy_log::places(std::size_t size) const
 {
-    const auto is = [](std::size_t from) {
-        return [from](const byte &each) { return each.from == static_cast<std::ptrdiff_t>(from); };
-    };
-    auto place = std::find_if(bytes.begin(), bytes.end(), is(first));
-    for (std::size_t from = first; from < last; from++, place++) {
-        if (place == bytes.end() || !is(from)(*place)) {
+    std::vector<std::ptrdiff_t> found(size, -1);
+    for (std::size_t i = 0; i < bytes.size(); i++) {
+        if (bytes[i].from >= 0) {
+            found[static_cast<std::size_t>(bytes[i].from)] = static_cast<std::ptrdiff_t>(i);
+        }
+    }
+    return found;
+}
+
+bool has_kept(const std::vector<std::ptrdiff_t> &places, std::size_t first, std::size_t last)
+{
+    for (std::size_t from = first; from < last; from++) {
+        const auto behind = static_cast<std::ptrdiff_t>(from - first);
+        if (places[first] < 0 || places[from] != places[first] + behind) {
             return false;
         }
     }

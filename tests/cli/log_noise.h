@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <random>
 #include <string>
 #include <string_view>
@@ -20,8 +19,8 @@ struct truth {
     std::size_t end = 0;   // behind the end of the verdict's line
 };
 
-// By name. Read apart from the code under test: names by search, the verdict before the next.
-std::map<std::string, truth> truths_in(const std::string &log);
+// By row. Read apart from the code under test: names by search, the verdict before the next.
+std::vector<truth> truths_in(const std::string &log);
 
 std::string recorded(const std::string &file);
 
@@ -37,8 +36,8 @@ public:
     void add_returns();
 
     std::string text() const;
-    // Whether these bytes of the original are all there, unchanged and without others between.
-    bool has_kept(std::size_t first, std::size_t last) const;
+    // Where each byte of the original is now; `size` bytes were there. -1: lost.
+    std::vector<std::ptrdiff_t> places(std::size_t size) const;
 
 private:
     struct byte {
@@ -54,5 +53,8 @@ private:
     std::vector<byte> bytes;
     std::mt19937 random;
 };
+
+// Whether these bytes of the original are all there, unchanged and without others between.
+bool has_kept(const std::vector<std::ptrdiff_t> &places, std::size_t first, std::size_t last);
 
 } // namespace log_noise

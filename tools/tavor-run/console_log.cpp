@@ -2,7 +2,6 @@
 #include "tools/tavor-run/console_log.h"
 
 #include <algorithm>
-#include <map>
 #include <numeric>
 #include <utility>
 
@@ -52,18 +51,20 @@ log_reader::log_reader(log_options how, log_events events)
 
 void log_reader::feed(std::string_view piece)
 {
-    for (;;) {
-        const std::size_t end = piece.find('\n');
-        pending += piece.substr(0, end);
-        if (end == std::string_view::npos) {
-            break;
-        }
+    arrived = sighting::clock::now();
+    for (std::size_t end; (end = piece.find('\n')) != std::string_view::npos;) {
         line_number++;
-        take_line(without_returns(pending));
-        pending.clear();
+        if (pending.empty()) {
+            take_line(without_returns(piece.substr(0, end)));
+        } else {
+            pending += piece.substr(0, end);
+            take_line(without_returns(pending));
+            pending.clear();
+        }
         pending_is_open = false;
         piece.remove_prefix(end + 1);
     }
+    pending += piece;
     look_ahead();
 }
 
@@ -181,7 +182,7 @@ void log_reader::judge(const verdict_text &found)
     current->has_verdict = true;
     current->what.state = found.state;
     current->what.message = found.message;
-    current->what.judged = sighting::clock::now();
+    current->what.judged = arrived;
 }
 
 void log_reader::damage(const std::string &what)
@@ -197,7 +198,7 @@ void log_reader::open(int row, stamp_style style)
     current = open_case{};
     current->what.row = row;
     current->what.line = line_number;
-    current->what.started = current->what.judged = sighting::clock::now();
+    current->what.started = current->what.judged = arrived;
     current->style = style;
     run.names++;
     run.leftovers = 0;
@@ -244,7 +245,7 @@ void log_reader::mark_missing(int first, int last)
         destroyed.state = verdict::damaged;
         destroyed.message = "its name is unreadable";
         destroyed.line = line_number;
-        destroyed.started = destroyed.judged = sighting::clock::now();
+        destroyed.started = destroyed.judged = arrived;
         report(destroyed);
     }
 }
@@ -339,14 +340,14 @@ void log_reader::end_run()
 
 namespace {
 
-// Of several sightings of a case the worst counts.
-std::map<int, sighting> worst_by_row(const log_reader &reader)
+// Of several sightings of a case the worst counts; null for a case without any.
+std::vector<const sighting *> worst_by_row(const log_reader &reader)
 {
-    std::map<int, sighting> worst;
+    std::vector<const sighting *> worst(tools::all_cases().size());
     for (const sighting &each : reader.sightings()) {
-        const auto [place, is_new] = worst.try_emplace(each.row, each);
-        if (!is_new && each.state > place->second.state) {
-            place->second = each;
+        const sighting *&kept = worst[static_cast<std::size_t>(each.row)];
+        if (kept == nullptr || each.state > kept->state) {
+            kept = &each;
         }
     }
     return worst;
@@ -357,23 +358,22 @@ std::string place_text(const sighting &seen)
     return " (line " + std::to_string(seen.line) + ")";
 }
 
-case_result result_of(int row, const std::map<int, sighting> &seen)
+case_result result_of(int row, const sighting *seen)
 {
     case_result result;
     result.number = row;
-    const auto found = seen.find(row);
-    if (found == seen.end()) {
+    if (seen == nullptr) {
         result.state = verdict::unseen;
         result.message = "not in the log";
         return result;
     }
-    result.state = found->second.state;
-    result.message = found->second.message;
+    result.state = seen->state;
+    result.message = seen->message;
     if (result.state == verdict::unended) {
         result.message = "its name is the last of its run: crashed or hung";
     }
     if (is_lost(result.state)) {
-        result.message += place_text(found->second);
+        result.message += place_text(*seen);
     }
     return result;
 }
@@ -393,15 +393,17 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
         reader.feed(text);
         reader.finish();
     }
-    const std::map<int, sighting> seen = worst_by_row(reader);
+    const std::vector<const sighting *> seen = worst_by_row(reader);
     std::vector<int> rows = options.expected;
     if (rows.empty()) {
         rows.resize(tools::all_cases().size());
         std::iota(rows.begin(), rows.end(), 0);
     }
+    record.results.reserve(record.results.size() + rows.size());
     for (const int row : rows) {
-        if (!options.expected.empty() || !reader.is_complete() || seen.contains(row)) {
-            record.results.push_back(result_of(row, seen));
+        const sighting *const worst = seen[static_cast<std::size_t>(row)];
+        if (!options.expected.empty() || !reader.is_complete() || worst != nullptr) {
+            record.results.push_back(result_of(row, worst));
         }
     }
     for (const std::string &contradiction : reader.contradictions()) {

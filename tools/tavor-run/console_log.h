@@ -105,7 +105,8 @@ private:
     log_options options;
     log_events handlers;
     std::vector<int> positions; // of rows among those expected; -1: none
-    std::string pending;        // the line that has not ended
+    sighting::clock::time_point arrived{}; // when the last piece was fed
+    std::string pending;                   // the line that has not ended
     bool pending_is_open = false;
     std::size_t line_number = 0;
     std::optional<open_case> current;

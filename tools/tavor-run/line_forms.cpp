@@ -117,15 +117,17 @@ constexpr auto PROGRESS = std::to_array<progress_form>({
     {"kel_sendrecv", "handle=%d, current=%d, last=%d, tv.usec=%d"},
 });
 
-const std::unordered_map<std::string, int> &rows_by_column()
+// What all names begin with.
+constexpr std::string_view NAME_START = "kel_";
+
+// The row of a column's text without the blanks that fill it.
+const std::unordered_map<std::string_view, int> &rows_by_column()
 {
     static const auto COLUMNS = [] {
-        std::unordered_map<std::string, int> rows;
+        std::unordered_map<std::string_view, int> rows;
         int row = 0;
         for (const tools::test_case &each : tools::all_cases()) {
-            std::string column(each.name.substr(0, NAME_COLUMN));
-            column.resize(NAME_COLUMN + 1, ' ');
-            rows[column] = row++;
+            rows[each.name.substr(0, NAME_COLUMN)] = row++;
         }
         return rows;
     }();
@@ -206,10 +208,11 @@ bool is_logged_kernel_text(std::string_view text)
 
 std::optional<int> row_in_name_column(std::string_view line)
 {
-    if (line.size() <= NAME_COLUMN) {
+    if (line.size() <= NAME_COLUMN || line[NAME_COLUMN] != ' ' || !line.starts_with(NAME_START)) {
         return std::nullopt;
     }
-    const auto found = rows_by_column().find(std::string(line.substr(0, NAME_COLUMN + 1)));
+    const std::string_view column = line.substr(0, NAME_COLUMN);
+    const auto found = rows_by_column().find(column.substr(0, column.find_last_not_of(' ') + 1));
     if (found == rows_by_column().end()) {
         return std::nullopt;
     }
