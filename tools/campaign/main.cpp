@@ -20,6 +20,7 @@
 #include "tools/campaign/matrix.h"
 #include "tools/campaign/plan.h"
 #include "tools/common/registry.h"
+#include "tools/common/shim.h"
 
 namespace {
 
@@ -286,7 +287,7 @@ int main(int argc, char **argv)
     CLI::App app{"Runs cases of tavor under faults and shows that their checks bite."};
     arguments given;
     app.add_option("--tavor", given.where.tavor, "the program under test")->required();
-    app.add_option("--shim", given.where.shim, "libkeltrace.so")->required();
+    app.add_option("--shim", given.where.shim, "libkeltrace.so, unless it is in its usual place");
     app.add_option("--pairs", given.pairs_folder, "folder of the table of pairs")->required();
     app.add_option("--library-path", given.where.library_path, "folder of libkel.so");
     app.add_option("--options", given.where.options, "open choices of the reference library");
@@ -311,6 +312,7 @@ int main(int argc, char **argv)
     }
     given.where.timeout = std::chrono::seconds(given.timeout_seconds);
     try {
+        given.where.shim = tools::required_shim(given.where.shim, given.where.tavor);
         return run(given);
     } catch (const std::exception &error) {
         std::cerr << "kel-campaign: " << error.what() << '\n';

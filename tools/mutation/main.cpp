@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "tools/common/process.h"
+#include "tools/common/shim.h"
 #include "tools/mutation/mutant.h"
 
 namespace {
@@ -258,7 +259,7 @@ int main(int argc, char **argv)
     app.add_option("--source", given.source_folder, "the source tree")->required();
     app.add_option("--build", given.build_folder, "a build of it")->required();
     app.add_option("--campaign", given.campaign, "kel-campaign")->required();
-    app.add_option("--shim", given.shim, "libkeltrace.so")->required();
+    app.add_option("--shim", given.shim, "libkeltrace.so, unless it is in its usual place");
     app.add_option("--results", given.results_path, "a line a mutant");
     app.add_option("--count", given.count, "mutants, at least");
     app.add_option("--each", given.each, "of each file, at least");
@@ -271,6 +272,7 @@ int main(int argc, char **argv)
         return app.exit(error) == 0 ? 0 : 3;
     }
     try {
+        given.shim = tools::required_shim(given.shim, given.campaign);
         return run(given);
     } catch (const std::exception &error) {
         std::cerr << "kel-mutate: " << error.what() << '\n';

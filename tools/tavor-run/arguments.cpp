@@ -7,6 +7,7 @@
 #include <set>
 
 #include "tools/common/registry.h"
+#include "tools/common/shim.h"
 #include "tools/tavor-run/results_file.h"
 #include "tools/tavor-run/selection.h"
 
@@ -16,22 +17,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path own_folder()
+// The program beside this one, else the one in PATH.
+std::string default_tavor()
 {
+    const fs::path beside = tools::own_folder() / "tavor";
     std::error_code error;
-    return fs::read_symlink("/proc/self/exe", error).parent_path();
-}
-
-// The first of these files that is there, else the last.
-std::string first_present(const std::vector<fs::path> &candidates)
-{
-    for (const fs::path &each : candidates) {
-        std::error_code error;
-        if (fs::exists(each, error)) {
-            return each.lexically_normal();
-        }
-    }
-    return candidates.back();
+    return fs::exists(beside, error) ? beside.string() : "tavor";
 }
 
 } // namespace
@@ -46,12 +37,10 @@ launch_options launch_options_of(const launch_arguments &given)
     options.shim = given.shim;
     const bool here = given.through.empty();
     if (options.tavor.empty()) {
-        options.tavor = here ? first_present({own_folder() / "tavor", "tavor"}) : "tavor";
+        options.tavor = here ? default_tavor() : "tavor";
     }
     if (here && options.shim.empty()) {
-        const fs::path folder = fs::path(found_in_path(options.tavor)).parent_path();
-        options.shim = first_present(
-            {folder / "../lib/libkeltrace.so", own_folder() / "../lib/libkeltrace.so", ""});
+        options.shim = tools::find_shim(found_in_path(options.tavor));
     }
     return options;
 }
