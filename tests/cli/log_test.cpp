@@ -145,6 +145,18 @@ TEST(console_log, foreign_lines_can_be_named)
     EXPECT_EQ(state_in(record, 10), verdict::pass);
 }
 
+TEST(console_log, a_foreign_line_may_be_of_any_length)
+{
+    log_options options;
+    options.expected = TWO;
+    options.foreign.emplace_back("^x.*y");
+    run_record record;
+    judge_log(column(name_of_row(10)) + "\nxy" + std::string(1'000'000, 'x') + "\nPASS\n" +
+                  line(11, "PASS") + "x" + std::string(1'000'000, '-') + "\n",
+              options, record);
+    EXPECT_EQ(state_in(record, 10), verdict::pass);
+}
+
 TEST(console_log, kernel_text_in_the_verdict_is_damage)
 {
     const std::string name = column(name_of_row(10));

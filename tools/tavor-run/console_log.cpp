@@ -27,6 +27,9 @@ bool is_blank(std::string_view text)
     return text.find_first_not_of(" \t") == std::string_view::npos;
 }
 
+// How much of a line a pattern sees: the library's matcher recurses with the length of the text.
+constexpr std::size_t PATTERN_REACH = 1000;
+
 std::string claim_text(verdict state, const std::string &message)
 {
     return state == verdict::fail   ? "FAIL : " + message
@@ -122,11 +125,12 @@ void log_reader::take_line(std::string_view line)
 bool log_reader::is_foreign(const stamped_line &line) const
 {
     const stamp_style own = current ? current->style : stamp_style::none;
+    const std::string_view start = line.rest.substr(0, PATTERN_REACH);
     return (line.style == stamp_style::seconds && own != stamp_style::seconds) ||
            is_kernel_text(line.rest) || is_logged_kernel_text(line.rest) ||
            std::any_of(options.foreign.begin(), options.foreign.end(),
                        [&](const std::regex &pattern) {
-                           return std::regex_search(line.rest.begin(), line.rest.end(), pattern);
+                           return std::regex_search(start.begin(), start.end(), pattern);
                        });
 }
 

@@ -104,7 +104,7 @@ private:
 
     log_options options;
     log_events handlers;
-    std::vector<int> positions; // of rows among those expected; -1: none
+    std::vector<int> positions;            // of rows among those expected; -1: none
     sighting::clock::time_point arrived{}; // when the last piece was fed
     std::string pending;                   // the line that has not ended
     bool pending_is_open = false;
