@@ -25,6 +25,7 @@ command:readelf binutils
 command:shellcheck shellcheck
 command:strace strace
 command:valgrind valgrind
+command:xmllint libxml2-utils
 header:gtest/gtest.h libgtest-dev
 header:gmock/gmock.h libgmock-dev
 header:benchmark/benchmark.h libbenchmark-dev

@@ -58,6 +58,12 @@ struct report_arguments {
     output_arguments output{};
 };
 
+struct compare_arguments {
+    std::vector<std::string> reports{}; // file or name=file
+    std::vector<std::string> outputs{}; // format:file
+    bool quiet = false;
+};
+
 launch_options launch_options_of(const launch_arguments &given);
 run_options run_options_of(const run_arguments &given);
 

@@ -12,7 +12,7 @@ namespace tavor_run {
 int run_command(const run_arguments &given);
 int bisect_command(const run_arguments &given);
 int report_command(const report_arguments &given);
-int compare_command(const std::string &before, const std::string &after);
+int compare_command(const compare_arguments &given);
 int list_command(const selection_arguments &given, bool suites_only);
 
 } // namespace tavor_run

@@ -1,24 +1,26 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/commands.h"
 
-#include <iostream>
+#include <algorithm>
+#include <sstream>
 
 #include "tools/tavor-run/baseline.h"
+#include "tools/tavor-run/comparison.h"
+#include "tools/tavor-run/output_file.h"
+#include "tools/tavor-run/outputs.h"
 
 namespace tavor_run {
 
 namespace {
 
-void describe(const char *title, const stored_run &run)
+void describe(std::ostream &text, const char *title, const stored_run &run)
 {
     const library_identity &library = run.identity.library;
-    std::cout << title << run.path << ", " << run.started << (run.has_end ? "" : ", cut short")
-              << "\n";
+    text << title << run.path << ", " << run.started << (run.has_end ? "" : ", cut short") << "\n";
     if (!run.identity.path.empty()) {
-        std::cout << "        tavor " << run.identity.path << ", " << run.identity.target
-                  << ", tree " << run.identity.tree << "\n        library " << library.path
-                  << ", build id " << (library.build_id.empty() ? "unknown" : library.build_id)
-                  << "\n";
+        text << "        tavor " << run.identity.path << ", " << run.identity.target << ", tree "
+             << run.identity.tree << "\n        library " << library.path << ", build id "
+             << (library.build_id.empty() ? "unknown" : library.build_id) << "\n";
     }
 }
 
@@ -30,24 +32,57 @@ std::string side_text(const std::optional<stored_result> &side)
     return std::string(name_of(side->state)) + (side->message.empty() ? "" : " : " + side->message);
 }
 
+// Two runs in words.
+std::string differences_text(const stored_run &before, const stored_run &after)
+{
+    std::ostringstream text;
+    describe(text, "before  ", before);
+    describe(text, "after   ", after);
+    const std::vector<difference> differences = compare(before, after);
+    for (const difference &each : differences) {
+        text << each.what << ": " << each.name << "\n  before  " << side_text(each.before)
+             << "\n  after   " << side_text(each.after) << "\n";
+    }
+    text << differences.size() << " differences\n";
+    return text.str();
+}
+
+std::string formatted(const std::string &format, const comparison &what, bool as_table, bool quiet)
+{
+    if (format == "html") {
+        return html_of(what);
+    }
+    if (format == "jsonl") {
+        return json_lines_of(what);
+    }
+    if (format != "text") {
+        throw usage_error("no such format: " + format + " (text, html, jsonl)");
+    }
+    return as_table ? text_of(what, quiet)
+                    : differences_text(what.columns[0].run, what.columns[1].run);
+}
+
 } // namespace
 
-int compare_command(const std::string &before, const std::string &after)
+int compare_command(const compare_arguments &given)
 {
-    const stored_run first = read_results(before);
-    const stored_run second = read_results(after);
-    describe("before  ", first);
-    describe("after   ", second);
-    const std::vector<difference> differences = compare(first, second);
-    for (const difference &each : differences) {
-        std::cout << each.what << ": " << each.name << "\n  before  " << side_text(each.before)
-                  << "\n  after   " << side_text(each.after) << "\n";
+    std::vector<named_report> reports;
+    bool as_table = given.reports.size() > 2 || given.quiet;
+    for (const std::string &each : given.reports) {
+        reports.push_back(parse_report_name(each));
+        as_table |= !reports.back().name.empty();
     }
-    std::cout << differences.size() << " differences\n";
-    if (first.results.empty() || second.results.empty()) {
-        return NOTHING_RAN;
+    const comparison what = compare_reports(reports);
+    as_table |= what.is_sharded;
+    std::vector<std::string> outputs = given.outputs;
+    if (std::none_of(outputs.begin(), outputs.end(), goes_to_standard_output)) {
+        outputs.emplace_back("text");
     }
-    return differences.empty() ? ALL_PASSED : SOME_FAILED;
+    for (const std::string &each : outputs) {
+        const report_target target = parse_target(each);
+        output_file(target.path).replace(formatted(target.format, what, as_table, given.quiet));
+    }
+    return exit_code(what);
 }
 
 } // namespace tavor_run

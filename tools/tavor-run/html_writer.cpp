@@ -11,28 +11,6 @@ namespace tavor_run {
 
 namespace {
 
-constexpr std::string_view HEAD = R"(<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<title>tavor</title>
-<style>
-body { font-family: sans-serif; margin: 2em; color: #222; }
-table { border-collapse: collapse; }
-th, td { text-align: left; padding: 0.2em 0.8em; border-bottom: 1px solid #ddd;
-         vertical-align: top; }
-td.time { text-align: right; }
-pre { white-space: pre-wrap; margin: 0.3em 0; }
-.pass { color: #17692a; }
-.ignore, .not_run { color: #777; }
-.fail { color: #b3161b; font-weight: bold; }
-.crash, .hang, .damaged, .unended, .unseen { color: #8a1a8a; font-weight: bold; }
-</style>
-</head>
-<body>
-<h1>tavor</h1>
-)";
-
 std::string fact(const char *name, const std::string &value)
 {
     return value.empty()
@@ -92,7 +70,7 @@ std::string row_of(const case_history &each)
 
 std::string document(const run_record &record)
 {
-    std::string text(HEAD);
+    std::string text = html_head("tavor");
     text += facts(record);
     for (const std::string &note : record.notes) {
         text += "<p>" + escaped(note) + "</p>\n";

@@ -17,6 +17,7 @@ struct library_identity {
 };
 
 struct program_identity {
+    std::string host{}; // the machine's own name
     std::string path{};
     std::string target{}; // tavor's own records
     std::string tree{};

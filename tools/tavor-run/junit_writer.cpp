@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// JUnit XML. After each result the file is a whole document.
+// JUnit XML, in what the usual schemas have in common: some know no attributes of the root, and
+// want each suite to have all its attributes and elements. After each result the file is a whole
+// document.
 #include <cstdio>
 #include <map>
 
@@ -118,34 +120,50 @@ std::string properties(const run_record &record)
     return text + "    </properties>\n";
 }
 
+struct suite_content {
+    std::string_view name{};
+    suite_totals totals{};
+    std::string cases{};
+};
+
+std::vector<suite_content> by_suite(const run_record &record)
+{
+    std::vector<suite_content> suites;
+    std::map<std::string_view, std::size_t> places;
+    for (const case_history &each : by_case(record.results)) {
+        const std::string_view name = each.worst.suite();
+        const auto [place, is_new] = places.try_emplace(name, suites.size());
+        if (is_new) {
+            suites.push_back({name, {}, ""});
+        }
+        suites[place->second].totals.add(each.worst);
+        suites[place->second].cases += test_case(each);
+    }
+    return suites;
+}
+
+// Without the zone, which is UTC: some schemas forbid it.
+std::string timestamp(const run_record &record)
+{
+    return record.started.substr(0, record.started.find('Z'));
+}
+
 std::string document(const run_record &record)
 {
-    std::map<std::string_view, suite_totals> totals;
-    std::map<std::string_view, std::string> cases;
-    std::vector<std::string_view> order;
-    suite_totals all;
-    for (const case_history &each : by_case(record.results)) {
-        const std::string_view suite = each.worst.suite();
-        if (!totals.contains(suite)) {
-            order.push_back(suite);
-        }
-        totals[suite].add(each.worst);
-        all.add(each.worst);
-        cases[suite] += test_case(each);
-    }
+    const std::string &host = record.identity.host;
     std::string notes;
     for (const std::string &note : record.notes) {
-        notes += note + "\n";
+        notes += escaped(note) + "\n";
     }
-    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites" +
-                       attribute("name", "tavor") + all.attributes() + ">\n";
-    for (const std::string_view suite : order) {
-        text += "  <testsuite" + attribute("name", suite) + totals[suite].attributes() +
-                attribute("timestamp", record.started) + ">\n" + properties(record) + cases[suite];
-        if (!notes.empty()) {
-            text += "    <system-out>" + escaped(notes) + "</system-out>\n";
-        }
-        text += "  </testsuite>\n";
+    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n";
+    unsigned id = 0;
+    for (const suite_content &suite : by_suite(record)) {
+        text += "  <testsuite" + attribute("name", suite.name) + attribute("package", "tavor") +
+                attribute("id", std::to_string(id++)) + suite.totals.attributes() +
+                attribute("timestamp", timestamp(record)) +
+                attribute("hostname", host.empty() ? "localhost" : host) + ">\n" +
+                properties(record) + suite.cases + "    <system-out>" + notes +
+                "</system-out>\n    <system-err/>\n  </testsuite>\n";
     }
     return text + "</testsuites>\n";
 }

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -85,15 +86,23 @@ std::string launcher::bytes_of(const std::string &path) const
     if (options.through.empty()) {
         return read_bytes(path);
     }
+    return answer_of({{}, {"cat", path}});
+}
+
+// What a program prints that has nothing to do with cases; empty when it fails.
+std::string launcher::answer_of(const command &question) const
+{
     tools::process_options process;
     process.timeout = QUESTION_TIMEOUT;
-    tools::process_result result = run({{}, {"cat", path}}, process);
+    tools::process_result result = run(question, process);
     return result.exited_with(0) ? std::move(result.output) : "";
 }
 
 program_identity launcher::identify() const
 {
     program_identity identity;
+    identity.host = answer_of({{}, {"uname", "-n"}});
+    identity.host.resize(std::min(identity.host.find_first_of("\r\n"), identity.host.size()));
     identity.path = options.through.empty() ? found_in_path(options.tavor) : options.tavor;
     read_build_records(bytes_of(identity.path), identity);
 

@@ -43,6 +43,7 @@ public:
     program_identity identify() const;
 
 private:
+    std::string answer_of(const command &question) const;
     std::string bytes_of(const std::string &path) const;
 
     launch_options options;

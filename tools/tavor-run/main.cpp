@@ -45,8 +45,8 @@ void add_launch(CLI::App &command, launch_arguments &given)
 void add_output(CLI::App &command, output_arguments &given)
 {
     command
-        .add_option("--out", given.outputs,
-                    "format:file, several; text, junit, tap, tap13, jsonl, html")
+        .add_option("--out,--output", given.outputs,
+                    "format:file, several; text, junit, tap, tap13, jsonl, html, lava")
         ->allow_extra_args(false);
     command.add_flag("--quiet,-q", given.quiet, "in texts only what is not good");
     command.add_option("--color", given.colour, "auto, always, never")
@@ -76,6 +76,16 @@ void add_report(CLI::App &command, report_arguments &given)
     add_output(command, given.output);
 }
 
+void add_compare(CLI::App &command, compare_arguments &given)
+{
+    command.add_option("reports", given.reports, "jsonl results, as file or name=file")
+        ->required()
+        ->expected(2, CLI::detail::expected_max_vector_size);
+    command.add_option("--out,--output", given.outputs, "format:file, several; text, html, jsonl")
+        ->allow_extra_args(false);
+    command.add_flag("--quiet,-q", given.quiet, "in texts only what differs or is not good");
+}
+
 struct program {
     CLI::App app{"Runs tavor, or judges what it printed.", "tavor-run"};
     run_arguments run{};
@@ -83,8 +93,7 @@ struct program {
     selection_arguments list{};
     bool suites_only = false;
     report_arguments report{};
-    std::string before{};
-    std::string after{};
+    compare_arguments compare{};
 
     program()
     {
@@ -95,9 +104,7 @@ struct program {
         add_selection(*lister, list);
         lister->add_flag("--suites", suites_only, "their suites only");
         add_report(*app.add_subcommand("report", "judge a captured console log"), report);
-        CLI::App *const comparer = app.add_subcommand("compare", "compare two jsonl results");
-        comparer->add_option("before", before)->required();
-        comparer->add_option("after", after)->required();
+        add_compare(*app.add_subcommand("compare", "compare jsonl results"), compare);
         CLI::App *const bisecter =
             app.add_subcommand("bisect", "find which cases before it change a case's verdict");
         bisecter->add_option("case", bisect.bisected)->required();
@@ -111,7 +118,7 @@ struct program {
         return command == "run"       ? run_command(run)
                : command == "bisect"  ? bisect_command(bisect)
                : command == "list"    ? list_command(list, suites_only)
-               : command == "compare" ? compare_command(before, after)
+               : command == "compare" ? compare_command(compare)
                                       : report_command(report);
     }
 };

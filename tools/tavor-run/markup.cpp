@@ -33,7 +33,28 @@ std::size_t sequence_length(std::string_view text)
     return too_long || forbidden ? 0 : length;
 }
 
+constexpr std::string_view STYLE = R"(<style>
+body { font-family: sans-serif; margin: 2em; color: #222; }
+table { border-collapse: collapse; }
+th, td { text-align: left; padding: 0.2em 0.8em; border-bottom: 1px solid #ddd;
+         vertical-align: top; }
+td.time { text-align: right; }
+pre { white-space: pre-wrap; margin: 0.3em 0; }
+.pass { color: #17692a; }
+.ignore, .not_run { color: #777; }
+.fail { color: #b3161b; font-weight: bold; }
+.crash, .hang, .damaged, .unended, .unseen { color: #8a1a8a; font-weight: bold; }
+</style>
+)";
+
 } // namespace
+
+std::string html_head(std::string_view title)
+{
+    const std::string text = escaped(title);
+    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + text +
+           "</title>\n" + std::string(STYLE) + "</head>\n<body>\n<h1>" + text + "</h1>\n";
+}
 
 std::string escaped(std::string_view text)
 {

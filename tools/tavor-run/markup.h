@@ -12,4 +12,7 @@ namespace tavor_run {
 // that are not UTF-8, become replacement characters.
 std::string escaped(std::string_view text);
 
+// A page up to its first heading, with the colours of verdicts.
+std::string html_head(std::string_view title);
+
 } // namespace tavor_run

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -27,9 +28,7 @@ text_style text_style_of(const output_arguments &given, const std::string &path)
 
 std::unique_ptr<writer> make_writer(const std::string &output, const output_arguments &given)
 {
-    const std::size_t colon = output.find(':');
-    const std::string format = output.substr(0, colon);
-    const std::string path = colon == std::string::npos ? "-" : output.substr(colon + 1);
+    const auto &[format, path] = parse_target(output);
     if (format == "text") {
         return make_text_writer(path, text_style_of(given, path));
     }
@@ -45,10 +44,25 @@ std::unique_ptr<writer> make_writer(const std::string &output, const output_argu
     if (format == "html") {
         return make_html_writer(path);
     }
-    throw usage_error("no such format: " + format + " (text, junit, tap, tap13, jsonl, html)");
+    if (format == "lava") {
+        return make_lava_writer(path);
+    }
+    throw usage_error("no such format: " + format +
+                      " (text, junit, tap, tap13, jsonl, html, lava)");
 }
 
 } // namespace
+
+report_target parse_target(const std::string &output)
+{
+    const std::size_t colon = output.find(':');
+    return {output.substr(0, colon), colon == std::string::npos ? "-" : output.substr(colon + 1)};
+}
+
+bool goes_to_standard_output(const std::string &output)
+{
+    return parse_target(output).path == "-";
+}
 
 void start_record(run_record &record, const output_arguments &given)
 {
@@ -59,10 +73,8 @@ void start_record(run_record &record, const output_arguments &given)
 
 void add_writers(reporter &report, const output_arguments &given)
 {
-    unsigned on_terminal = 0;
-    for (const std::string &output : given.outputs) {
-        on_terminal += output.find(':') == std::string::npos || output.ends_with(":-") ? 1U : 0U;
-    }
+    const auto on_terminal =
+        std::count_if(given.outputs.begin(), given.outputs.end(), goes_to_standard_output);
     if (on_terminal > 1) {
         throw usage_error("only one report can go to standard output");
     }

@@ -11,6 +11,14 @@
 
 namespace tavor_run {
 
+// "format:file", or a format alone for standard output.
+struct report_target {
+    std::string format{};
+    std::string path{};
+};
+report_target parse_target(const std::string &output);
+bool goes_to_standard_output(const std::string &output);
+
 void start_record(run_record &record, const output_arguments &given);
 
 // The reports asked for, and the table on standard output when that is free.

@@ -58,6 +58,7 @@ struct run_record {
     std::string command_line{}; // of this program
     program_identity identity{};
     std::optional<std::uint64_t> seed{};
+    std::string part{};      // of the selection, such as "2/4"
     std::size_t planned = 0; // results to come in all, as far as known
     std::vector<case_result> results{};
     std::vector<std::string> notes{};

@@ -9,7 +9,6 @@
 
 #include "tools/common/registry.h"
 #include "tools/tavor-run/output_file.h"
-#include "tools/tavor-run/selection.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
@@ -66,10 +65,14 @@ public:
                      {"started", record.started},
                      {"command", record.command_line},
                      {"planned", record.planned},
+                     {"host", record.identity.host},
                      {"tavor", json_of(record.identity)},
                      {"library", json_of(record.identity.library)}};
         if (record.seed) {
             line["seed"] = *record.seed;
+        }
+        if (!record.part.empty()) {
+            line["shard"] = record.part;
         }
         write(line);
     }
@@ -124,6 +127,7 @@ public:
             take_case(line);
         } else if (type == "end") {
             run.has_end = true;
+            run.exit_status = line.at("exit");
         }
     }
 
@@ -136,6 +140,11 @@ private:
             throw usage_error(run.path + ": of another format");
         }
         run.started = line.at("started");
+        const std::string part = line.value("shard", "");
+        if (!part.empty()) {
+            run.part = parse_shard(part);
+        }
+        run.identity.host = line.value("host", ""); // older reports have none
         const json &tavor = line.at("tavor");
         run.identity.path = tavor.at("path");
         run.identity.target = tavor.at("target");

@@ -4,10 +4,12 @@
 // with, and where the cases that failed last are remembered.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/tavor-run/results.h"
+#include "tools/tavor-run/selection.h"
 
 namespace tavor_run {
 
@@ -22,7 +24,9 @@ struct stored_run {
     std::string started{};
     program_identity identity{};
     std::vector<stored_result> results{}; // of several runs of a case the worst
+    std::optional<shard> part{};          // of the selection
     bool has_end = false;                 // false: the run that wrote it was cut short
+    int exit_status = ALL_PASSED;         // with which it ended
 };
 
 // A usage error when the file is not what it should be. A last line that is cut is left out.

@@ -28,6 +28,7 @@ int run_command(const run_arguments &given)
         require_closed_library(record.identity.library);
     }
     record.planned = rows.size() * options.repeat;
+    record.part = given.selection.shard;
     record.seed = seed_of(given.selection.shuffle);
     if (record.seed) {
         rows = shuffled(std::move(rows), *record.seed);

@@ -38,6 +38,7 @@ std::unique_ptr<writer> make_junit_writer(const std::string &path);
 std::unique_ptr<writer> make_tap_writer(const std::string &path, int version);
 std::unique_ptr<writer> make_json_writer(const std::string &path);
 std::unique_ptr<writer> make_html_writer(const std::string &path);
+std::unique_ptr<writer> make_lava_writer(const std::string &path);
 
 // Keeps the record and tells all writers.
 class reporter {
