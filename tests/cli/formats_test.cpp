@@ -244,7 +244,7 @@ TEST_F(lava, cases_that_nothing_is_known_of_are_not_skipped)
 
     // Up to a name that has no verdict.
     std::string cut = content_of(DATA + "full_run.log");
-    cut.resize(cut.find('\n', 9000) + 1 + 41);
+    cut.resize(cut.find("\nkel_packet_append ") + 1 + 41);
     const std::size_t damage = cut.find("PASS\n", 4000);
     cut.replace(damage, 4, "PA\x07S");
     std::ofstream(file("cut.log")) << cut;
@@ -258,7 +258,7 @@ TEST_F(lava, cases_that_nothing_is_known_of_are_not_skipped)
     }
     EXPECT_EQ(results["unknown"] + results["pass"] + results["skip"] + results["fail"],
               static_cast<int>(tools::all_cases().size()));
-    EXPECT_GT(results["unknown"], 200);
+    EXPECT_GT(results["unknown"], 100);
     EXPECT_EQ(results["fail"], 1); // the last one never ended
 }
 
