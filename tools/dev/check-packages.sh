@@ -108,12 +108,15 @@ grep -q "tests run: *$(grep -c '^TEST(' /usr/share/tavor/test_list.def)$" /tmp/r
 if command -v tavor-run >/dev/null; then
     say 'tavor-run'
     tavor-run run --lib "$folder" kel_tlv | tail -n 3
+    KEL_REFERENCE_FAULTS=client.register.accepts_null \
+        tavor-run run --lib "$folder" kel_reg_client >/tmp/calls || test $? -eq 1
+    grep 'last library calls' /tmp/calls
 fi
 
 say 'kel-campaign'
 kel-campaign --tavor "$(command -v tavor)" --library-path "$folder" \
-    --shim "$folder/libkeltrace.so" --pairs /usr/share/tavor/pairs \
-    --results /tmp/campaign --quiet kel_reg_tag | tail -n 1
+    --pairs /usr/share/tavor/pairs --results /tmp/campaign --quiet kel_reg_tag |
+    tail -n 1
 
 say 'removal'
 dpkg -L tavor tavor-tools tavor-dev libkel-reference | grep -E 'tavor|kel' | sort -u >/tmp/files
