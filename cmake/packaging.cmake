@@ -46,6 +46,9 @@ list(JOIN suites " " TAVOR_SUITES)
 list(JOIN cases " " TAVOR_CASES)
 configure_file("${packaging}/completions/tavor.bash.in" "${prepared}/completions/tavor" @ONLY)
 configure_file("${packaging}/completions/_tavor.in" "${prepared}/completions/_tavor" @ONLY)
+configure_file("${packaging}/completions/tavor-run.bash.in" "${prepared}/completions/tavor-run"
+               @ONLY)
+configure_file("${packaging}/completions/_tavor-run.in" "${prepared}/completions/_tavor-run" @ONLY)
 set(bash_completions "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 # Debian's zsh looks for what packages bring elsewhere than others do.
 set(zsh_completions "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
@@ -70,6 +73,10 @@ if(TARGET kel-campaign)
 endif()
 if(TARGET tavor-run)
   install_man(tools tavor-run.1)
+  install(FILES "${prepared}/completions/tavor-run" DESTINATION "${bash_completions}"
+          COMPONENT tools)
+  install(FILES "${prepared}/completions/_tavor-run" DESTINATION "${zsh_completions}"
+          COMPONENT tools)
 endif()
 
 # reference

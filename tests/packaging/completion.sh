@@ -1,19 +1,23 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# What bash offers: completion.sh <completion file> <tavor>
+# What bash offers: completion.sh <folder of completions> <tavor> <tavor-run>
 set -eu
 # shellcheck source=/dev/null
-. "$1"
+. "$1/tavor"
+# shellcheck source=/dev/null
+. "$1/tavor-run"
 tavor=$2
+tavor_run=$3
+completer=_tavor
 failures=0
 
 # offered <word...>: the completions of the last word, which may be empty, in lines.
 offered() {
-    COMP_WORDS=(tavor "$@")
+    COMP_WORDS=("${completer#_}" "$@")
     COMP_CWORD=$#
     COMPREPLY=()
-    _tavor
+    "$completer"
     [[ ${#COMPREPLY[@]} -eq 0 ]] || printf '%s\n' "${COMPREPLY[@]}"
 }
 
@@ -44,4 +48,27 @@ expect 'nothing that is no name' '' "$(offered nothing)"
 # Every case can be reached from some suite's prefix, none other is offered.
 cases=$(for suite in $suites; do offered "${suite}_"; done | sort -u | grep -vxF "$suites")
 expect 'all cases' "$(sort <<<"$guide" | md5sum)" "$(md5sum <<<"$cases")"
+
+completer=_tavor_run
+for command in run list report compare bisect; do
+    expect "options of $command" \
+        "$("$tavor_run" "$command" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
+            grep -vx -- --help | sort)" \
+        "$(offered "$command" -- | sort)"
+done
+expect 'options without a command' "$(offered run -- | sort)" "$(offered -- | sort)"
+expect commands 'report' "$(offered rep)"
+expect 'suites behind a command' 'kel_reg_client kel_reg_tag' "$(offered run kel_reg_ | paste -sd ' ')"
+expect 'a case' 'kel_packet_append_null_pkt' "$(offered --isolate kel_packet_append_null_p)"
+expect formats 'html: jsonl: junit: lava: tap13: tap: text:' \
+    "$(offered --out '' | sort | paste -sd ' ')"
+for format in $(offered --out ''); do
+    "$tavor_run" report /dev/null --out "$format/dev/null" >/dev/null || status=$?
+    expect "format $format" 3 "$status" # nothing ran
+    expect "format $format" '' "$("$tavor_run" report /dev/null --out "$format/dev/null" 2>&1 |
+        grep 'no such format')"
+done
+expect 'formats of compare' 'html: jsonl: text:' \
+    "$(offered compare a --out '' | sort | paste -sd ' ')"
+expect 'cases for bisect' "$(sort <<<"$guide" | md5sum)" "$(offered bisect '' | sort | md5sum)"
 exit $((failures > 0))

@@ -20,6 +20,7 @@ command:clang clang
 command:clang++ clang
 command:clang-format clang-format
 command:clang-tidy clang-tidy
+command:parallel parallel
 command:python3 python3
 command:readelf binutils
 command:shellcheck shellcheck

@@ -55,16 +55,18 @@ std::string ending_text(const comparison &what)
 
 class text_table {
 public:
-    explicit text_table(const comparison &of) : what(of)
+    text_table(const comparison &of, bool is_quiet) : what(of), quiet(is_quiet)
     {
         first_width = std::string_view("results").size();
         for (const comparison_row &row : what.rows) {
-            first_width = std::max(first_width, row.name.size());
+            first_width = std::max(first_width, shows(row) ? row.name.size() : 0);
         }
         for (const comparison_column &column : what.columns) {
             widths.push_back(std::max(column.name.size(), name_of(verdict::damaged).size()));
         }
     }
+
+    bool shows(const comparison_row &row) const { return !quiet || row.differs || row.has_bad; }
 
     template <typename Cell> std::string line(const std::string &first, Cell cell) const
     {
@@ -110,6 +112,7 @@ public:
 
 private:
     const comparison &what;
+    bool quiet;
     std::size_t first_width = 0;
     std::vector<std::size_t> widths;
 };
@@ -169,14 +172,14 @@ json json_of(const comparison_column &column)
 
 std::string text_of(const comparison &what, bool quiet)
 {
-    const text_table table(what);
+    const text_table table(what, quiet);
     std::string text;
     for (const comparison_column &column : what.columns) {
         text += column.name + ": " + column_facts(column) + "\n";
     }
     text += "\n" + table.line("", [&](std::size_t i) { return what.columns[i].name; });
     for (const comparison_row &row : what.rows) {
-        if (!quiet || row.differs || row.has_bad) {
+        if (table.shows(row)) {
             text += table.row(row);
         }
     }
