@@ -25,9 +25,8 @@ protected:
     static std::string complaints(const std::string &path)
     {
         tools::process_options check;
-        check.arguments = {
-            "xmllint", "--noout", "--nonet", "--schema", TAVOR_SOURCE_DIR "/tests/cli/junit.xsd",
-            path};
+        const std::string schema = TAVOR_SOURCE_DIR "/tests/cli/junit.xsd";
+        check.arguments = {"xmllint", "--noout", "--nonet", "--schema", schema, path};
         const auto checked = tools::run_process(check);
         return checked.exited_with(0) ? "" : "refused: " + checked.errors;
     }

@@ -55,6 +55,7 @@ std::vector<std::string> names_from_reports(const std::vector<stored_run> &runs)
 std::vector<comparison_column> columns_of(const std::vector<named_report> &reports)
 {
     std::vector<stored_run> runs;
+    runs.reserve(reports.size());
     for (const named_report &each : reports) {
         runs.push_back(read_results(each.path));
     }

@@ -126,7 +126,7 @@ std::string found_in_path(const std::string &program)
     }
     std::istringstream folders(path);
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string candidate = fs::path(folder) / program;
+        std::string candidate = fs::path(folder) / program;
         if (access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }
