@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// The client's descriptor on a pair of loopback TCP sockets. A byte in the client end's
-// receive queue is a condition; nobody but the library reads them.
+// The client's descriptor on a pair of loopback TCP sockets.
+//
+// A byte always stands in the client end's receive queue, which nobody but the library reads.
+// The queue counts as readable when it holds as much as its low-water mark says, so moving the
+// mark is all that a signal costs: one system call, as one to an eventfd would be. An urgent
+// byte is the exceptional condition.
 #include "reference/signal.h"
 
 #include <arpa/inet.h>
@@ -111,9 +115,11 @@ void send_byte(const unique_descriptor &socket, int flags)
     }
 }
 
-// An urgent byte that was taken and is followed by another becomes an ordinary one. So many
-// are left unread, so that the queue of a client that stays readable does not fill up.
+// An urgent byte that was taken goes on standing in the queue. So many may.
 constexpr int MAX_SPENT_URGENT_BYTES = 32;
+
+constexpr int MARK_OF_READABLE = 1;
+constexpr int MARK_OF_IDLE = 1024; // more than ever stands in the queue
 
 void receive_bytes(const unique_descriptor &socket, int flags)
 {
@@ -148,7 +154,12 @@ bool signal_descriptor::open()
         return false;
     }
     library_end = accept_from(listener, own_address);
-    return library_end.is_open() && prepare(client_end) && prepare(library_end);
+    if (!library_end.is_open() || !prepare(client_end) || !prepare(library_end) ||
+        !set_option(client_end, SOL_SOCKET, SO_RCVLOWAT, MARK_OF_IDLE)) {
+        return false;
+    }
+    send_to_client_end(0);
+    return true;
 }
 
 // Sends a byte and returns when it stands in the client end's receive queue. While it stands
@@ -169,47 +180,29 @@ void signal_descriptor::send_to_client_end(int flags)
 
 void signal_descriptor::set_readable(bool readable)
 {
-    if (readable == is_readable) {
-        return;
-    }
+    if (readable == is_readable) return;
     is_readable = readable;
-    if (readable) {
-        send_to_client_end(0);
-        urgent_byte_is_last = false;
-        return;
-    }
-    if (is_exceptional && !urgent_byte_is_last) {
-        // Reading past an urgent byte loses it, so there has to be one behind what is read.
-        send_to_client_end(MSG_OOB);
-        urgent_byte_is_last = true;
-    }
-    drop_unread_bytes();
-}
-
-// As far as the last urgent byte.
-void signal_descriptor::drop_unread_bytes()
-{
-    receive_bytes(client_end, MSG_DONTWAIT);
-    spent_urgent_bytes = 0;
+    set_option(client_end, SOL_SOCKET, SO_RCVLOWAT, readable ? MARK_OF_READABLE : MARK_OF_IDLE);
 }
 
 void signal_descriptor::set_exceptional(bool exceptional)
 {
-    if (exceptional == is_exceptional) {
-        return;
-    }
+    if (exceptional == is_exceptional) return;
     is_exceptional = exceptional;
     if (exceptional) {
         send_to_client_end(MSG_OOB);
-        urgent_byte_is_last = true;
         return;
     }
     receive_bytes(client_end, MSG_OOB);
-    if (is_readable && ++spent_urgent_bytes == MAX_SPENT_URGENT_BYTES) {
-        send_to_client_end(0); // so that it is readable all the while
-        urgent_byte_is_last = false;
-        drop_unread_bytes();
-    }
+    if (++spent_urgent_bytes == MAX_SPENT_URGENT_BYTES) drop_spent_bytes();
+}
+
+// A read stops in front of the last urgent byte, so that this one and the fresh byte stay.
+void signal_descriptor::drop_spent_bytes()
+{
+    send_to_client_end(0);
+    receive_bytes(client_end, MSG_DONTWAIT);
+    spent_urgent_bytes = 1;
 }
 
 } // namespace kel_reference

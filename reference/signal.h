@@ -2,7 +2,7 @@
 //
 // A descriptor for the caller's own select: readable while packets are signalled, with an
 // exceptional condition while an event is pending, each set and cleared on its own. A
-// connected pair of loopback TCP sockets does this: an in-band byte makes it readable, an
+// connected pair of loopback TCP sockets does this: its low-water mark makes it readable, an
 // out-of-band byte raises the exceptional condition.
 #pragma once
 
@@ -51,11 +51,10 @@ private:
     unique_descriptor library_end;
     bool is_readable = false;
     bool is_exceptional = false;
-    bool urgent_byte_is_last = false; // nothing in-band was sent after it
-    int spent_urgent_bytes = 0;       // at most, that stand among the unread ones
+    int spent_urgent_bytes = 0; // that stand in the client end's queue
 
     void send_to_client_end(int flags);
-    void drop_unread_bytes();
+    void drop_spent_bytes();
 };
 
 } // namespace kel_reference
