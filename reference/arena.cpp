@@ -74,7 +74,8 @@ void arena::free(std::byte *block, std::uint32_t size)
     const std::size_t size_class = class_of(size);
     const auto position = static_cast<std::size_t>(block - base);
     const auto index = static_cast<std::uint16_t>(position / SPAN_SIZE);
-    const std::size_t number = position % SPAN_SIZE / BLOCK_SIZES[size_class];
+    const auto in_span = static_cast<std::uint32_t>(position % SPAN_SIZE);
+    const std::uint32_t number = in_span / BLOCK_SIZES[size_class];
     span &owner = (*spans)[index];
 
     owner.free_blocks[number / 64] |= std::uint64_t{1} << number % 64;
@@ -127,13 +128,26 @@ void arena::unpoison(std::byte *block, std::size_t size)
 
 std::size_t arena::class_of(std::uint32_t size)
 {
-    return static_cast<std::size_t>(std::ranges::lower_bound(BLOCK_SIZES, size) -
-                                    BLOCK_SIZES.begin());
+    static constexpr auto BY_UNITS = [] {
+        std::array<std::uint8_t, MAX_BLOCK / UNIT + 1> classes{};
+        for (std::uint32_t units = 0; units < classes.size(); units++) {
+            while (BLOCK_SIZES[classes[units]] < units * UNIT) classes[units]++;
+        }
+        return classes;
+    }();
+    return BY_UNITS[(size + UNIT - 1) / UNIT];
 }
 
 std::size_t arena::blocks_in_span(std::size_t size_class)
 {
-    return SPAN_SIZE / BLOCK_SIZES[size_class];
+    static constexpr auto BY_CLASS = [] {
+        std::array<std::uint16_t, BLOCK_SIZES.size()> blocks{};
+        std::ranges::transform(BLOCK_SIZES, blocks.begin(), [](std::uint32_t block_size) {
+            return static_cast<std::uint16_t>(SPAN_SIZE / block_size);
+        });
+        return blocks;
+    }();
+    return BY_CLASS[size_class];
 }
 
 bool arena::span_is_free(std::size_t index) const

@@ -59,8 +59,10 @@ private:
     static constexpr std::array<std::uint32_t, 18> BLOCK_SIZES = {
         128,  256,  512,  768,  1024,  1536,  2048,  3072,  4096,
         5120, 6144, 8192, 9216, 12288, 16384, 24576, 32768, 65536};
-    static constexpr std::size_t MAX_BLOCKS = SPAN_SIZE / 128;
+    static constexpr std::size_t MAX_BLOCKS = SPAN_SIZE / BLOCK_SIZES.front();
     static constexpr std::uint16_t NONE = 0xffff;
+
+    static constexpr std::uint32_t UNIT = BLOCK_SIZES.front(); // divides them all
 
     struct span {
         std::array<std::uint64_t, MAX_BLOCKS / 64> free_blocks{}; // a bit each

@@ -212,7 +212,7 @@ obtained_chain obtain_chain(state &library, const payer &charged, std::uint32_t 
     bufgroup_object *group = charged.group;
     const std::uint32_t piece = largest_piece(group, wanted);
     if (size > (wanted == layout::contiguous ? piece : MAX_REQUEST)) return {nullptr, ENOMEM};
-    const std::uint32_t count = size ? (size - 1) / piece + 1 : 1;
+    const std::uint32_t count = size > piece ? (size - 1) / piece + 1 : 1;
     if (group && !group_admits(*group, count, size)) return {nullptr, ENOBUFS};
     if (group && group->reserved && elements_left(*group) < count) return {nullptr, ENOMEM};
 

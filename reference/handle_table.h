@@ -5,13 +5,12 @@
 // valid one without touching what it might have named.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <new>
-#include <optional>
 #include <vector>
+
+#include "reference/object_pool.h"
 
 namespace kel_reference {
 
@@ -26,7 +25,7 @@ public:
     object *find(std::uint32_t handle)
     {
         slot *found = slot_of(handle);
-        return found && is_current(*found, handle) ? &*found->content : nullptr;
+        return found && is_current(*found, handle) ? found->content : nullptr;
     }
 
     // Whether the handle was valid once and is not any more.
@@ -41,37 +40,40 @@ public:
     // A fresh object; null when the table is full or there is no memory for more.
     object *create()
     {
+        object *created = objects.create();
+        if (!created) return nullptr;
         std::uint32_t index = 0;
         if (free_count <= QUARANTINE && add_slot()) {
-            index = slot_count - 1;
+            index = static_cast<std::uint32_t>(slots.size() - 1);
         } else if (free_count) {
             index = take_free();
         } else {
+            objects.destroy(*created);
             return nullptr;
         }
-        slot &occupied = slot_at(index);
-        object &created = occupied.content.emplace();
-        created.handle = static_cast<std::uint32_t>(kind) << KIND_SHIFT |
-                         (occupied.generation & GENERATIONS) << INDEX_BITS | index;
-        return &created;
+        slot &occupied = slots[index];
+        occupied.content = created;
+        created->handle = static_cast<std::uint32_t>(kind) << KIND_SHIFT |
+                          (occupied.generation & GENERATIONS) << INDEX_BITS | index;
+        return created;
     }
 
     void release(object &released)
     {
         const std::uint32_t index = released.handle & INDEX_MASK;
-        slot &freed = slot_at(index);
-        freed.content.reset();
+        slot &freed = slots[index];
+        objects.destroy(*freed.content);
+        freed.content = nullptr;
         freed.generation++;
         put_free(index);
     }
 
-    std::size_t size() const { return slot_count - free_count; }
+    std::size_t size() const { return slots.size() - free_count; }
 
     // Calls visit(object &) for every live object, in slot order.
     template <typename visitor> void for_each(visitor visit)
     {
-        for (std::uint32_t index = 0; index < slot_count; index++) {
-            slot &each = slot_at(index);
+        for (const slot &each : slots) {
             if (each.content) visit(*each.content);
         }
     }
@@ -82,16 +84,14 @@ private:
     static constexpr std::uint32_t GENERATIONS = 0x1ff;
     static constexpr std::uint32_t KIND_SHIFT = 29;
     static constexpr std::uint32_t MAX_SLOTS = 1u << INDEX_BITS;
-    static constexpr std::uint32_t CHUNK_SLOTS = 256;
     // Freed slots rest until this many are free, so that a stale handle stays one for long.
     static constexpr std::uint32_t QUARANTINE = 256;
 
     struct slot {
-        std::optional<object> content;
+        object *content = nullptr;    // null: the slot is free
         std::uint32_t generation = 0; // how often the slot was freed
         std::uint32_t next_free = 0;
     };
-    using chunk = std::array<slot, CHUNK_SLOTS>;
 
     static std::uint32_t generation_of(std::uint32_t handle)
     {
@@ -103,31 +103,23 @@ private:
         return found.content && generation_of(handle) == (found.generation & GENERATIONS);
     }
 
-    slot &slot_at(std::uint32_t index)
-    {
-        return (*chunks[index / CHUNK_SLOTS])[index % CHUNK_SLOTS];
-    }
-
     slot *slot_of(std::uint32_t handle)
     {
         const std::uint32_t index = handle & INDEX_MASK;
-        return handle >> KIND_SHIFT == static_cast<std::uint32_t>(kind) && index < slot_count
-                   ? &slot_at(index)
+        return handle >> KIND_SHIFT == static_cast<std::uint32_t>(kind) && index < slots.size()
+                   ? &slots[index]
                    : nullptr;
     }
 
     // A slot behind the last; false when there is no room for one.
     bool add_slot()
     {
-        if (slot_count == MAX_SLOTS) return false;
-        if (slot_count == chunks.size() * CHUNK_SLOTS) {
-            try {
-                chunks.push_back(std::make_unique<chunk>());
-            } catch (const std::bad_alloc &) {
-                return false;
-            }
+        if (slots.size() == MAX_SLOTS) return false;
+        try {
+            slots.emplace_back();
+        } catch (const std::bad_alloc &) {
+            return false;
         }
-        slot_count++;
         return true;
     }
 
@@ -135,7 +127,7 @@ private:
     std::uint32_t take_free()
     {
         const std::uint32_t taken = first_free;
-        first_free = slot_at(taken).next_free;
+        first_free = slots[taken].next_free;
         free_count--;
         return taken;
     }
@@ -143,7 +135,7 @@ private:
     void put_free(std::uint32_t index)
     {
         if (free_count) {
-            slot_at(last_free).next_free = index;
+            slots[last_free].next_free = index;
         } else {
             first_free = index;
         }
@@ -151,8 +143,8 @@ private:
         free_count++;
     }
 
-    std::vector<std::unique_ptr<chunk>> chunks;
-    std::uint32_t slot_count = 0;
+    std::vector<slot> slots;
+    object_pool<object> objects;
     std::uint32_t free_count = 0;
     std::uint32_t first_free = 0; // of free_count slots
     std::uint32_t last_free = 0;

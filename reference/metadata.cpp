@@ -174,23 +174,21 @@ bool group_is_allowed(const kel_metadata_group &group, const packet_object &pack
 
 } // namespace
 
-packet_metadata fresh_metadata()
+void set_fresh_metadata(packet_metadata &metadata)
 {
-    packet_metadata fresh;
-    if (const std::uint32_t value = chosen_options().fresh_metadata) {
-        const auto narrow = static_cast<std::uint16_t>(value);
-        fresh.cause = value;
-        fresh.priority = narrow;
-        fresh.link_type = narrow;
-        fresh.vrf_id = value;
-        fresh.topology_id = value;
-        fresh.ingress_vlan_id = narrow;
-        fresh.egress_vlan_id = narrow;
-        fresh.opaque.fill(value);
-        fresh.delta = value;
-        fresh.ifids.fill(value);
-    }
-    return fresh;
+    const std::uint32_t value = chosen_options().fresh_metadata;
+    if (!value) return;
+    const auto narrow = static_cast<std::uint16_t>(value);
+    metadata.cause = value;
+    metadata.priority = narrow;
+    metadata.link_type = narrow;
+    metadata.vrf_id = value;
+    metadata.topology_id = value;
+    metadata.ingress_vlan_id = narrow;
+    metadata.egress_vlan_id = narrow;
+    metadata.opaque.fill(value);
+    metadata.delta = value;
+    metadata.ifids.fill(value);
 }
 
 bool is_offset_kind(std::uint32_t kind)

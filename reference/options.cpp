@@ -12,9 +12,9 @@
 
 namespace kel_reference {
 
-namespace {
+options options_in_force;
 
-options chosen;
+namespace {
 
 struct option_row {
     std::string_view name;
@@ -56,15 +56,10 @@ void choose(std::string_view word)
     const bool is_legal =
         value == row->default_value || std::ranges::find(row->others, value) != row->others.end();
     if (!is_number || !is_legal) refuse_setting(VARIABLE, word, "not a legal value");
-    chosen.*row->value = value;
+    options_in_force.*row->value = value;
 }
 
 } // namespace
-
-const options &chosen_options()
-{
-    return chosen;
-}
 
 void choose_options(const std::vector<std::string_view> &words)
 {

@@ -15,8 +15,13 @@ struct options {
 #undef OPTION
 };
 
+extern options options_in_force;
+
 // As read from the environment, once. An unknown name or a value that is not legal ends the
 // process with a message: silently testing the default would prove nothing.
-const options &chosen_options();
+inline const options &chosen_options()
+{
+    return options_in_force;
+}
 
 } // namespace kel_reference

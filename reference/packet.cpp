@@ -51,7 +51,7 @@ packet_object *make_header(state &library, client_object &holder, bufgroup_objec
     if (!made) return nullptr;
     made->holder = &holder;
     made->group = group;
-    made->metadata = fresh_metadata();
+    set_fresh_metadata(made->metadata);
     made->caller_pid = caller_pid();
     made->caller_pc = pc;
     holder.packets.push_front(*made);

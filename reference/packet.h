@@ -7,8 +7,8 @@
 
 namespace kel_reference {
 
-// The metadata of a packet just obtained.
-packet_metadata fresh_metadata();
+// Sets the fields of a packet just obtained, all of them 0, to what they begin with.
+void set_fresh_metadata(packet_metadata &metadata);
 
 // Whether `kind` is one of the offset kinds that exist.
 bool is_offset_kind(std::uint32_t kind);

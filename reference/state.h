@@ -201,12 +201,13 @@ state &library();
 // The state, with its lock held for the life of this object.
 class locked_state {
 public:
-    locked_state() : guard(library().lock) {}
-    state *operator->() const { return &library(); }
-    state &operator*() const { return library(); }
+    locked_state() : guarded(library()), guard(guarded.lock) {}
+    state *operator->() const { return &guarded; }
+    state &operator*() const { return guarded; }
     std::unique_lock<std::mutex> &lock() { return guard; }
 
 private:
+    state &guarded;
     std::unique_lock<std::mutex> guard;
 };
 
