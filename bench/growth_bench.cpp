@@ -22,6 +22,11 @@ constexpr int SLOW_ITERATIONS = 2'000;
 // Small ones, so that a million fits into the buffer memory.
 constexpr std::uint32_t SMALL = 64;
 
+void up_to_10000_clients(benchmark::internal::Benchmark *bench)
+{
+    bench->RangeMultiplier(10)->Range(1, 1'000)->Arg(most_clients())->Iterations(ITERATIONS);
+}
+
 void up_to_10000(benchmark::internal::Benchmark *bench)
 {
     bench->RangeMultiplier(10)->Range(1, 10'000)->Iterations(ITERATIONS);
@@ -86,7 +91,7 @@ void clients_get_and_free(benchmark::State &state)
     const client owner;
     get_and_free(state, owner);
 }
-BENCHMARK(clients_get_and_free)->Apply(up_to_10000);
+BENCHMARK(clients_get_and_free)->Apply(up_to_10000_clients);
 
 void clients_send_and_receive(benchmark::State &state)
 {
@@ -94,7 +99,7 @@ void clients_send_and_receive(benchmark::State &state)
     const client owner;
     send_and_receive_beside_another(state, owner);
 }
-BENCHMARK(clients_send_and_receive)->Apply(up_to_10000);
+BENCHMARK(clients_send_and_receive)->Apply(up_to_10000_clients);
 
 void clients_register_and_deregister(benchmark::State &state)
 {
@@ -104,7 +109,7 @@ void clients_register_and_deregister(benchmark::State &state)
         if (!one_more) state.SkipWithError("no client");
     }
 }
-BENCHMARK(clients_register_and_deregister)->Apply(up_to_10000)->Iterations(SLOW_ITERATIONS);
+BENCHMARK(clients_register_and_deregister)->Apply(up_to_10000_clients)->Iterations(SLOW_ITERATIONS);
 
 void tags_send_and_receive(benchmark::State &state)
 {

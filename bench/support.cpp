@@ -40,14 +40,6 @@ double seconds_of_copy()
     return shortest / COPIES;
 }
 
-void allow_many_descriptors()
-{
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 } // namespace
 
 client::client(kel_tag received) : tag(received)
@@ -110,11 +102,22 @@ void send_and_receive(benchmark::State &state, kel_client owner, kel_packet pack
     }
 }
 
+std::int64_t most_clients()
+{
+    constexpr rlim_t OTHER_DESCRIPTORS = 100;
+    constexpr rlim_t DESCRIPTORS_OF_CLIENT = 2;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t most = (limit.rlim_max - OTHER_DESCRIPTORS) / DESCRIPTORS_OF_CLIENT;
+    return static_cast<std::int64_t>(std::min<rlim_t>(most, 10'000));
+}
+
 int run(int count, char **arguments)
 {
     benchmark::Initialize(&count, arguments);
     if (benchmark::ReportUnrecognizedArguments(count, arguments)) return 1;
-    allow_many_descriptors();
     kel_nocrash_set();
     const client first_to_last(TAG - 1);
     benchmark::RunSpecifiedBenchmarks();

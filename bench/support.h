@@ -54,6 +54,10 @@ private:
 void get_and_free(benchmark::State &state, kel_client owner, std::uint32_t size = SIZE);
 void send_and_receive(benchmark::State &state, kel_client owner, kel_packet packet);
 
+// How many clients can be registered at once: 10,000, or what the limit of descriptors allows.
+// Raises that as far as it goes.
+std::int64_t most_clients();
+
 // Runs the benchmarks beside a client that lives from the first to the last. With a client
 // there is the daemon's thread, and in a process with two threads the C library's locks are real
 // ones: measuring its peers without would favour them.

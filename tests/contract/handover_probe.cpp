@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "kelapi/kel.h"
+#include "tests/contract/traced_probe.h"
 
 namespace {
 
@@ -22,13 +23,6 @@ constexpr int PACKETS = 2000;
 
 enum class mode { deferred, signalled_already, signal_due };
 
-void check(bool holds, const char *what)
-{
-    if (holds) return;
-    std::fprintf(stderr, "handover_probe: %s\n", what);
-    std::_Exit(1);
-}
-
 void hand_over(mode how)
 {
     kel_client sender = 0;
@@ -37,6 +31,7 @@ void hand_over(mode how)
     check(kel_register_client(&receiver, "receiver", KEL_ROLE_ALWAYS, 32) == 0, "register_client");
     check(kel_register_tag(receiver, TAG) == 0, "register_tag");
     check(kel_set_client_signal_interval(receiver, 600'000) == 0, "signal interval");
+    wait_for_daemon();
 
     const auto send = [&] {
         const kel_packet packet = kel_get_packet(sender, 0, 1500, 1, nullptr);
