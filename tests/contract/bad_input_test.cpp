@@ -133,6 +133,7 @@ world::world()
     EXPECT_OK(kel_event_add_bufgroup(client, armed_group, 3, 0, 0));
     // Pending at once, for there is room.
     EXPECT_OK(kel_event_add_tag(client, ARMED_TAG, 0, 0));
+    EXPECT_TRUE(is_exceptional(client)) << "a wait would not end";
 
     EXPECT_OK(kel_register_client(&stale_client, nullptr, KEL_ROLE_ACTIVE, 8));
     EXPECT_OK(kel_deregister_client(stale_client));
@@ -486,6 +487,7 @@ private:
         SCOPED_TRACE(std::string(name) + ", " + description);
         {
             world given;
+            if (testing::Test::HasFailure()) return;
             const std::string before = describe(take_census());
             const auto arguments = arguments_in(given);
             counted.calls++;
