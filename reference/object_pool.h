@@ -34,10 +34,10 @@ private:
     struct free_place {
         free_place *next;
     };
-    struct alignas(object) place {
-        std::array<std::byte, sizeof(object)> memory;
+    union place {
+        free_place free;
+        alignas(object) std::array<std::byte, sizeof(object)> used;
     };
-    static_assert(sizeof(place) >= sizeof(free_place) && alignof(place) >= alignof(free_place));
     using chunk = std::array<place, CHUNK_OBJECTS>;
 
     bool add_chunk()

@@ -576,6 +576,7 @@ TEST_F(signal_contract, daemon_flushes_within_30_ms)
     bool was_deferred = false;
     bool was_flushed = false;
     for (int attempt = 0; attempt < 8 && !(was_deferred && was_flushed); attempt++) {
+        if (HasFailure()) break; // it waits long for what does not come
         send(owner, false);
         const bool first_unsignalled = !is_readable(owner);
         send(owner, false);
