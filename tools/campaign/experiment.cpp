@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A folder of its own for a run's report files, removed at the end.
+// A folder for the report files of one run after the other, removed at the end.
 class scratch_folder {
 public:
     scratch_folder()
@@ -33,11 +33,24 @@ public:
         std::error_code ignored;
         fs::remove_all(path, ignored);
     }
-    std::string file(const std::string &name) const { return path / name; }
+    // The path of a file that is not there yet.
+    std::string new_file(const std::string &name) const
+    {
+        const std::string file = path / name;
+        unlink(file.c_str());
+        return file;
+    }
 
 private:
     fs::path path;
 };
+
+// Of the thread that asks: making and removing a folder costs as much as a tenth of a run.
+const scratch_folder &own_scratch_folder()
+{
+    static thread_local const scratch_folder folder;
+    return folder;
+}
 
 std::vector<std::string> fault_environment(const setting &where, const experiment &what)
 {
@@ -139,14 +152,17 @@ void read_reference_census(const std::string &path, observation &seen)
 
 observation observe(const setting &where, const experiment &what)
 {
-    const scratch_folder scratch;
+    const scratch_folder &scratch = own_scratch_folder();
+    const std::string shim_report = scratch.new_file("shim");
+    const std::string faults_report = scratch.new_file("faults");
+    const std::string census = scratch.new_file("census");
     tools::process_options process;
     process.arguments = {where.tavor, what.test};
     process.environment = fault_environment(where, what);
     process.environment.emplace_back("LC_ALL=C");
-    process.environment.push_back("KELTRACE_REPORT=" + scratch.file("shim"));
-    process.environment.push_back("KEL_REFERENCE_FAULTS_REPORT=" + scratch.file("faults"));
-    process.environment.push_back("KEL_REFERENCE_CENSUS=" + scratch.file("census"));
+    process.environment.push_back("KELTRACE_REPORT=" + shim_report);
+    process.environment.push_back("KEL_REFERENCE_FAULTS_REPORT=" + faults_report);
+    process.environment.push_back("KEL_REFERENCE_CENSUS=" + census);
     process.timeout = where.timeout;
     process.timeout_signal = SIGTERM;
 
@@ -158,22 +174,22 @@ observation observe(const setting &where, const experiment &what)
     seen.errors = result.errors;
     seen.wall_time = result.wall_time;
     read_verdict(result.output, seen);
-    read_shim_report(scratch.file("shim"), seen);
-    read_reference_faults(scratch.file("faults"), seen);
-    read_reference_census(scratch.file("census"), seen);
+    read_shim_report(shim_report, seen);
+    read_reference_faults(faults_report, seen);
+    read_reference_census(census, seen);
     return seen;
 }
 
 std::string trace_of(const setting &where, const std::string &test)
 {
-    const scratch_folder scratch;
+    const std::string trace_file = own_scratch_folder().new_file("trace");
     tools::process_options process;
     process.arguments = {where.tavor, test};
     process.environment = fault_environment(where, {test, "", ""});
-    process.environment.push_back("KELTRACE_TRACE=" + scratch.file("trace"));
+    process.environment.push_back("KELTRACE_TRACE=" + trace_file);
     process.timeout = where.timeout;
     tools::run_process(process);
-    std::ifstream trace(scratch.file("trace"));
+    std::ifstream trace(trace_file);
     return {std::istreambuf_iterator<char>(trace), {}};
 }
 

@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -98,6 +99,12 @@ std::vector<char *> pointers_to(std::vector<std::string> &texts)
     return pointers;
 }
 
+// Readable when the process has ended; none under kernels that have no such thing.
+unique_fd end_of(pid_t pid)
+{
+    return unique_fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+}
+
 // Starts the program in a process group of its own; returns 0 or an error number.
 int spawn(const process_options &options, int output, int errors, pid_t *pid)
 {
@@ -133,7 +140,7 @@ int spawn(const process_options &options, int output, int errors, pid_t *pid)
 // Reads what is there into `text`; false at the end of the stream.
 bool read_some(int fd, std::string &text, std::string_view &piece)
 {
-    std::array<char, 65536> chunk{};
+    std::array<char, 16384> chunk{};
     const ssize_t count = read(fd, chunk.data(), chunk.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
         return true;
@@ -152,25 +159,18 @@ class follower {
 public:
     follower(const process_options &how, pid_t process, unique_fd its_output, unique_fd its_errors)
         : options(how), pid(process), output(std::move(its_output)), errors(std::move(its_errors)),
-          started(steady::now())
+          end(end_of(process)), started(steady::now())
     {
     }
 
     process_result follow()
     {
         result.started = true;
-        while (output.get() >= 0 || errors.get() >= 0) {
-            poll_streams();
-            if (ended()) {
-                drain();
-                break;
-            }
-            enforce_timeout();
-        }
         while (!ended()) {
             enforce_timeout();
-            poll(nullptr, 0, 1);
+            poll_streams();
         }
+        drain();
         // What it started itself and left behind goes with it.
         kill(-pid, SIGKILL);
         result.wall_time =
@@ -181,9 +181,10 @@ public:
 private:
     void poll_streams()
     {
-        std::array<pollfd, 2> streams{{{output.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}}};
-        constexpr int SLICE_MS = 20;
-        if (poll(streams.data(), streams.size(), SLICE_MS) <= 0) {
+        std::array<pollfd, 3> streams{
+            {{output.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}, {end.get(), POLLIN, 0}}};
+        const int slice_ms = end.get() >= 0 ? 20 : 1;
+        if (poll(streams.data(), streams.size(), slice_ms) <= 0) {
             return;
         }
         std::string_view piece;
@@ -273,6 +274,7 @@ private:
     pid_t pid;
     unique_fd output;
     unique_fd errors;
+    unique_fd end;
     steady::time_point started;
     steady::time_point killing_time;
     process_result result;
