@@ -18,6 +18,7 @@ namespace {
 // Suites without waits.
 const std::vector<std::string> SUITES = {"kel_buf", "kel_metadata", "kel_packet", "kel_tlv"};
 const std::string ONE_CASE = "kel_packet_append";
+const std::string PAIRS = TAVOR_SOURCE_DIR "/tests/campaign/pairs";
 constexpr unsigned STARTS = 1000; // of a bare process
 
 struct rate {
@@ -32,17 +33,9 @@ struct rated {
 
 command campaign_command(const settings &how)
 {
-    command line = {KEL_CAMPAIGN,
-                    "--tavor",
-                    TAVOR_BINARY,
-                    "--shim",
-                    KELTRACE_LIBRARY,
-                    "--pairs",
-                    TAVOR_SOURCE_DIR "/tests/campaign/pairs",
-                    "--quiet",
-                    "--skip-green",
-                    "--jobs",
-                    std::to_string(how.jobs)};
+    command line = {
+        KEL_CAMPAIGN, "--tavor", TAVOR_BINARY,   "--shim", KELTRACE_LIBRARY,        "--pairs",
+        PAIRS,        "--quiet", "--skip-green", "--jobs", std::to_string(how.jobs)};
     line.insert(line.end(), SUITES.begin(), SUITES.end());
     return line;
 }
@@ -88,6 +81,7 @@ rate rate_of_starts(const command &program, const settings &how,
 {
     std::vector<cost> costs(how.jobs);
     std::vector<std::jthread> jobs;
+    jobs.reserve(costs.size());
     for (cost &of_job : costs) {
         jobs.emplace_back([&] { of_job = cost_of_job(program, STARTS / how.jobs, environment); });
     }

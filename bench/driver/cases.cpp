@@ -46,15 +46,6 @@ double wait_of(const std::string &name)
     return wait == WAITS.end() ? 0 : wait->second;
 }
 
-std::vector<double> times_of(const std::vector<cost> &runs, double cost::*time)
-{
-    std::vector<double> times;
-    for (const cost &run : runs) {
-        times.push_back(run.*time);
-    }
-    return times;
-}
-
 command suites_but_the_large_one()
 {
     std::set<std::string> suites;
@@ -94,13 +85,11 @@ void add_run(case_costs &cases, const settings &how)
 void print_full_run(std::ostream &out, const std::vector<cost> &runs,
                     const std::vector<double> &peaks, const std::vector<double> &peaks_without)
 {
-    std::vector<double> ratios = times_of(runs, &cost::wall);
-    for (double &wall : ratios) wall /= sum_of_waits();
     table rows({"full run", "median (least-most)"});
-    rows.add({"wall, s", figures(times_of(runs, &cost::wall))});
+    rows.add({"wall, s", figures(times_of(runs, &cost::wall, 1))});
     rows.add({"waits that the cases make on purpose, s", figure(sum_of_waits())});
-    rows.add({"wall / waits", figures(ratios)});
-    rows.add({"CPU, s", figures(times_of(runs, &cost::cpu))});
+    rows.add({"wall / waits", figures(times_of(runs, &cost::wall, 1 / sum_of_waits()))});
+    rows.add({"CPU, s", figures(times_of(runs, &cost::cpu, 1))});
     rows.add({"peak memory, KiB", figures(peaks)});
     rows.add({"peak memory without " + LARGE_SUITE + ", KiB", figures(peaks_without)});
     out << "### Full run of tavor\n\n";
@@ -112,8 +101,9 @@ void print_cases(std::ostream &out, const case_costs &cases)
     constexpr double US = 1e6;
     const auto listed = tools::all_cases();
     std::vector<double> medians;
+    medians.reserve(cases.size());
     for (const std::vector<cost> &runs : cases) {
-        medians.push_back(summary_of(times_of(runs, &cost::wall)).median * US);
+        medians.push_back(summary_of(times_of(runs, &cost::wall, US)).median);
     }
     std::vector<std::size_t> order(cases.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
@@ -130,13 +120,11 @@ void print_cases(std::ostream &out, const case_costs &cases)
 
     table slowest({"slowest", "wall, µs", "CPU, µs", "share of the sum, %"});
     for (std::size_t i = 0; i < std::min(SLOWEST, order.size()); i++) {
-        const auto in_us = [&](double cost::*time) {
-            std::vector<double> times = times_of(cases[order[i]], time);
-            for (double &value : times) value *= US;
-            return figures(times);
-        };
-        slowest.add({"`" + std::string(listed[order[i]].name) + "`", in_us(&cost::wall),
-                     in_us(&cost::cpu), figure(medians[order[i]] / sum * 100)});
+        const std::vector<cost> &runs = cases[order[i]];
+        slowest.add({"`" + std::string(listed[order[i]].name) + "`",
+                     figures(times_of(runs, &cost::wall, US)),
+                     figures(times_of(runs, &cost::cpu, US)),
+                     figure(medians[order[i]] / sum * 100)});
     }
     slowest.print(out);
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// Preloaded into a program that is measured: notes the time when main begins and at its end, so
-// that starting the process does not count, and with BENCH_CLOCK_FLUSHES at each fflush, too: the
-// runner flushes once before each case. What it noted goes to the file that BENCH_CLOCK names:
+// Preloaded into a program that is measured: notes the time when the loader is done and at the end,
+// so that starting the process does not count, and with BENCH_CLOCK_FLUSHES at each fflush, too:
+// the runner flushes once before each case. What it noted goes to the file that BENCH_CLOCK names:
 // lines
-// "<CPU ns> <wall ns>", counted from the beginning of main, the last one for the end.
+// "<CPU ns> <wall ns>", counted from the first, the last one for the end.
 #include <dlfcn.h>
 #include <time.h>
 
@@ -14,9 +14,6 @@
 
 namespace {
 
-using main_function = int (*)(int, char **, char **);
-using start_function = int (*)(main_function, int, char **, void (*)(), void (*)(), void (*)(),
-                               void *);
 using flush_function = int (*)(FILE *);
 
 struct instant {
@@ -24,7 +21,6 @@ struct instant {
     long long wall;
 };
 
-main_function real_main;
 flush_function real_flush;
 bool notes_flushes;
 std::array<instant, 4096> noted;
@@ -59,38 +55,19 @@ void report()
     std::fclose(file);
 }
 
-int timed_main(int argc, char **argv, char **environment)
+__attribute__((constructor)) void begin()
 {
+    notes_flushes = std::getenv("BENCH_CLOCK_FLUSHES") != nullptr;
+    real_flush = reinterpret_cast<flush_function>(dlsym(RTLD_NEXT, "fflush"));
     std::atexit(report);
     note();
-    return real_main(argc, argv, environment);
-}
-
-template <typename function> function next(const char *name)
-{
-    return reinterpret_cast<function>(dlsym(RTLD_NEXT, name));
 }
 
 } // namespace
 
-extern "C" {
-
-int __libc_start_main(main_function main, int argc, char **argv, void (*init)(), void (*fini)(),
-                      void (*loader_fini)(), void *stack_end);
-
-int __libc_start_main(main_function main, int argc, char **argv, void (*init)(), void (*fini)(),
-                      void (*loader_fini)(), void *stack_end)
-{
-    real_main = main;
-    notes_flushes = std::getenv("BENCH_CLOCK_FLUSHES") != nullptr;
-    real_flush = next<flush_function>("fflush");
-    return next<start_function>("__libc_start_main")(timed_main, argc, argv, init, fini,
-                                                     loader_fini, stack_end);
-}
-
-int fflush(FILE *stream)
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): its own is reserved
+extern "C" int fflush(FILE *file)
 {
     if (notes_flushes) note();
-    return real_flush(stream);
-}
+    return real_flush(file);
 }

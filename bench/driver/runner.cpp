@@ -22,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string BASE = "table-so"; // tavor's own shape without its contract
+const std::string PEERS_PROJECT = BENCH_SOURCE_DIR "/peers";
 const std::string ONE_CASE = "kel_metadata_get_caller";
 
 struct peer {
@@ -70,7 +71,7 @@ public:
         : folder(how.folder / "peers"), sources(folder / "cases")
     {
         write_peer_sources(sources);
-        output_of({"cmake", "-S", BENCH_SOURCE_DIR "/peers", "-B", folder, "-G", "Ninja",
+        output_of({"cmake", "-S", PEERS_PROJECT, "-B", folder, "-G", "Ninja",
                    "-DPEER_SOURCES=" + sources.string(), "-DCMAKE_BUILD_TYPE=RelWithDebInfo"});
         output_of({"ninja", "-C", folder, "-j", std::to_string(how.jobs)});
     }
@@ -203,6 +204,7 @@ void print_measure(std::ostream &out, const std::string &title,
                    const std::string &unit, double factor)
 {
     std::vector<measured> programs;
+    programs.reserve(costs.size());
     for (const peer_costs &of_peer : costs) {
         programs.push_back(of_peer.*which);
     }

@@ -19,19 +19,11 @@ void print_row(std::ostream &out, const std::vector<std::string> &cells)
     out << "|\n";
 }
 
-std::vector<double> times_of(const std::vector<cost> &runs, double cost::*time, double factor)
-{
-    std::vector<double> times;
-    for (const cost &run : runs) {
-        times.push_back(run.*time * factor);
-    }
-    return times;
-}
-
 std::vector<double> ratios_of(const std::vector<cost> &runs, const std::vector<cost> &base,
                               double cost::*time)
 {
     std::vector<double> ratios;
+    ratios.reserve(runs.size());
     for (std::size_t i = 0; i < runs.size(); i++) {
         ratios.push_back(runs[i].*time / (base[i].*time));
     }
@@ -46,6 +38,16 @@ void table::print(std::ostream &out) const
     print_row(out, std::vector<std::string>(rows.front().size(), "---"));
     std::for_each(rows.begin() + 1, rows.end(), [&](const auto &row) { print_row(out, row); });
     out << '\n';
+}
+
+std::vector<double> times_of(const std::vector<cost> &runs, double cost::*time, double factor)
+{
+    std::vector<double> times;
+    times.reserve(runs.size());
+    for (const cost &run : runs) {
+        times.push_back(run.*time * factor);
+    }
+    return times;
 }
 
 std::string figure(double value)

@@ -22,6 +22,9 @@ private:
     std::vector<std::vector<std::string>> rows;
 };
 
+// CPU or wall times in the unit that is `factor` times a second.
+std::vector<double> times_of(const std::vector<cost> &runs, double cost::*time, double factor);
+
 // With three digits that count.
 std::string figure(double value);
 

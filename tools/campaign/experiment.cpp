@@ -36,7 +36,7 @@ public:
     // The path of a file that is not there yet.
     std::string new_file(const std::string &name) const
     {
-        const std::string file = path / name;
+        std::string file = path / name;
         unlink(file.c_str());
         return file;
     }
