@@ -3,13 +3,18 @@
 // The pool of jobs.
 #include "tools/campaign/campaign.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 #include <mutex>
 #include <optional>
-#include <thread>
 
+#include "tools/campaign/pool.h"
 #include "tools/common/process.h"
 
 namespace campaign {
@@ -60,9 +65,9 @@ std::string detail_of(const observation &seen)
     return detail;
 }
 
-result run_one(const setting &where, const task &done)
+// What is known of a result before the run.
+result described(const setting &where, const task &done)
 {
-    const observation seen = observe(where, done.what);
     result made;
     made.id = done.id;
     made.test = done.what.test;
@@ -74,13 +79,44 @@ result run_one(const setting &where, const task &done)
         made.expected = done.expected->message;
         made.place = done.expected->place();
     }
+    made.repeat = repeat_line(where, done.what);
+    return made;
+}
+
+result run_one(const setting &where, const task &done)
+{
+    const observation seen = observe(where, done.what);
+    result made = described(where, done);
     made.reached = judge(done, seen);
     made.shown = seen.message;
     made.detail = detail_of(seen);
-    made.repeat = repeat_line(where, done.what);
     made.microseconds = seen.wall_time.count();
     return made;
 }
+
+// Held by one thread of one of the processes that run this tavor on the machine.
+class machine_lock {
+public:
+    explicit machine_lock(const std::string &tavor)
+        : within_process(one_at_a_time), fd(open(tavor.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        while (fd >= 0 && flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    machine_lock(const machine_lock &) = delete;
+    machine_lock &operator=(const machine_lock &) = delete;
+    ~machine_lock()
+    {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+
+private:
+    static inline std::mutex one_at_a_time;
+    std::lock_guard<std::mutex> within_process;
+    int fd;
+};
 
 class progress {
 public:
@@ -103,46 +139,46 @@ private:
 
 } // namespace
 
+result restored(const setting &where, const task &done, const result &recorded)
+{
+    result made = described(where, done);
+    made.reached = recorded.reached;
+    made.shown = recorded.shown;
+    made.detail = recorded.detail;
+    made.microseconds = recorded.microseconds;
+    return made;
+}
+
 std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
                               results_file &file, const task_options &options)
 {
     std::vector<std::optional<result>> results(tasks.size());
     progress shown(tasks.size(), options.show_progress);
-    std::atomic<std::size_t> next{0};
-    std::atomic<bool> stopped{false};
     std::mutex writing;
-    std::mutex one_at_a_time;
 
-    const auto work = [&] {
-        for (std::size_t i = next++; i < tasks.size() && !stopped; i = next++) {
-            const task &todo = tasks[i];
-            if (const result *earlier = file.known(todo.id)) {
-                results[i] = *earlier;
-                shown.step(*earlier);
-                continue;
-            }
-            std::unique_lock<std::mutex> alone(one_at_a_time, std::defer_lock);
+    in_parallel(tasks.size(), options.jobs, [&](std::size_t i) {
+        const task &todo = tasks[i];
+        const result *earlier = file.known(todo.id);
+        if (earlier) {
+            results[i] = restored(where, todo, *earlier);
+        } else {
+            std::optional<machine_lock> alone;
             if (std::find(options.exclusive.begin(), options.exclusive.end(), todo.what.test) !=
                 options.exclusive.end()) {
-                alone.lock();
+                alone.emplace(where.tavor);
             }
             results[i] = run_one(where, todo);
-            if (options.explain) {
-                options.explain(*results[i]);
-            }
-            const std::lock_guard<std::mutex> guard(writing);
-            file.append(*results[i]);
-            shown.step(*results[i]);
-            if (options.stop_at && options.stop_at(*results[i])) {
-                stopped = true;
-            }
         }
-    };
-    std::vector<std::jthread> pool;
-    for (unsigned job = 0; job < std::max(1u, options.jobs); job++) {
-        pool.emplace_back(work);
-    }
-    pool.clear();
+        if (options.explain) {
+            options.explain(*results[i]);
+        }
+        const std::lock_guard<std::mutex> guard(writing);
+        if (!earlier) {
+            file.append(*results[i]);
+        }
+        shown.step(*results[i]);
+        return !(options.stop_at && options.stop_at(*results[i]));
+    });
     std::vector<result> in_order;
     for (std::optional<result> &ended : results) {
         if (ended) {

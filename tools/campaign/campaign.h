@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/campaign/records.h"
 #include "tools/campaign/results.h"
 
 namespace campaign {
@@ -23,7 +24,7 @@ struct task {
 struct task_options {
     unsigned jobs = 1;
     bool show_progress = false;
-    std::vector<std::string> exclusive{};          // tests that wait for time: run one at a time
+    std::vector<std::string> exclusive{};          // tests of which one runs at a time
     std::function<void(result &)> explain{};       // called on each result
     std::function<bool(const result &)> stop_at{}; // ends the run at the first such result
 };
@@ -32,5 +33,9 @@ struct task_options {
 // the tasks, whichever ended first; where the run was stopped, without those not run.
 std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
                               results_file &file, const task_options &options);
+
+// The task's result after a record of it: what was seen is the record's, the rest, such as the
+// command that repeats it here, the task's.
+result restored(const setting &where, const task &done, const result &recorded);
 
 } // namespace campaign

@@ -3,6 +3,8 @@
 // Which faults apply to which operation.
 #include "tools/campaign/plan.h"
 
+#include <algorithm>
+
 #include "tools/common/operations.h"
 
 namespace campaign {
@@ -18,6 +20,9 @@ const std::vector<std::pair<std::string, std::vector<std::string>>> SYSTEM_FAULT
     {"open", {"error=ENOENT"}},
     {"ioctl", {"error=EIO", "result=0"}},
 };
+
+// The program's own preparation, not a case's call.
+constexpr std::string_view UNTOUCHED = "nocrash_set";
 
 bool stores_an_error(const tools::operation &which)
 {
@@ -72,6 +77,18 @@ std::vector<std::string> actions_for(const tools::operation &which)
     return actions;
 }
 
+// Those of an operation of the library or the system that cases may see go wrong.
+std::vector<std::string> actions_named(const std::string &operation)
+{
+    const tools::operation *known = tools::find_operation(operation);
+    if (known && operation != UNTOUCHED) {
+        return actions_for(*known);
+    }
+    const auto found = std::find_if(SYSTEM_FAULTS.begin(), SYSTEM_FAULTS.end(),
+                                    [&](const auto &row) { return row.first == operation; });
+    return found == SYSTEM_FAULTS.end() ? std::vector<std::string>{} : found->second;
+}
+
 void add_calls(const std::string &operation, unsigned count, const plan_limits &limits,
                const std::vector<std::string> &actions, std::vector<std::string> &faults)
 {
@@ -104,7 +121,7 @@ std::vector<std::string> faults_for(const std::map<std::string, unsigned> &calls
     };
     for (const tools::operation &which : tools::all_operations()) {
         const std::string name(which.name);
-        if (name != "nocrash_set") {
+        if (name != UNTOUCHED) {
             add_calls(name, count_of(name), limits, actions_for(which), faults);
         }
     }
@@ -112,6 +129,23 @@ std::vector<std::string> faults_for(const std::map<std::string, unsigned> &calls
         add_calls(name, count_of(name), limits, actions, faults);
     }
     return faults;
+}
+
+bool is_plannable(const std::string &fault)
+{
+    const std::size_t hash = fault.find('#');
+    const std::size_t colon = fault.find(':');
+    if (hash == std::string::npos || colon == std::string::npos || colon < hash) {
+        return false;
+    }
+    const std::string operation = fault.substr(0, hash);
+    const std::string call = fault.substr(hash + 1, colon - hash - 1);
+    const std::string action = fault.substr(colon + 1);
+    const std::size_t digits = std::min(call.find_first_not_of("0123456789"), call.size());
+    const bool is_call = call[0] != '0' && digits != 0 && digits < 10 && digits == call.size();
+    const std::vector<std::string> actions = actions_named(operation);
+    return (call == "1+" || is_call) &&
+           std::find(actions.begin(), actions.end(), action) != actions.end();
 }
 
 } // namespace campaign

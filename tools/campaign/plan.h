@@ -21,4 +21,7 @@ struct plan_limits {
 std::vector<std::string> faults_for(const std::map<std::string, unsigned> &calls,
                                     const plan_limits &limits);
 
+// Whether some case's calls would bring up this fault.
+bool is_plannable(const std::string &fault);
+
 } // namespace campaign

@@ -1,105 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing, reading back and summing up results.
+// Summing up results.
 #include "tools/campaign/results.h"
 
 #include <iomanip>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <ostream>
-#include <stdexcept>
 
 #include "tools/common/registry.h"
 
 namespace campaign {
-
-namespace {
-
-constexpr std::array<outcome, OUTCOMES> ALL_OUTCOMES = {
-    outcome::caught, outcome::caught_elsewhere,
-    outcome::missed, outcome::not_reached,
-    outcome::crash,  outcome::hang,
-    outcome::leak,   outcome::stray_message,
-};
-
-nlohmann::json as_json(const result &written)
-{
-    return {{"id", written.id},
-            {"test", written.test},
-            {"faults", written.faults},
-            {"expected", written.expected},
-            {"place", written.place},
-            {"outcome", name_of(written.reached)},
-            {"shown", written.shown},
-            {"detail", written.detail},
-            {"repeat", written.repeat},
-            {"explanation", written.explanation},
-            {"microseconds", written.microseconds}};
-}
-
-result from_json(const nlohmann::json &read)
-{
-    result parsed;
-    parsed.id = read.at("id");
-    parsed.test = read.at("test");
-    parsed.faults = read.at("faults");
-    parsed.expected = read.at("expected");
-    parsed.place = read.at("place");
-    parsed.shown = read.at("shown");
-    parsed.detail = read.at("detail");
-    parsed.repeat = read.at("repeat");
-    parsed.explanation = read.at("explanation");
-    parsed.microseconds = read.at("microseconds");
-    const std::string name = read.at("outcome");
-    for (const outcome candidate : ALL_OUTCOMES) {
-        if (name == name_of(candidate)) {
-            parsed.reached = candidate;
-            return parsed;
-        }
-    }
-    throw std::runtime_error("unknown outcome: " + name);
-}
-
-} // namespace
-
-results_file::results_file(const std::string &path, bool resume)
-{
-    if (path.empty()) {
-        return;
-    }
-    if (resume) {
-        std::ifstream existing(path);
-        for (std::string line; std::getline(existing, line);) {
-            // A line cut by an interruption counts as not run.
-            const nlohmann::json parsed = nlohmann::json::parse(line, nullptr, false);
-            if (!parsed.is_discarded()) {
-                const result known = from_json(parsed);
-                earlier[known.id] = known;
-            }
-        }
-        existing.close();
-    }
-    stream.open(path, std::ios::trunc);
-    if (!stream) {
-        throw std::runtime_error(path + ": cannot be written");
-    }
-    for (const auto &[id, kept] : earlier) {
-        append(kept);
-    }
-}
-
-const result *results_file::known(const std::string &id) const
-{
-    const auto found = earlier.find(id);
-    return found == earlier.end() ? nullptr : &found->second;
-}
-
-void results_file::append(const result &added)
-{
-    if (stream.is_open()) {
-        stream << as_json(added).dump() << '\n' << std::flush;
-    }
-}
 
 void print_table(std::ostream &out, const std::vector<result> &results)
 {

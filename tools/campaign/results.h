@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// Results as they come: a file with one JSON object a line, from which an interrupted
-// campaign resumes, and the table at the end.
+// What came of a run, and the tables at the end.
 #pragma once
 
 #include <array>
-#include <fstream>
 #include <iosfwd>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "tools/campaign/outcome.h"
@@ -29,22 +26,14 @@ struct result {
     long long microseconds = 0;
 };
 
-class results_file {
-public:
-    // An empty path writes nothing. With `resume` the lines that are there are read and kept.
-    results_file(const std::string &path, bool resume);
-
-    // The result of an earlier run of the same campaign, or null.
-    const result *known(const std::string &id) const;
-
-    void append(const result &added);
-
-private:
-    std::unordered_map<std::string, result> earlier;
-    std::ofstream stream;
-};
-
 constexpr std::size_t OUTCOMES = 8;
+
+constexpr std::array<outcome, OUTCOMES> ALL_OUTCOMES = {
+    outcome::caught, outcome::caught_elsewhere,
+    outcome::missed, outcome::not_reached,
+    outcome::crash,  outcome::hang,
+    outcome::leak,   outcome::stray_message,
+};
 
 struct tally {
     std::array<unsigned, OUTCOMES> counts{};

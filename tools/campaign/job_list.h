@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+//
+// A campaign's jobs in a file: a first line "# 12 jobs", then an id a line. Made once, it is the
+// same for all machines that take their part of it.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "tools/campaign/jobs.h"
+#include "tools/tavor-run/selection.h"
+
+namespace campaign {
+
+using shard = tavor_run::shard;
+
+void write_job_list(std::ostream &out, const std::vector<task> &jobs);
+
+// Throws std::runtime_error on an id that no job has or that stands there twice, and when lines
+// are missing.
+std::vector<task> read_job_list(const std::string &path, const job_book &book);
+
+// The jobs of one part of several. Which part a job is in depends on its id and the number of
+// parts only.
+std::vector<task> take_shard(std::vector<task> jobs, const shard &part);
+
+} // namespace campaign

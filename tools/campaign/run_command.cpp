@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+//
+// The campaign on this machine, or its part of it.
+#include <unistd.h>
+
+#include <chrono>
+#include <iostream>
+
+#include "tools/campaign/commands.h"
+#include "tools/campaign/selection.h"
+#include "tools/campaign/subject.h"
+#include "tools/campaign/verdict.h"
+
+namespace campaign {
+
+namespace {
+
+void print_pairs(const std::vector<pair> &pairs)
+{
+    for (const pair &shown : pairs) {
+        std::cout << shown.place() << '\t' << shown.test << '\t' << shown.message << '\t'
+                  << shown.shim_faults << '\t' << shown.reference_faults << '\n';
+    }
+}
+
+task_options options_for(const arguments &given)
+{
+    task_options options;
+    options.jobs = given.jobs;
+    options.show_progress = !given.quiet && isatty(STDERR_FILENO) != 0;
+    options.exclusive = timed_cases();
+    if (given.fail_fast) {
+        options.stop_at = [exhaustive = given.exhaustive](const result &judged) {
+            return is_finding(judged, exhaustive);
+        };
+    }
+    return options;
+}
+
+// The tasks that must be green, which are taken out of `tasks`.
+std::vector<task> take_controls(std::vector<task> &tasks)
+{
+    const auto faults = std::stable_partition(tasks.begin(), tasks.end(), is_control);
+    std::vector<task> controls(tasks.begin(), faults);
+    tasks.erase(tasks.begin(), faults);
+    return controls;
+}
+
+std::vector<result> run_timed(const arguments &given, const std::vector<task> &tasks,
+                              results_file &file, const task_options &options)
+{
+    const auto started = std::chrono::steady_clock::now();
+    std::vector<result> results = run_tasks(given.where, tasks, file, options);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+    std::cerr << results.size() << " runs took " << took.count() << " s, "
+              << static_cast<double>(results.size()) / took.count() << " a second\n";
+    return results;
+}
+
+} // namespace
+
+int run_command(const arguments &given)
+{
+    const job_book book(given.pairs_folder);
+    if (given.list) {
+        print_pairs(selected_pairs(given, book));
+        return 0;
+    }
+    std::vector<task> tasks = selected_jobs(given, book);
+    if (given.part.count > 1) {
+        const std::size_t all = tasks.size();
+        tasks = take_shard(std::move(tasks), given.part);
+        std::cout << "shard " << given.part.index << "/" << given.part.count << ": " << tasks.size()
+                  << " of " << all << " jobs\n";
+    }
+    results_file file(given.results_path,
+                      given.resume ? results_file::mode::resumed : results_file::mode::anew,
+                      subject_of(given.where, given.pairs_folder));
+    task_options options = options_for(given);
+    const std::vector<task> controls = take_controls(tasks);
+    if (!report_controls(run_tasks(given.where, controls, file, options))) {
+        return FOUND_SOMETHING;
+    }
+    options.explain = explainer(given);
+    const std::vector<result> results = run_timed(given, tasks, file, options);
+    file.finish();
+    return report_faults(given, book, results);
+}
+
+int run_jobs_command(const arguments &given)
+{
+    const job_book book(given.pairs_folder);
+    std::vector<task> tasks;
+    for (const std::string &id : given.ids) {
+        tasks.push_back(book.named(id));
+    }
+    results_file file(given.results_path.empty() ? "-" : given.results_path,
+                      results_file::mode::added_to, subject_of(given.where, given.pairs_folder));
+    task_options options = options_for(given);
+    options.show_progress = false;
+    options.explain = explainer(given);
+    run_tasks(given.where, take_shard(std::move(tasks), given.part), file, options);
+    file.finish();
+    return 0;
+}
+
+} // namespace campaign

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+//
+// Fingerprints of files.
+#include "tools/campaign/subject.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
+
+#include "tools/common/hash.h"
+#include "tools/common/process.h"
+#include "tools/tavor-run/identity.h"
+
+namespace campaign {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string hexadecimal(std::uint64_t number)
+{
+    std::array<char, 17> text{};
+    std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(number));
+    return text.data();
+}
+
+std::uint64_t hash_of_file(const std::string &path, std::uint64_t before)
+{
+    if (!fs::is_regular_file(path)) {
+        throw std::runtime_error(path + ": no such file");
+    }
+    return tools::hash_of(tavor_run::read_bytes(path), before);
+}
+
+// Where a program is that is started by this name.
+std::string program_file(const std::string &name)
+{
+    const char *folders = std::getenv("PATH");
+    if (name.find('/') == std::string::npos && folders) {
+        std::istringstream list(folders);
+        for (std::string folder; std::getline(list, folder, ':');) {
+            std::string path = fs::path(folder) / name;
+            if (fs::is_regular_file(path)) {
+                return path;
+            }
+        }
+    }
+    return name;
+}
+
+std::uint64_t hash_of_table(const std::string &folder, std::uint64_t before)
+{
+    std::vector<fs::path> files;
+    for (const auto &entry : fs::directory_iterator(folder)) {
+        if (entry.path().extension() == ".txt") {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    for (const fs::path &file : files) {
+        before = tools::hash_of(file.filename().string(), before);
+        before = hash_of_file(file, before);
+    }
+    return before;
+}
+
+// The loader lists what it would load, and starts nothing.
+std::string library_fingerprint(const setting &where)
+{
+    tools::process_options listing;
+    listing.arguments = {where.tavor, "-h"};
+    listing.environment = {"LD_TRACE_LOADED_OBJECTS=1"};
+    if (!where.library_path.empty()) {
+        listing.environment.push_back("LD_LIBRARY_PATH=" + where.library_path);
+    }
+    listing.timeout = std::chrono::seconds(10);
+    const std::string path = tavor_run::library_in_listing(tools::run_process(listing).output);
+    const std::string bytes = path.empty() ? "" : tavor_run::read_bytes(path);
+    return bytes.empty() ? "" : hexadecimal(tools::hash_of(bytes));
+}
+
+} // namespace
+
+subject subject_of(const setting &where, const std::string &pairs_folder)
+{
+    std::uint64_t build = hash_of_file(program_file(where.tavor), tools::HASH_OF_NOTHING);
+    build = hash_of_file(where.shim, build);
+    build = tools::hash_of(where.options, build);
+    build = hash_of_table(pairs_folder, build);
+    return {hexadecimal(build), library_fingerprint(where)};
+}
+
+} // namespace campaign
