@@ -3,7 +3,7 @@
 # What is installed beside the programs, and the Debian packages. A component is a package:
 #
 #   tavor      tavor           the program; needs libc and, at run time, a libkel
-#   tools      tavor-tools     tavor-run, kel-campaign, libkeltrace.so
+#   tools      tavor-tools     tavor-run, kel-campaign, kel-campaign-spread, libkeltrace.so
 #   reference  libkel-reference  the reference library, in a folder that no loader searches
 #   dev        tavor-dev       the interface's headers, the list of cases, the ctest module
 
@@ -16,7 +16,8 @@ set(data "${CMAKE_INSTALL_DATADIR}/tavor")
 
 # Manual pages.
 find_program(GZIP gzip)
-set(man_pages tavor.1 tavor-reference.1 tavor-run.1 kel-campaign.1 keltrace.7)
+set(man_pages tavor.1 tavor-reference.1 tavor-run.1 kel-campaign.1
+    kel-campaign-spread.1 keltrace.7)
 foreach(page IN LISTS man_pages)
   configure_file("${packaging}/man/${page}" "${prepared}/man/${page}" @ONLY)
   if(GZIP)
@@ -65,11 +66,13 @@ install(FILES "${prepared}/completions/_tavor" DESTINATION "${zsh_completions}" 
 install_man(tools keltrace.7)
 if(TARGET kel-campaign)
   install(TARGETS kel-campaign RUNTIME COMPONENT tools)
+  install(PROGRAMS "${PROJECT_SOURCE_DIR}/tools/campaign/kel-campaign-spread"
+          DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/tests/campaign/pairs" DESTINATION "${data}"
           COMPONENT tools FILES_MATCHING PATTERN "*.txt")
   install(FILES "${PROJECT_SOURCE_DIR}/tests/campaign/explained.txt" DESTINATION "${data}"
           COMPONENT tools)
-  install_man(tools kel-campaign.1)
+  install_man(tools kel-campaign.1 kel-campaign-spread.1)
 endif()
 if(TARGET tavor-run)
   install_man(tools tavor-run.1)
@@ -170,7 +173,7 @@ package(tools tavor-tools devel "companions of the test program tavor"
         "tavor-run selects, repeats, shards and reports. libkeltrace.so shows the\n\
 calls between tavor and libkel and makes them fail; kel-campaign uses it\n\
 to show that every check of tavor notices a library that is wrong."
-        RECOMMENDS tavor SUGGESTS libkel-reference)
+        RECOMMENDS tavor SUGGESTS "libkel-reference, parallel, openssh-client, rsync")
 package(reference libkel-reference libs "reference library for the test program tavor"
         "A libkel.so that meets the contract which tavor tests, for machines\n\
 without one. It lies where no loader searches; tavor-reference runs tavor\n\

@@ -23,7 +23,10 @@ command:clang-tidy clang-tidy
 command:parallel parallel
 command:python3 python3
 command:readelf binutils
+command:rsync rsync
 command:shellcheck shellcheck
+command:ssh openssh-client
+file:/usr/sbin/sshd openssh-server
 command:strace strace
 command:valgrind valgrind
 command:xmllint libxml2-utils
@@ -47,6 +50,9 @@ have() {
     case $1 in
     command:*)
         command -v "${1#command:}" >/dev/null 2>&1
+        ;;
+    file:*)
+        test -e "${1#file:}"
         ;;
     header:*)
         test -e "/usr/include/${1#header:}" || test -e "/usr/local/include/${1#header:}"
@@ -104,6 +110,18 @@ apt_install() {
     apt_get install --no-install-recommends "$@"
 }
 
+# A server that came for the tests, which start their own, is not to answer the network.
+close_doors() {
+    case " $packages " in
+    *' openssh-server '*)
+        if test -d /run/systemd/system; then
+            as_root systemctl --quiet disable --now ssh.service ||
+                say "ssh.service could not be stopped"
+        fi
+        ;;
+    esac
+}
+
 # install_needs <needs>: afterwards all of them are met, or the script has ended.
 install_needs() {
     packages=$(missing_packages "$1")
@@ -119,6 +137,7 @@ install_needs() {
     say "installing with apt-get: $packages"
     # shellcheck disable=SC2086 # a list of names
     apt_install $packages || die "apt-get could not install: $packages"
+    close_doors
 
     packages=$(missing_packages "$1")
     test -z "$packages" || die "still missing after the installation: $packages"
