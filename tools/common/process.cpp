@@ -157,9 +157,10 @@ bool read_some(int fd, std::string &text, std::string_view &piece)
 // Follows a started process to its end.
 class follower {
 public:
-    follower(const process_options &how, pid_t process, unique_fd its_output, unique_fd its_errors)
+    follower(const process_options &how, pid_t process, steady::time_point its_start,
+             unique_fd its_output, unique_fd its_errors)
         : options(how), pid(process), output(std::move(its_output)), errors(std::move(its_errors)),
-          end(end_of(process)), started(steady::now())
+          end(end_of(process)), started(its_start)
     {
     }
 
@@ -293,6 +294,7 @@ process_result run_process(const process_options &options)
         return failed;
     }
     pid_t pid = 0;
+    const steady::time_point start = steady::now();
     const int error = spawn(options, output.writing.get(), errors.writing.get(), &pid);
     if (error != 0) {
         failed.errors = options.arguments[0] + ": " + std::strerror(error);
@@ -300,7 +302,8 @@ process_result run_process(const process_options &options)
     }
     output.writing.reset();
     errors.writing.reset();
-    return follower(options, pid, std::move(output.reading), std::move(errors.reading)).follow();
+    return follower(options, pid, start, std::move(output.reading), std::move(errors.reading))
+        .follow();
 }
 
 std::string signal_name(int signal)

@@ -37,6 +37,12 @@ header:CLI/CLI.hpp libcli11-dev
 header:nlohmann/json.hpp nlohmann-json3-dev
 '
 
+# Some releases have it in the package of clang itself, and none of this name: to be asked for
+# when clang is there.
+SANITIZER_NEEDS='
+clang:-fsanitize=address,undefined libclang-rt-dev
+'
+
 say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
 }
@@ -56,6 +62,10 @@ have() {
         ;;
     header:*)
         test -e "/usr/include/${1#header:}" || test -e "/usr/local/include/${1#header:}"
+        ;;
+    clang:*)
+        echo 'int main(void) { return 0; }' |
+            clang "${1#clang:}" -x c -o /dev/null - >/dev/null 2>&1
         ;;
     esac
 }
