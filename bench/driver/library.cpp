@@ -4,6 +4,7 @@
 // tell.
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 
@@ -18,9 +19,10 @@ namespace {
 // The unit beside nanoseconds, in the programs that measure it.
 const std::string COPY = "copy_1500_bytes";
 
-// CPU time of a single operation, repetition by repetition, in the program's order.
+// CPU time of a single operation, repetition by repetition.
 struct operation {
     std::string name;
+    std::pair<int, int> place{}; // in the program
     std::vector<double> nanoseconds{};
 };
 
@@ -28,18 +30,23 @@ std::vector<operation> operations_in(const nlohmann::json &report)
 {
     const std::map<std::string, double> units = {{"ns", 1}, {"us", 1e3}, {"ms", 1e6}, {"s", 1e9}};
     std::vector<operation> found;
-    std::map<std::string, std::size_t> place;
+    std::map<std::string, std::size_t> index;
     for (const nlohmann::json &run : report.at("benchmarks")) {
         if (run.at("run_type") != "iteration") continue;
         const std::string name = run.at("run_name");
         if (run.value("error_occurred", false)) {
             throw std::runtime_error(name + ": " + run.value("error_message", ""));
         }
-        const auto [at, is_new] = place.emplace(name, found.size());
-        if (is_new) found.push_back({name});
+        const auto [at, is_new] = index.emplace(name, found.size());
+        if (is_new) {
+            found.push_back({name, {run.at("family_index"), run.at("per_family_instance_index")}});
+        }
         found[at->second].nanoseconds.push_back(run.at("cpu_time").get<double>() *
                                                 units.at(run.at("time_unit")));
     }
+    // They ran in random order.
+    std::sort(found.begin(), found.end(),
+              [](const operation &one, const operation &other) { return one.place < other.place; });
     return found;
 }
 
