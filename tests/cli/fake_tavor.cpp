@@ -10,6 +10,7 @@
 //   refuse                           ends at once
 //
 // In texts an underscore stands for a blank.
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -158,6 +159,8 @@ void run_row(const script &how, const std::string &name, bool zeb, counts &all)
 
 int main(int argc, char *argv[])
 {
+    // One that hangs does not outlive a tavor-run that a test kills.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     const script how = read_script();
     if (how.refuse) {
         std::fputs("no library\n", stderr);

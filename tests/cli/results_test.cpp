@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "tools/common/loader.h"
 #include "tools/tavor-run/baseline.h"
 #include "tools/tavor-run/bisect.h"
 #include "tools/tavor-run/markup.h"
@@ -235,7 +236,7 @@ TEST(minimised_lists, hold_and_cannot_be_shorter)
 
 TEST(libraries, that_are_damaged_are_read_with_care)
 {
-    const std::string bytes = read_bytes(KEL_REFERENCE_LIBRARY);
+    const std::string bytes = tools::read_bytes(KEL_REFERENCE_LIBRARY);
     const library_identity whole = describe_library("x", bytes);
     EXPECT_TRUE(whole.was_read);
     EXPECT_TRUE(whole.is_reference);
@@ -254,12 +255,14 @@ TEST(libraries, that_are_damaged_are_read_with_care)
 
 TEST(libraries, are_found_in_what_the_loader_lists)
 {
-    EXPECT_EQ(library_in_listing("\tlinux-vdso.so.1 (0x1)\n\tlibkel.so => /a b/libkel.so (0x2)\n"),
-              "/a b/libkel.so");
-    EXPECT_EQ(library_in_listing("\tlibkel.so.1 => /lib/libkel.so.1 (0x2)\n"), "/lib/libkel.so.1");
-    EXPECT_EQ(library_in_listing("\tlibkel.so => not found\n"), "");
-    EXPECT_EQ(library_in_listing("\tlibkeltrace.so => /lib/libkeltrace.so (0x2)\n"), "");
-    EXPECT_EQ(library_in_listing("Usage: tavor\n"), "");
+    EXPECT_EQ(
+        tools::library_in_listing("\tlinux-vdso.so.1 (0x1)\n\tlibkel.so => /a b/libkel.so (0x2)\n"),
+        "/a b/libkel.so");
+    EXPECT_EQ(tools::library_in_listing("\tlibkel.so.1 => /lib/libkel.so.1 (0x2)\n"),
+              "/lib/libkel.so.1");
+    EXPECT_EQ(tools::library_in_listing("\tlibkel.so => not found\n"), "");
+    EXPECT_EQ(tools::library_in_listing("\tlibkeltrace.so => /lib/libkeltrace.so (0x2)\n"), "");
+    EXPECT_EQ(tools::library_in_listing("Usage: tavor\n"), "");
 }
 
 TEST(markup, what_xml_cannot_hold_is_replaced)

@@ -30,7 +30,7 @@ void add_options(CLI::App &app, arguments &given)
            "--shard",
            [&given](const std::string &text) {
                try {
-                   given.part = tavor_run::parse_shard(text);
+                   given.part = tools::parse_shard(text);
                } catch (const std::exception &error) {
                    throw CLI::ValidationError("--shard", error.what());
                }

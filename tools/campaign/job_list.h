@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "tools/campaign/jobs.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/common/shard.h"
 
 namespace campaign {
 
-using shard = tavor_run::shard;
+using tools::shard;
 
 void write_job_list(std::ostream &out, const std::vector<task> &jobs);
 

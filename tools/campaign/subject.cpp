@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "tools/common/hash.h"
+#include "tools/common/loader.h"
 #include "tools/common/process.h"
-#include "tools/tavor-run/identity.h"
 
 namespace campaign {
 
@@ -34,7 +34,7 @@ std::uint64_t hash_of_file(const std::string &path, std::uint64_t before)
     if (!fs::is_regular_file(path)) {
         throw std::runtime_error(path + ": no such file");
     }
-    return tools::hash_of(tavor_run::read_bytes(path), before);
+    return tools::hash_of(tools::read_bytes(path), before);
 }
 
 // Where a program is that is started by this name.
@@ -79,8 +79,8 @@ std::string library_fingerprint(const setting &where)
         listing.environment.push_back("LD_LIBRARY_PATH=" + where.library_path);
     }
     listing.timeout = std::chrono::seconds(10);
-    const std::string path = tavor_run::library_in_listing(tools::run_process(listing).output);
-    const std::string bytes = path.empty() ? "" : tavor_run::read_bytes(path);
+    const std::string path = tools::library_in_listing(tools::run_process(listing).output);
+    const std::string bytes = path.empty() ? "" : tools::read_bytes(path);
     return bytes.empty() ? "" : hexadecimal(tools::hash_of(bytes));
 }
 

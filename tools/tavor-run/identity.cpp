@@ -7,10 +7,7 @@
 
 #include <bit>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <optional>
-#include <sstream>
 
 namespace tavor_run {
 
@@ -155,12 +152,6 @@ template <typename Format> void describe(const std::string &bytes, library_ident
 
 } // namespace
 
-std::string read_bytes(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 library_identity describe_library(const std::string &path, const std::string &bytes)
 {
     library_identity identity;
@@ -193,22 +184,6 @@ void read_build_records(const std::string &bytes, program_identity &identity)
     identity.target = record("@@TGT@@");
     identity.tree = record("@@TREE@@");
     identity.image = record("@@IMAGE@@");
-}
-
-std::string library_in_listing(const std::string &listing)
-{
-    std::istringstream lines(listing);
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t name = line.find_first_not_of(" \t");
-        const std::size_t arrow = line.find(" => ");
-        if (arrow == std::string::npos || line.compare(name, 9, "libkel.so") != 0) {
-            continue;
-        }
-        const std::string path = line.substr(arrow + 4);
-        const std::size_t address = path.rfind(" (0x");
-        return path.starts_with("not found") ? "" : path.substr(0, address);
-    }
-    return "";
 }
 
 } // namespace tavor_run

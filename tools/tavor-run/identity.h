@@ -25,16 +25,10 @@ struct program_identity {
     library_identity library{};
 };
 
-// A file's content; empty when it cannot be read.
-std::string read_bytes(const std::string &path);
-
 // What an ELF file says of itself; the fields stay empty where it does not.
 library_identity describe_library(const std::string &path, const std::string &bytes);
 
 // The records that tavor carries for being found by their markers.
 void read_build_records(const std::string &bytes, program_identity &identity);
-
-// The path behind "libkel.so... => " in what the loader lists, empty when there is none.
-std::string library_in_listing(const std::string &listing);
 
 } // namespace tavor_run

@@ -10,6 +10,8 @@
 #include <sstream>
 #include <utility>
 
+#include "tools/common/loader.h"
+
 namespace tavor_run {
 
 namespace {
@@ -84,7 +86,7 @@ tools::process_result launcher::run(const command &what, tools::process_options 
 std::string launcher::bytes_of(const std::string &path) const
 {
     if (options.through.empty()) {
-        return read_bytes(path);
+        return tools::read_bytes(path);
     }
     return answer_of({{}, {"cat", path}});
 }
@@ -110,7 +112,7 @@ program_identity launcher::identify() const
     question.environment.emplace_back("LD_TRACE_LOADED_OBJECTS=1");
     tools::process_options process;
     process.timeout = QUESTION_TIMEOUT;
-    const std::string library = library_in_listing(run(question, process).output);
+    const std::string library = tools::library_in_listing(run(question, process).output);
     if (!library.empty()) {
         const std::string path = fs::path(library).lexically_normal();
         identity.library = describe_library(path, bytes_of(path));

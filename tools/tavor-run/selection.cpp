@@ -165,19 +165,6 @@ std::vector<int> select_cases(const std::vector<std::string> &terms)
     return {rows.begin(), rows.end()};
 }
 
-shard parse_shard(const std::string &text)
-{
-    const std::size_t slash = text.find('/');
-    if (slash != std::string::npos) {
-        const auto index = parse_number<unsigned>(text.substr(0, slash));
-        const auto count = parse_number<unsigned>(text.substr(slash + 1));
-        if (index && count && *index >= 1 && *index <= *count) {
-            return {*index, *count};
-        }
-    }
-    throw usage_error("no shard: " + text + " (1/4 is the first of four)");
-}
-
 std::vector<int> take_shard(const std::vector<int> &rows, const shard &part)
 {
     std::vector<int> taken;

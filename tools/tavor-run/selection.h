@@ -4,30 +4,21 @@
 #pragma once
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/common/shard.h"
+
 namespace tavor_run {
 
-// Something that the user asked for and that cannot be.
-class usage_error : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+using tools::parse_shard;
+using tools::shard;
+using tools::usage_error;
 
 // Rows in table order. A term is a case, a suite, a glob of either, a number, a range of numbers
 // (10-20) or @file with terms; behind ! it takes away. Without a term that adds, all are there.
 // A term that means nothing, and a selection that is empty, are usage errors.
 std::vector<int> select_cases(const std::vector<std::string> &terms);
-
-struct shard {
-    unsigned index = 1; // from 1
-    unsigned count = 1;
-};
-
-// "2/5"
-shard parse_shard(const std::string &text);
 
 // Every count-th of the rows, so that the shards are about as long as each other.
 std::vector<int> take_shard(const std::vector<int> &rows, const shard &part);
