@@ -36,7 +36,7 @@ endfunction()
 # tavor_add_gtest(<name> SOURCES <file>... [LIBRARIES <library>...] [LABELS <label>...]
 #                 [TIMEOUT <seconds>] [SERIAL])
 #
-# A GoogleTest program, one ctest test a TEST. The name of its folder is a label beside those
+# A GoogleTest program, one ctest test a TEST, with sanitizers one in all. The name of its folder is a label beside those
 # given; SERIAL keeps its tests from running beside others.
 function(tavor_add_gtest name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS")
@@ -56,6 +56,17 @@ function(tavor_add_gtest name)
   if(arg_SERIAL)
     set(serial ON)
   endif()
+  get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
+  set(labels ${arg_LABELS} ${folder})
+  list(REMOVE_DUPLICATES labels)
+
+  if(TAVOR_SANITIZE)
+    # Such a program takes longer to start than most of its tests take.
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 600 RUN_SERIAL "${serial}" LABELS "${labels}")
+    return()
+  endif()
+
   gtest_discover_tests(
     ${name}
     TEST_PREFIX "${name}."
@@ -66,9 +77,6 @@ function(tavor_add_gtest name)
     PROPERTIES TIMEOUT "${arg_TIMEOUT}" RUN_SERIAL "${serial}")
 
   # gtest_discover_tests takes lists apart: of several labels it would set the first.
-  get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
-  set(labels ${arg_LABELS} ${folder})
-  list(REMOVE_DUPLICATES labels)
   set(labels_file "${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake")
   file(WRITE "${labels_file}"
        "if(${name}_TESTS)\n"
