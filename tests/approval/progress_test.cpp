@@ -113,6 +113,13 @@ TEST(progress, each_step_of_the_roles_is_named)
                   support::padded("FAIL", 83) + "\n");
 }
 
+TEST(progress, a_packet_at_the_wrong_role_is_told)
+{
+    const std::string printed = printed_by(
+        "kel_role_basic", {.environment = {"KEL_REFERENCE_FAULTS=role.deliver.to_standby"}});
+    EXPECT_NE(printed.find("\nFAIL    : recv (expect(6) got(7))\n"), std::string::npos) << printed;
+}
+
 TEST(progress, refused_removal_of_a_roles_tag_is_told_and_not_counted)
 {
     const std::string printed =

@@ -21,6 +21,7 @@
 
 #include "tools/common/process.h"
 #include "tools/common/shim.h"
+#include "tools/mutation/explained.h"
 #include "tools/mutation/mutant.h"
 
 namespace {
@@ -32,6 +33,7 @@ struct arguments {
     std::string build_folder;
     std::string campaign;
     std::string shim;
+    std::string explained_path;
     std::string results_path;
     std::vector<std::string> files; // names of suites' sources; empty: all
     unsigned count = 300;
@@ -40,12 +42,12 @@ struct arguments {
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 };
 
-enum class fate { killed, survived, does_not_compile };
+enum class fate { killed, explained, survived, does_not_compile };
 
 struct judged_mutant {
     mutation::mutant what;
     fate end = fate::survived;
-    std::string by; // first finding
+    std::string by; // first finding, or the reason for surviving
 };
 
 std::string read_text(const fs::path &path)
@@ -168,7 +170,7 @@ private:
 };
 
 judged_mutant judge(const arguments &given, const builder &made, const mutation::mutant &what,
-                    const std::string &text)
+                    const std::string &text, const std::vector<mutation::explanation> &known)
 {
     judged_mutant judged{what, fate::survived, ""};
     std::string name = fs::temp_directory_path() / "kel-mutate-XXXXXX";
@@ -197,14 +199,35 @@ judged_mutant judge(const arguments &given, const builder &made, const mutation:
         if (!result.exited_with(0)) {
             judged.end = fate::killed;
             judged.by = result.output.substr(0, result.output.find('\n'));
+        } else {
+            judged.by = mutation::explanation_of(what, text, known);
+            judged.end = judged.by.empty() ? fate::survived : fate::explained;
         }
     }
     fs::remove_all(folder);
     return judged;
 }
 
+std::string_view name_of(fate end)
+{
+    switch (end) {
+    case fate::killed:
+        return "killed";
+    case fate::explained:
+        return "explained";
+    case fate::survived:
+        return "survived";
+    case fate::does_not_compile:
+        break;
+    }
+    return "does not compile";
+}
+
 int run(const arguments &given)
 {
+    const std::vector<mutation::explanation> known =
+        given.explained_path.empty() ? std::vector<mutation::explanation>()
+                                     : mutation::read_explanations(given.explained_path);
     const builder made(given);
     std::map<std::string, std::string> texts;
     std::vector<mutation::mutant> all;
@@ -223,7 +246,8 @@ int run(const arguments &given)
     std::map<fate, unsigned> counts;
     const auto work = [&] {
         for (std::size_t i = next++; i < chosen.size(); i = next++) {
-            const judged_mutant judged = judge(given, made, chosen[i], texts[chosen[i].file]);
+            const judged_mutant judged =
+                judge(given, made, chosen[i], texts[chosen[i].file], known);
             const std::lock_guard<std::mutex> guard(writing);
             counts[judged.end]++;
             std::ostringstream line;
@@ -234,10 +258,7 @@ int run(const arguments &given)
             if (judged.end == fate::survived) {
                 std::cout << "SURVIVED " << line.str() << std::endl;
             }
-            results << (judged.end == fate::killed     ? "killed "
-                        : judged.end == fate::survived ? "survived "
-                                                       : "does not compile ")
-                    << line.str() << "  " << judged.by << std::endl;
+            results << name_of(judged.end) << ' ' << line.str() << "  " << judged.by << std::endl;
         }
     };
     std::vector<std::jthread> pool;
@@ -246,7 +267,8 @@ int run(const arguments &given)
     }
     pool.clear();
     std::cout << "mutants: " << counts[fate::killed] << " killed, " << counts[fate::survived]
-              << " survived, " << counts[fate::does_not_compile] << " do not compile\n";
+              << " survived, " << counts[fate::explained] << " survived and are explained, "
+              << counts[fate::does_not_compile] << " do not compile\n";
     return counts[fate::survived] == 0 ? 0 : 1;
 }
 
@@ -260,6 +282,7 @@ int main(int argc, char **argv)
     app.add_option("--build", given.build_folder, "a build of it")->required();
     app.add_option("--campaign", given.campaign, "kel-campaign")->required();
     app.add_option("--shim", given.shim, "libkeltrace.so, unless it is in its usual place");
+    app.add_option("--explained", given.explained_path, "survivors that are no verdicts");
     app.add_option("--results", given.results_path, "a line a mutant");
     app.add_option("--count", given.count, "mutants, at least");
     app.add_option("--each", given.each, "of each file, at least");
