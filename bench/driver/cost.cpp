@@ -20,17 +20,6 @@ namespace bench {
 
 namespace {
 
-std::vector<char *> pointers_to(std::vector<std::string> &texts)
-{
-    std::vector<char *> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string &text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 // A program that can be started many times with nothing to do in between.
 class starter {
 public:
@@ -69,8 +58,8 @@ public:
 private:
     command program;
     std::vector<std::string> environment;
-    std::vector<char *> arguments = pointers_to(program);
-    std::vector<char *> variables_of_program = pointers_to(environment);
+    std::vector<char *> arguments = tools::pointers_to(program);
+    std::vector<char *> variables_of_program = tools::pointers_to(environment);
     posix_spawn_file_actions_t actions{};
 };
 
@@ -169,7 +158,7 @@ cost cost_of_main(const command &program, unsigned starts, const std::filesystem
 double peak_memory_of(const command &program)
 {
     command texts = program;
-    std::vector<char *> arguments = pointers_to(texts);
+    std::vector<char *> arguments = tools::pointers_to(texts);
     const pid_t pid = fork();
     if (pid == 0) become_traced(arguments);
 

@@ -88,17 +88,6 @@ std::vector<std::string> merged_environment(const std::vector<std::string> &adde
     return merged;
 }
 
-std::vector<char *> pointers_to(std::vector<std::string> &texts)
-{
-    std::vector<char *> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string &text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 // Readable when the process has ended; none under kernels that have no such thing.
 unique_fd end_of(pid_t pid)
 {
@@ -304,6 +293,17 @@ process_result run_process(const process_options &options)
     errors.writing.reset();
     return follower(options, pid, start, std::move(output.reading), std::move(errors.reading))
         .follow();
+}
+
+std::vector<char *> pointers_to(std::vector<std::string> &texts)
+{
+    std::vector<char *> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string &text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
 }
 
 std::string signal_name(int signal)

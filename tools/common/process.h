@@ -48,4 +48,7 @@ std::string signal_name(int signal);
 std::string shell_line(const std::vector<std::string> &environment,
                        const std::vector<std::string> &arguments);
 
+// The texts as an argument or environment vector with its null at the end; as long as they live.
+std::vector<char *> pointers_to(std::vector<std::string> &texts);
+
 } // namespace tools

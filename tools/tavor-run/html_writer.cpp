@@ -3,8 +3,8 @@
 // One page that needs nothing beside itself.
 #include <cstdio>
 
+#include "tools/tavor-run/document_writer.h"
 #include "tools/tavor-run/markup.h"
-#include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
@@ -86,30 +86,11 @@ std::string document(const run_record &record)
     return text + bad + good + "</table>\n</body>\n</html>\n";
 }
 
-class html_writer : public writer {
-public:
-    explicit html_writer(const std::string &path) : output(path) {}
-
-    void begin(const run_record &record) override { update(record); }
-    void result(const run_record &record, const case_result &) override { update(record); }
-    void details(const run_record &record, const case_result &) override { update(record); }
-    void note(const run_record &record, const std::string &) override { update(record); }
-    void end(const run_record &record) override { output.replace(document(record)); }
-
-private:
-    void update(const run_record &record)
-    {
-        output.update([&record] { return document(record); });
-    }
-
-    output_file output;
-};
-
 } // namespace
 
 std::unique_ptr<writer> make_html_writer(const std::string &path)
 {
-    return std::make_unique<html_writer>(path);
+    return make_document_writer(path, document);
 }
 
 } // namespace tavor_run
