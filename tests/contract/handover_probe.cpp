@@ -40,6 +40,19 @@ void hand_over(mode how)
         if (how == mode::deferred) check(kel_pkt_no_sig_required(packet, 1) == 0, "no_sig");
         check(kel_send(sender, packet) == 0, "send");
     };
+    // A deferred packet that waits elsewhere gives the daemon a time to sleep until; without one
+    // it would be woken by the first that it finds still waiting.
+    kel_client bystander = 0;
+    if (how == mode::deferred) {
+        check(kel_register_client(&bystander, "bystander", KEL_ROLE_ALWAYS, 32) == 0, "client");
+        check(kel_register_tag(bystander, TAG + 1) == 0, "register_tag");
+        check(kel_set_client_signal_interval(bystander, 600'000) == 0, "signal interval");
+        const kel_packet waiting = kel_get_packet(sender, 0, 1500, 1, nullptr);
+        check(kel_set_tag(waiting, TAG + 1) == 0, "set_tag");
+        check(kel_pkt_no_sig_required(waiting, 1) == 0, "no_sig");
+        check(kel_send(sender, waiting) == 0, "send");
+        wait_for_daemon();
+    }
     // One more packet waits all the time, so that the descriptor stays as it is.
     if (how == mode::signalled_already) send();
 
@@ -68,6 +81,10 @@ void hand_over(mode how)
     is_marked.store(true, std::memory_order_release);
     receiving.join();
     kel_free_packet(kel_recv(receiver));
+    if (bystander) {
+        check(kel_free_packet(kel_recv(bystander)) == 0, "recv");
+        check(kel_deregister_client(bystander) == 0, "deregister_client");
+    }
     check(kel_deregister_client(sender) == 0, "deregister_client");
     check(kel_deregister_client(receiver) == 0, "deregister_client");
 }

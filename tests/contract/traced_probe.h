@@ -29,7 +29,8 @@ inline bool thread_sleeps(const std::string &name)
     return false;
 }
 
-// The daemon's start makes calls of its own. It is over when the daemon sleeps.
+// The daemon's start, and a new time to flush at, make it call on its own. That is over when it
+// sleeps.
 inline void wait_for_daemon()
 {
     using namespace std::chrono_literals;
