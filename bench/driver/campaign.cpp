@@ -46,7 +46,7 @@ std::size_t count_of_runs(const settings &how)
     line.emplace_back("--results");
     line.push_back(how.folder / "campaign.jsonl");
     const std::string output = output_of(line);
-    const std::size_t end = output.rfind(" runs in ");
+    const std::size_t end = output.rfind(" runs, ");
     const std::size_t line_start = output.rfind('\n', end) + 1;
     if (end == std::string::npos) throw std::runtime_error("the campaign tells no count");
     return std::stoul(output.substr(line_start, end - line_start));
