@@ -6,7 +6,7 @@ if(TAVOR_SANITIZE)
   add_compile_options(-fsanitize=${TAVOR_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TAVOR_SANITIZE})
-  # Enough for line numbers in reports, and built in three quarters of the time.
+  # Enough for line numbers in reports.
   add_compile_options($<$<CONFIG:RelWithDebInfo>:-O1> $<$<CONFIG:RelWithDebInfo>:-g1>)
   if(TAVOR_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # These two need the C++ run-time library, which tavor does without.

@@ -13,17 +13,7 @@ namespace {
 
 constexpr const char *NAME = "test reserved group";
 
-class reserved_contract : public contract::test {
-protected:
-    client owner = new_client();
-    client other = new_client();
-    void TearDown() override
-    {
-        EXPECT_OK(kel_deregister_client(owner.give()));
-        EXPECT_OK(kel_deregister_client(other.give()));
-        contract::test::TearDown();
-    }
-};
+class reserved_contract : public contract::test_with_two_clients {};
 
 TEST_F(reserved_contract, refused_registrations)
 {

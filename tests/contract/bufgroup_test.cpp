@@ -15,17 +15,7 @@ constexpr kel_bufgroup_thresholds BUFFERS{5, 1, 4};
 constexpr kel_bufgroup_thresholds BYTES{2560, 512, 2048};
 constexpr std::uint32_t BOTH = KEL_BUFGROUP_BUFFERS | KEL_BUFGROUP_BYTES;
 
-class bufgroup_contract : public contract::test {
-protected:
-    client owner = new_client();
-    client other = new_client();
-    void TearDown() override
-    {
-        EXPECT_OK(kel_deregister_client(owner.give()));
-        EXPECT_OK(kel_deregister_client(other.give()));
-        contract::test::TearDown();
-    }
-};
+class bufgroup_contract : public contract::test_with_two_clients {};
 
 TEST_F(bufgroup_contract, five_clients_share_one_name)
 {

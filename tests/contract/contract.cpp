@@ -75,6 +75,13 @@ testing::AssertionResult has_error(const char *call, const char *, std::uint32_t
            << call << "\n  gives " << error_text(error) << ", not " << error_text(expected);
 }
 
+void test_with_two_clients::TearDown()
+{
+    EXPECT_OK(kel_deregister_client(owner.give()));
+    EXPECT_OK(kel_deregister_client(other.give()));
+    test::TearDown();
+}
+
 client new_client(std::uint32_t role, std::uint32_t depth)
 {
     kel_client handle = 0;

@@ -87,6 +87,15 @@ using packet = owned<kel_free_packet>;
 using buffer = owned<kel_free_bufchain>;
 
 client new_client(std::uint32_t role = KEL_ROLE_ALWAYS, std::uint32_t depth = 32);
+
+// Both are deregistered before the test looks at what is left.
+class test_with_two_clients : public test {
+protected:
+    client owner = new_client();
+    client other = new_client();
+    void TearDown() override;
+};
+
 // A client that receives `tag`.
 client new_receiver(kel_tag tag, std::uint32_t role = KEL_ROLE_ALWAYS, std::uint32_t depth = 32);
 packet new_packet(kel_client owner, std::uint32_t size = 1500, std::uint8_t contiguous = 1,
