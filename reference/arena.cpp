@@ -31,7 +31,7 @@
 
 namespace kel_reference {
 
-arena::arena() : spans(std::make_unique<std::array<span, SPANS>>())
+arena::arena() : spans(std::make_unique_for_overwrite<std::array<span, SPANS>>())
 {
     free_spans.fill(~std::uint64_t{0});
     with_free_blocks.fill(NONE);
@@ -47,11 +47,7 @@ arena::arena() : spans(std::make_unique<std::array<span, SPANS>>())
 std::byte *arena::allocate(std::uint32_t size)
 {
     const std::size_t size_class = class_of(size);
-    if (with_free_blocks[size_class] == NONE) {
-        const std::uint16_t opened = open_span(size_class);
-        if (opened == NONE) return nullptr;
-        list_span(size_class, opened);
-    }
+    if (with_free_blocks[size_class] == NONE && !open_span(size_class)) return nullptr;
     const std::uint16_t index = with_free_blocks[size_class];
     span &chosen = (*spans)[index];
     const auto word =
@@ -82,15 +78,14 @@ void arena::free(std::byte *block, std::uint32_t size)
     if (owner.used_blocks == blocks_in_span(size_class)) list_span(size_class, index);
     owner.used_blocks--;
     used_bytes -= BLOCK_SIZES[size_class];
-    if (owner.used_blocks == 0) {
-        unlist_span(size_class, index);
-        mark_span(index, true);
-    }
+    const bool has_neighbours = owner.next != NONE || owner.previous != NONE;
+    if (owner.used_blocks == 0 && has_neighbours) close_span(size_class, index);
 }
 
 std::byte *arena::allocate_region(std::size_t size)
 {
     if (size == 0 || size > SIZE) return nullptr;
+    close_empty_spans();
     const std::size_t needed = (size + SPAN_SIZE - 1) / SPAN_SIZE;
     std::size_t found = 0;
     // From the top down: the blocks begin at the bottom.
@@ -161,14 +156,22 @@ void arena::mark_span(std::size_t index, bool is_free)
     free_spans[index / 64] = is_free ? free_spans[index / 64] | bit : free_spans[index / 64] & ~bit;
 }
 
-// Takes the first free span for blocks of the class; NONE when all are taken.
-std::uint16_t arena::open_span(std::size_t size_class)
+// The first free span; NONE when all are taken.
+std::uint16_t arena::find_free_span() const
 {
     const auto word =
         std::ranges::find_if(free_spans, [](std::uint64_t bits) { return bits != 0; });
     if (word == free_spans.end()) return NONE;
-    const auto index = static_cast<std::size_t>(word - free_spans.begin()) * 64 +
-                       static_cast<std::size_t>(std::countr_zero(*word));
+    const auto before = static_cast<std::size_t>(word - free_spans.begin()) * 64;
+    return static_cast<std::uint16_t>(before + static_cast<std::size_t>(std::countr_zero(*word)));
+}
+
+// Lists a span of free blocks of the class; false when there is none.
+bool arena::open_span(std::size_t size_class)
+{
+    if (find_free_span() == NONE) close_empty_spans();
+    const std::uint16_t index = find_free_span();
+    if (index == NONE) return false;
     mark_span(index, false);
     ASAN_POISON_MEMORY_REGION(span_start(index), SPAN_SIZE);
 
@@ -181,7 +184,27 @@ std::uint16_t arena::open_span(std::size_t size_class)
             left >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << left) - 1;
     }
     opened.used_blocks = 0;
-    return static_cast<std::uint16_t>(index);
+    list_span(size_class, index);
+    return true;
+}
+
+void arena::close_span(std::size_t size_class, std::uint16_t index)
+{
+    unlist_span(size_class, index);
+    mark_span(index, true);
+}
+
+// Each class has one at most.
+void arena::close_empty_spans()
+{
+    for (std::size_t size_class = 0; size_class < with_free_blocks.size(); size_class++) {
+        for (std::uint16_t index = with_free_blocks[size_class]; index != NONE;
+             index = (*spans)[index].next) {
+            if ((*spans)[index].used_blocks) continue;
+            close_span(size_class, index);
+            break;
+        }
+    }
 }
 
 void arena::list_span(std::size_t size_class, std::uint16_t index)

@@ -6,7 +6,9 @@
 //
 // The area is divided into spans of one size. A span holds blocks of one size class, or
 // belongs with its neighbours to the elements of a reserved group. It becomes free again
-// with its last block, so that no size can keep memory from the others for good.
+// with its last block, or, as the only one of its class with room, when another needs it: no
+// size can keep memory from the others for good, and one that comes and goes alone does not
+// open and close its span each time.
 #pragma once
 
 #include <array>
@@ -64,12 +66,13 @@ private:
 
     static constexpr std::uint32_t UNIT = BLOCK_SIZES.front(); // divides them all
 
+    // Set up when it is opened, so that the memory of those that never are is never touched.
     struct span {
-        std::array<std::uint64_t, MAX_BLOCKS / 64> free_blocks{}; // a bit each
-        std::uint16_t used_blocks = 0;
+        std::array<std::uint64_t, MAX_BLOCKS / 64> free_blocks; // a bit each
+        std::uint16_t used_blocks;
         // Neighbours in the list of its class's spans that have free blocks.
-        std::uint16_t next = NONE;
-        std::uint16_t previous = NONE;
+        std::uint16_t next;
+        std::uint16_t previous;
     };
 
     static std::size_t class_of(std::uint32_t size);
@@ -77,7 +80,10 @@ private:
     std::byte *span_start(std::size_t index) const { return base + index * SPAN_SIZE; }
     bool span_is_free(std::size_t index) const;
     void mark_span(std::size_t index, bool is_free);
-    std::uint16_t open_span(std::size_t size_class);
+    std::uint16_t find_free_span() const;
+    bool open_span(std::size_t size_class);
+    void close_span(std::size_t size_class, std::uint16_t index);
+    void close_empty_spans();
     void list_span(std::size_t size_class, std::uint16_t index);
     void unlist_span(std::size_t size_class, std::uint16_t index);
 

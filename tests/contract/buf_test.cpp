@@ -34,6 +34,25 @@ protected:
     }
 };
 
+// How many buffers of the size there is memory for.
+std::size_t most_buffers(kel_client owner, std::uint32_t size)
+{
+    std::vector<buffer> held;
+    while (const kel_buffer obtained = kel_get_buffer(owner, 0, size, 1, nullptr)) {
+        held.emplace_back(obtained);
+    }
+    return held.size();
+}
+
+TEST_F(buf_contract, memory_serves_every_size_again)
+{
+    constexpr std::uint32_t LARGEST = 16384;
+    const std::size_t most = most_buffers(owner, LARGEST);
+    EXPECT_GT(most, 0u);
+    for (std::uint32_t size = 64; size < LARGEST; size *= 2) new_buffer(owner, size);
+    EXPECT_EQ(most_buffers(owner, LARGEST), most);
+}
+
 TEST_F(buf_contract, memory_is_described)
 {
     std::uint64_t start = 0;

@@ -62,6 +62,30 @@ TEST_F(reserved_contract, memory_is_set_aside_and_returned)
     EXPECT_EQ(take_census().arena_bytes, before);
 }
 
+// How many bytes a group can set aside at most.
+std::uint32_t largest_group(kel_client owner)
+{
+    constexpr std::uint32_t ELEMENT = 1024;
+    std::uint32_t count = 0;
+    for (std::uint32_t step = 4096; step;) {
+        kel_bufgroup group = 0;
+        if (kel_register_reserved_bufgroup(owner, &group, NAME, ELEMENT, count + step, 0, 0) == 0) {
+            EXPECT_ERROR(kel_deregister_bufgroup(owner, group), 0);
+            count += step;
+        } else {
+            step /= 2;
+        }
+    }
+    return count * ELEMENT;
+}
+
+TEST_F(reserved_contract, takes_all_memory_that_buffers_gave_back)
+{
+    const std::uint32_t largest = largest_group(owner);
+    for (std::uint32_t size = 64; size < 10'000; size *= 2) new_buffer(owner, size);
+    EXPECT_EQ(largest_group(owner), largest);
+}
+
 TEST_F(reserved_contract, one_contiguous_allocation_takes_one_element)
 {
     const registration group = new_reserved(owner, NAME, 128, 128);
