@@ -101,18 +101,25 @@ struct daemon_end {
 
 flush_daemon::flush_daemon()
 {
+    // Not a std::thread: that gives back memory in the new thread, for which the C library sets
+    // up a heap there first.
+    const auto run_daemon = [](void *daemon) -> void * {
+        static_cast<flush_daemon *>(daemon)->run();
+        return nullptr;
+    };
     const signals_blocked for_the_thread;
-    thread = std::thread(&flush_daemon::run, this);
-    pthread_setname_np(thread.native_handle(), "KELd");
+    const int error = pthread_create(&thread, nullptr, run_daemon, this);
+    if (error) throw std::system_error(error, std::generic_category());
 }
 
 flush_daemon::~flush_daemon()
 {
-    thread.join();
+    pthread_join(thread, nullptr);
 }
 
 void flush_daemon::run()
 {
+    pthread_setname_np(pthread_self(), "KELd");
     raise_priority();
     locked_state library;
     while (!is_retired) {

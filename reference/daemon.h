@@ -4,8 +4,9 @@
 // passed. It lives from the first client to the last, and sleeps until a flush is due.
 #pragma once
 
+#include <pthread.h>
+
 #include <memory>
-#include <thread>
 
 #include "reference/state.h"
 
@@ -13,6 +14,7 @@ namespace kel_reference {
 
 class flush_daemon {
 public:
+    // Throws std::system_error when the system grants no thread.
     flush_daemon();
     flush_daemon(const flush_daemon &) = delete;
     flush_daemon &operator=(const flush_daemon &) = delete;
@@ -32,7 +34,7 @@ private:
     std::condition_variable wake;
     clock::time_point wakes_at = clock::time_point::max();
     bool is_retired = false;
-    std::thread thread;
+    pthread_t thread;
 };
 
 // All of these are called with the library's lock held.
