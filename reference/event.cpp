@@ -280,7 +280,7 @@ kel_event take_pending(client_object &client)
 }
 
 // Sleeps until the gate is signalled. False when the deadline has passed.
-bool sleep_at(event_gate &gate, std::unique_lock<std::mutex> &lock,
+bool sleep_at(event_gate &gate, std::unique_lock<mutex> &lock,
               const std::optional<clock::time_point> &deadline)
 {
     if (!deadline) {

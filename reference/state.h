@@ -31,6 +31,7 @@
 #include "reference/arena.h"
 #include "reference/handle_table.h"
 #include "reference/intrusive_list.h"
+#include "reference/mutex.h"
 #include "reference/signal.h"
 
 namespace kel_reference {
@@ -130,7 +131,7 @@ struct bufgroup_object {
 
 // Where threads wait for a client's events. It outlives the client while they leave.
 struct event_gate {
-    std::condition_variable changed; // on the library's lock
+    std::condition_variable_any changed; // on the library's lock
     std::uint64_t clears = 0;
     bool client_is_gone = false;
 };
@@ -176,7 +177,7 @@ struct tag_object {
 using event_key = std::pair<std::uint32_t, std::uint32_t>;
 
 struct state {
-    std::mutex lock;
+    mutex lock;
     arena memory;
     handle_table<client_object, handle_kind::client> clients;
     handle_table<packet_object, handle_kind::packet> packets;
@@ -204,11 +205,11 @@ public:
     locked_state() : guarded(library()), guard(guarded.lock) {}
     state *operator->() const { return &guarded; }
     state &operator*() const { return guarded; }
-    std::unique_lock<std::mutex> &lock() { return guard; }
+    std::unique_lock<mutex> &lock() { return guard; }
 
 private:
     state &guarded;
-    std::unique_lock<std::mutex> guard;
+    std::unique_lock<mutex> guard;
 };
 
 } // namespace kel_reference
