@@ -3,6 +3,8 @@
 // Writing of the report, from counters only: no lock is taken and nothing is allocated.
 #include "tools/keltrace/report.h"
 
+#include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,36 +22,84 @@ constinit const char *target = nullptr;
 
 using long_number = unsigned long long;
 
-void write_calls(int file)
+// Lines for a file, gathered: with a system call for each the report would cost more than the case.
+class lines {
+public:
+    explicit lines(int file) : destination(file) {}
+    lines(const lines &) = delete;
+    lines &operator=(const lines &) = delete;
+    ~lines() { flush(); }
+
+    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...)
+    {
+        va_list values;
+        va_start(values, format);
+        if (!fits(format, values)) {
+            flush();
+            if (!fits(format, values)) vdprintf(destination, format, values);
+        }
+        va_end(values);
+    }
+
+private:
+    bool fits(const char *format, va_list values)
+    {
+        va_list copy;
+        va_copy(copy, values);
+        const std::size_t room = text.size() - used;
+        const int length = std::vsnprintf(text.data() + used, room, format, copy);
+        va_end(copy);
+        if (length < 0 || static_cast<std::size_t>(length) >= room) return false;
+        used += static_cast<std::size_t>(length);
+        return true;
+    }
+
+    void flush()
+    {
+        const char *next = text.data();
+        while (used) {
+            const ssize_t written = ::write(destination, next, used);
+            if (written <= 0) break;
+            next += written;
+            used -= static_cast<std::size_t>(written);
+        }
+        used = 0;
+    }
+
+    int destination;
+    std::array<char, 4096> text;
+    std::size_t used = 0;
+};
+
+void write_calls(lines &file)
 {
     for (std::size_t i = 0; i < OPERATION_COUNT; ++i) {
         const auto count = call_counts[i].load(std::memory_order_relaxed);
         if (count == 0) continue;
-        dprintf(file, "calls %s %llu\n", OPERATION_INFO[i].name, static_cast<long_number>(count));
+        file.add("calls %s %llu\n", OPERATION_INFO[i].name, static_cast<long_number>(count));
     }
 }
 
-void write_faults(int file)
+void write_faults(lines &file)
 {
     if (plan == nullptr) return;
     for (const auto &each : plan->faults)
-        dprintf(file, "fault %s hits %llu fired %llu\n", each.text.c_str(),
-                static_cast<long_number>(each.hits.load(std::memory_order_relaxed)),
-                static_cast<long_number>(each.fired.load(std::memory_order_relaxed)));
+        file.add("fault %s hits %llu fired %llu\n", each.text.c_str(),
+                 static_cast<long_number>(each.hits.load(std::memory_order_relaxed)),
+                 static_cast<long_number>(each.fired.load(std::memory_order_relaxed)));
 }
 
-void write_census(int file)
+void write_census(lines &file)
 {
     for (int i = 0; i < static_cast<int>(census::kind::count); ++i) {
         const auto kind = static_cast<census::kind>(i);
         const auto now = census::counted(kind);
         if (now.obtained == 0) continue;
-        dprintf(file, "census %s %llu %llu %llu\n", census::name(kind),
-                static_cast<long_number>(now.obtained), static_cast<long_number>(now.released),
-                static_cast<long_number>(now.left));
+        file.add("census %s %llu %llu %llu\n", census::name(kind),
+                 static_cast<long_number>(now.obtained), static_cast<long_number>(now.released),
+                 static_cast<long_number>(now.left));
         if (now.swept != 0)
-            dprintf(file, "swept %s %llu\n", census::name(kind),
-                    static_cast<long_number>(now.swept));
+            file.add("swept %s %llu\n", census::name(kind), static_cast<long_number>(now.swept));
     }
 }
 
@@ -68,9 +118,12 @@ void write()
         dprintf(STDERR_FILENO, "keltrace: cannot write %s\n", target);
         return;
     }
-    write_calls(file);
-    write_faults(file);
-    write_census(file);
+    {
+        lines report(file);
+        write_calls(report);
+        write_faults(report);
+        write_census(report);
+    }
     close(file);
 }
 
