@@ -2,8 +2,8 @@
 #include "tools/common/loader.h"
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
+#include <utility>
 
 namespace tools {
 
@@ -26,7 +26,9 @@ std::string library_in_listing(const std::string &listing)
 std::string read_bytes(const std::string &path)
 {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return std::move(bytes).str();
 }
 
 } // namespace tools
