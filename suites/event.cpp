@@ -17,6 +17,7 @@
 #include "fixtures/descriptor.h"
 #include "fixtures/fixtures.h"
 #include "fixtures/frame.h"
+#include "fixtures/helper_thread.h"
 #include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/buf.h"
@@ -205,7 +206,7 @@ const char *receive_packets(const event_objects &held, uint32_t count)
 const char *start_thread(event_objects &held, void *(*routine)(void *), const event_job &job)
 {
     held.job = job;
-    CHECK_LOCATED(pthread_create(&held.thread, nullptr, routine, &held.job) == 0,
+    CHECK_LOCATED(start_helper_thread(&held.thread, routine, &held.job) == 0,
                   "pthread_create failed");
     held.running = true;
     return nullptr;

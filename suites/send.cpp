@@ -17,6 +17,7 @@
 #include "fixtures/descriptor.h"
 #include "fixtures/fixtures.h"
 #include "fixtures/frame.h"
+#include "fixtures/helper_thread.h"
 #include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/client.h"
@@ -209,7 +210,7 @@ const char *prepare_packets(send_objects &held, const exchange_plan &plan, uint8
 const char *start_sender(send_objects &held, uint32_t count)
 {
     held.job = {held.sender, held.packets, count, 0, 0};
-    CHECK_LOCATED(pthread_create(&held.thread, nullptr, send_helper, &held.job) == 0,
+    CHECK_LOCATED(start_helper_thread(&held.thread, send_helper, &held.job) == 0,
                   "pthread_create failed");
     held.sending = true;
     return nullptr;
