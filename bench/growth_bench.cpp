@@ -22,11 +22,6 @@ constexpr int SLOW_ITERATIONS = 2'000;
 // Small ones, so that a million fits into the buffer memory.
 constexpr std::uint32_t SMALL = 64;
 
-void up_to_10000_clients(benchmark::internal::Benchmark *bench)
-{
-    bench->RangeMultiplier(10)->Range(1, 1'000)->Arg(most_clients())->Iterations(ITERATIONS);
-}
-
 void up_to_10000(benchmark::internal::Benchmark *bench)
 {
     bench->RangeMultiplier(10)->Range(1, 10'000)->Iterations(ITERATIONS);
@@ -81,6 +76,7 @@ kel_packet hold_chain(benchmark::State &state, const client &owner)
 // Another packet waits all the while.
 void send_and_receive_beside_another(benchmark::State &state, const client &owner)
 {
+    require(state, owner.has_descriptor(), "no descriptor");
     require(state, kel_send(owner, owner.new_packet(SMALL)) == 0, "not sent");
     send_and_receive(state, owner, owner.new_packet(SMALL));
 }
@@ -91,7 +87,7 @@ void clients_get_and_free(benchmark::State &state)
     const client owner;
     get_and_free(state, owner);
 }
-BENCHMARK(clients_get_and_free)->Apply(up_to_10000_clients);
+BENCHMARK(clients_get_and_free)->Apply(up_to_10000);
 
 void clients_send_and_receive(benchmark::State &state)
 {
@@ -99,7 +95,7 @@ void clients_send_and_receive(benchmark::State &state)
     const client owner;
     send_and_receive_beside_another(state, owner);
 }
-BENCHMARK(clients_send_and_receive)->Apply(up_to_10000_clients);
+BENCHMARK(clients_send_and_receive)->Apply(up_to_10000);
 
 void clients_register_and_deregister(benchmark::State &state)
 {
@@ -109,7 +105,7 @@ void clients_register_and_deregister(benchmark::State &state)
         if (!one_more) state.SkipWithError("no client");
     }
 }
-BENCHMARK(clients_register_and_deregister)->Apply(up_to_10000_clients)->Iterations(SLOW_ITERATIONS);
+BENCHMARK(clients_register_and_deregister)->Apply(up_to_10000)->Iterations(SLOW_ITERATIONS);
 
 void tags_send_and_receive(benchmark::State &state)
 {
@@ -203,6 +199,7 @@ BENCHMARK(chain_append_and_trim)->Apply(up_to_1000);
 void chain_send_and_receive(benchmark::State &state)
 {
     const client owner;
+    require(state, owner.has_descriptor(), "no descriptor");
     require(state, kel_send(owner, owner.new_packet(SMALL)) == 0, "not sent");
     send_and_receive(state, owner, hold_chain(state, owner));
 }

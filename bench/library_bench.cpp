@@ -147,11 +147,12 @@ void get_and_free_buffer(benchmark::State &state)
 }
 BENCHMARK(get_and_free_buffer);
 
-enum class queue { never_empty, empty_each_time, empty_and_deferred };
+enum class queue { never_empty, empty_each_time, empty_and_deferred, empty_and_unwatched };
 
 void send_and_receive_packet(benchmark::State &state, queue how)
 {
     const client owner;
+    if (how != queue::empty_and_unwatched) require(state, owner.has_descriptor(), "no descriptor");
     if (how == queue::never_empty) require(state, !kel_send(owner, owner.new_packet()), "not sent");
     const kel_packet packet = owner.new_packet();
     kel_pkt_no_sig_required(packet, how == queue::empty_and_deferred);
@@ -161,6 +162,7 @@ void send_and_receive_packet(benchmark::State &state, queue how)
 BENCHMARK_CAPTURE(send_and_receive_packet, queue_never_empty, queue::never_empty);
 BENCHMARK_CAPTURE(send_and_receive_packet, queue_empty_each_time, queue::empty_each_time);
 BENCHMARK_CAPTURE(send_and_receive_packet, queue_empty_signal_deferred, queue::empty_and_deferred);
+BENCHMARK_CAPTURE(send_and_receive_packet, queue_empty_no_descriptor, queue::empty_and_unwatched);
 
 void duplicate_packet(benchmark::State &state)
 {

@@ -4,8 +4,6 @@
 
 #include "bench/support.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -54,6 +52,11 @@ client::~client()
     kel_deregister_client(handle);
 }
 
+bool client::has_descriptor() const
+{
+    return kel_getfd(handle) > 0;
+}
+
 kel_packet client::new_packet(std::uint32_t size) const
 {
     const kel_packet packet = kel_get_packet(handle, 0, size, 1, nullptr);
@@ -100,18 +103,6 @@ void send_and_receive(benchmark::State &state, kel_client owner, kel_packet pack
         packet = kel_recv(owner);
         if (error || !packet) state.SkipWithError("not handed over");
     }
-}
-
-std::int64_t most_clients()
-{
-    constexpr rlim_t OTHER_DESCRIPTORS = 100;
-    constexpr rlim_t DESCRIPTORS_OF_CLIENT = 2;
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t most = (limit.rlim_max - OTHER_DESCRIPTORS) / DESCRIPTORS_OF_CLIENT;
-    return static_cast<std::int64_t>(std::min<rlim_t>(most, 10'000));
 }
 
 int run(int count, char **arguments)

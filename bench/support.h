@@ -22,6 +22,8 @@ public:
     client &operator=(const client &) = delete;
     ~client();
     operator kel_client() const { return handle; }
+    // Has its descriptor made, which shows signals from then on.
+    bool has_descriptor() const;
     // A packet that comes back when it is sent.
     kel_packet new_packet(std::uint32_t size = SIZE) const;
 
@@ -53,10 +55,6 @@ private:
 // The operations that several benchmarks repeat.
 void get_and_free(benchmark::State &state, kel_client owner, std::uint32_t size = SIZE);
 void send_and_receive(benchmark::State &state, kel_client owner, kel_packet packet);
-
-// How many clients can be registered at once: 10,000, or what the limit of descriptors allows.
-// Raises that as far as it goes.
-std::int64_t most_clients();
 
 // Runs the benchmarks beside a client that lives from the first to the last. With a client
 // there is the daemon's thread, and in a process with two threads the C library's locks are real

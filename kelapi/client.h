@@ -38,10 +38,10 @@ KEL_API uint32_t kel_register_client(kel_client *client, const char *name, uint3
 KEL_API uint32_t kel_deregister_client(kel_client client);
 
 /*
- * The client's descriptor, greater than 0, or -1 for a client that is not registered. In
- * the sense of select it is readable while signalled packets wait, and shows an
- * exceptional condition while an event is pending. It belongs to the library: callers
- * neither read nor close it.
+ * The client's descriptor, greater than 0 and always the same, or -1 for a client that is
+ * not registered and when the system grants no descriptor. In the sense of select it is
+ * readable while signalled packets wait, and shows an exceptional condition while an event
+ * is pending. It belongs to the library: callers neither read nor close it.
  */
 KEL_API int32_t kel_getfd(kel_client client);
 

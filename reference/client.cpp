@@ -65,9 +65,6 @@ uint32_t kel_register_client(kel_client *client, const char *name, uint32_t role
     if (!client) {
         return fires(fault::client_register_accepts_null) ? 0 : chosen_options().null_result_error;
     }
-    signal_descriptor descriptor;
-    if (!descriptor.open()) return ENOMEM;
-
     locked_state library;
     client_object *created = library->clients.create();
     if (!created) return ENOMEM;
@@ -76,7 +73,6 @@ uint32_t kel_register_client(kel_client *client, const char *name, uint32_t role
         return ENOMEM;
     }
     set_up(*library, *created, name, role, depth);
-    created->descriptor = std::move(descriptor);
     *client = created->handle;
     return 0;
 }
@@ -98,9 +94,22 @@ uint32_t kel_deregister_client(kel_client client)
     return 0;
 }
 
+// Most clients never ask, and making a descriptor takes longer than all the rest of a
+// registration. It is made without the lock held.
 int32_t kel_getfd(kel_client client)
 {
+    {
+        locked_state library;
+        const client_object *asked = library->clients.find(client);
+        if (!asked) return -1;
+        if (asked->descriptor.is_open()) return asked->descriptor.descriptor();
+    }
+    socket_pair made;
+    if (!made.open()) return -1;
+
     locked_state library;
-    const client_object *asked = library->clients.find(client);
-    return asked ? asked->descriptor.descriptor() : -1;
+    client_object *asked = library->clients.find(client);
+    if (!asked) return -1;
+    if (!asked->descriptor.is_open()) asked->descriptor.attach(std::move(made));
+    return asked->descriptor.descriptor();
 }

@@ -143,7 +143,7 @@ unique_descriptor::~unique_descriptor()
     }
 }
 
-bool signal_descriptor::open()
+bool socket_pair::open()
 {
     sockaddr_in address{};
     sockaddr_in own_address{};
@@ -154,12 +154,15 @@ bool signal_descriptor::open()
         return false;
     }
     library_end = accept_from(listener, own_address);
-    if (!library_end.is_open() || !prepare(client_end) || !prepare(library_end) ||
-        !set_option(client_end, SOL_SOCKET, SO_RCVLOWAT, MARK_OF_IDLE)) {
-        return false;
-    }
+    return library_end.is_open() && prepare(client_end) && prepare(library_end);
+}
+
+void signal_descriptor::attach(socket_pair pair)
+{
+    ends = std::move(pair);
+    show_readable();
     send_to_client_end(0);
-    return true;
+    if (is_exceptional) show_exceptional();
 }
 
 // Sends a byte and returns when it stands in the client end's receive queue. While it stands
@@ -167,11 +170,11 @@ bool signal_descriptor::open()
 // is held back, long enough to be seen; so an answer goes back that carries it.
 void signal_descriptor::send_to_client_end(int flags)
 {
-    send_byte(library_end, flags);
+    send_byte(ends.library_end, flags);
     while (true) {
-        send_byte(client_end, 0);
-        receive_bytes(library_end, 0);
-        if (is_acknowledged(library_end)) {
+        send_byte(ends.client_end, 0);
+        receive_bytes(ends.library_end, 0);
+        if (is_acknowledged(ends.library_end)) {
             return;
         }
         sched_yield();
@@ -182,18 +185,29 @@ void signal_descriptor::set_readable(bool readable)
 {
     if (readable == is_readable) return;
     is_readable = readable;
-    set_option(client_end, SOL_SOCKET, SO_RCVLOWAT, readable ? MARK_OF_READABLE : MARK_OF_IDLE);
+    if (is_open()) show_readable();
 }
 
 void signal_descriptor::set_exceptional(bool exceptional)
 {
     if (exceptional == is_exceptional) return;
     is_exceptional = exceptional;
-    if (exceptional) {
+    if (is_open()) show_exceptional();
+}
+
+void signal_descriptor::show_readable()
+{
+    set_option(ends.client_end, SOL_SOCKET, SO_RCVLOWAT,
+               is_readable ? MARK_OF_READABLE : MARK_OF_IDLE);
+}
+
+void signal_descriptor::show_exceptional()
+{
+    if (is_exceptional) {
         send_to_client_end(MSG_OOB);
         return;
     }
-    receive_bytes(client_end, MSG_OOB);
+    receive_bytes(ends.client_end, MSG_OOB);
     if (++spent_urgent_bytes == MAX_SPENT_URGENT_BYTES) drop_spent_bytes();
 }
 
@@ -201,7 +215,7 @@ void signal_descriptor::set_exceptional(bool exceptional)
 void signal_descriptor::drop_spent_bytes()
 {
     send_to_client_end(0);
-    receive_bytes(client_end, MSG_DONTWAIT);
+    receive_bytes(ends.client_end, MSG_DONTWAIT);
     spent_urgent_bytes = 1;
 }
 

@@ -33,13 +33,24 @@ private:
     int descriptor = -1;
 };
 
-class signal_descriptor {
-public:
+// Two loopback TCP sockets, connected with each other: the client's and the library's.
+struct socket_pair {
+    unique_descriptor client_end;
+    unique_descriptor library_end;
+
     // False when the system grants no descriptors.
     bool open();
+};
 
-    // What the client selects on; -1 before open.
-    int descriptor() const { return client_end.get(); }
+// What is to be seen on the descriptor is kept, too, until there is one.
+class signal_descriptor {
+public:
+    // What the client selects on; -1 before attach.
+    int descriptor() const { return ends.client_end.get(); }
+    bool is_open() const { return ends.client_end.is_open(); }
+
+    // Shows the conditions on the pair from now on. To be called once.
+    void attach(socket_pair pair);
 
     // Both do nothing when the condition already is as asked; then they cost no system call.
     // When they return, a select without time-out sees the change.
@@ -47,12 +58,13 @@ public:
     void set_exceptional(bool exceptional);
 
 private:
-    unique_descriptor client_end;
-    unique_descriptor library_end;
+    socket_pair ends;
     bool is_readable = false;
     bool is_exceptional = false;
     int spent_urgent_bytes = 0; // that stand in the client end's queue
 
+    void show_readable();
+    void show_exceptional();
     void send_to_client_end(int flags);
     void drop_spent_bytes();
 };

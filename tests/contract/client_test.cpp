@@ -4,12 +4,17 @@
 
 #include "tests/contract/contract.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
+#include <barrier>
 #include <cstdlib>
 #include <random>
 #include <set>
 #include <thread>
+#include <utility>
 
 using namespace contract;
 
@@ -108,6 +113,44 @@ TEST_F(client_contract, descriptors_are_no_standard_ones)
     EXPECT_NE(kel_getfd(first), kel_getfd(second));
     EXPECT_GT(kel_getfd(first), 2);
     EXPECT_GT(kel_getfd(second), 2);
+}
+
+TEST_F(client_contract, descriptor_is_the_same_for_all_who_ask)
+{
+    constexpr std::size_t THREADS = 4;
+    const client owner = new_client();
+    std::array<std::int32_t, THREADS> answers{};
+    {
+        std::barrier together(THREADS);
+        std::array<std::jthread, THREADS> asking;
+        for (std::size_t index = 0; index < THREADS; index++) {
+            asking[index] = std::jthread([&, index] {
+                together.arrive_and_wait();
+                answers[index] = kel_getfd(owner);
+            });
+        }
+    }
+    EXPECT_GT(answers[0], 2);
+    for (const std::int32_t answer : answers) EXPECT_EQ(answer, answers[0]);
+    EXPECT_EQ(kel_getfd(owner), answers[0]);
+}
+
+TEST_F(client_contract, descriptor_can_be_asked_for_again_when_there_was_none)
+{
+    const client owner = new_client();
+    const int next_free = dup(STDIN_FILENO);
+    close(next_free);
+    rlimit all{};
+    getrlimit(RLIMIT_NOFILE, &all);
+    for (int left = 0; left < 3; left++) {
+        const rlimit few{static_cast<rlim_t>(next_free + left), all.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        EXPECT_EQ(kel_getfd(owner), -1) << "with " << left << " left";
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &all), 0);
+    EXPECT_EQ(dup(STDIN_FILENO), next_free) << "one was kept";
+    close(next_free);
+    EXPECT_GT(kel_getfd(owner), 2);
 }
 
 class tag_contract : public contract::test {};
@@ -622,6 +665,39 @@ TEST_F(signal_contract, daemon_flushes_each_client_after_its_own_interval)
     ASSERT_OK(kel_deregister_tag(slow, TAG));
     ASSERT_OK(kel_deregister_tag(fast, TAG + 1));
 }
+
+// Whether a packet waits and an event is pending when the client asks for its descriptor.
+class first_descriptor : public signal_contract,
+                         public testing::WithParamInterface<std::pair<bool, bool>> {};
+
+TEST_P(first_descriptor, shows_what_came_before)
+{
+    const auto [waiting, pending] = GetParam();
+    const client owner = new_receiver(TAG);
+    const kel_event event{KEL_EVENT_TAG_REGISTERED, 0, 1, 2, TAG, 0};
+    // What has come and gone does not show.
+    send(owner, true);
+    take_all(owner);
+    ASSERT_OK(kel_event_add(owner, &event));
+    next_event(owner);
+
+    if (waiting) send(owner, true);
+    if (pending) {
+        ASSERT_OK(kel_event_add(owner, &event));
+    }
+    EXPECT_EQ(is_readable(owner), waiting);
+    EXPECT_EQ(is_exceptional(owner), pending);
+    take_all(owner);
+    EXPECT_FALSE(is_readable(owner));
+    EXPECT_EQ(is_exceptional(owner), pending);
+    if (pending) next_event(owner);
+    EXPECT_FALSE(is_exceptional(owner));
+    ASSERT_OK(kel_deregister_tag(owner, TAG));
+}
+
+INSTANTIATE_TEST_SUITE_P(all, first_descriptor,
+                         testing::Values(std::pair{false, false}, std::pair{true, false},
+                                         std::pair{false, true}, std::pair{true, true}));
 
 // Both conditions of one descriptor, each set and cleared by itself. A condition that shows
 // late, or one that shows though it was cleared long ago, is found only by very many changes.

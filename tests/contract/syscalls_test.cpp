@@ -58,6 +58,11 @@ TEST(syscalls, packets_to_a_signalled_client_make_none)
     EXPECT_EQ(calls_of_handover("signalled"), std::vector<std::string>());
 }
 
+TEST(syscalls, due_signals_to_a_client_without_descriptor_make_none)
+{
+    EXPECT_EQ(calls_of_handover("unwatched"), std::vector<std::string>());
+}
+
 // One makes the descriptor readable and one ends that.
 TEST(syscalls, due_signals_make_two_each)
 {
