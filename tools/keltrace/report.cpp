@@ -42,7 +42,7 @@ public:
     }
 
 private:
-    bool fits(const char *format, va_list values)
+    [[gnu::format(printf, 2, 0)]] bool fits(const char *format, va_list values)
     {
         va_list copy;
         va_copy(copy, values);
