@@ -9,9 +9,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <thread>
+
 namespace kel_reference {
 
 namespace {
+
+constexpr int YIELDS = 100; // some 30 microseconds while nobody else wants the processor
 
 bool membarrier(int command)
 {
@@ -35,10 +39,21 @@ mutex::barriers offered(mutex::barriers wanted)
 
 mutex::mutex(barriers wanted) : barriers_are_made(offered(wanted)) {}
 
+// What is done under the lock mostly takes less time than to fall asleep and be woken.
+bool mutex::yield_and_lock()
+{
+    for (int turn = 0; turn < YIELDS; turn++) {
+        std::this_thread::yield();
+        if (word.load(std::memory_order_relaxed) == FREE && try_lock()) return true;
+    }
+    return false;
+}
+
 // A release either was over before the barrier, and is seen here, or sees the mark. A waiter that
 // was woken sets the mark again: there may be others.
 void mutex::wait_and_lock()
 {
+    if (yield_and_lock()) return;
     while (true) {
         const std::uint32_t wakes_before = wakes.load();
         is_awaited.store(true);

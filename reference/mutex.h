@@ -50,6 +50,7 @@ private:
     static constexpr std::uint32_t FREE = 0;
     static constexpr std::uint32_t TAKEN = 1;
 
+    bool yield_and_lock();
     void wait_and_lock();
     void wake_one();
 
