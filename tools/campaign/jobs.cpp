@@ -147,14 +147,17 @@ std::vector<task> control_jobs(const job_book &book, const std::vector<std::stri
 std::vector<task> exhaustive_jobs(const job_book &book, const setting &where,
                                   const std::vector<std::string> &cases, unsigned at_once)
 {
-    std::vector<std::map<std::string, unsigned>> calls(cases.size());
+    std::vector<observation> faultless(cases.size());
     in_parallel(cases.size(), at_once, [&](std::size_t i) {
-        calls[i] = observe(where, {cases[i], "", ""}).calls;
+        faultless[i] = observe(where, {cases[i], "", ""});
         return true;
     });
     std::vector<task> jobs;
     for (std::size_t i = 0; i < cases.size(); i++) {
-        for (const std::string &fault : faults_for(calls[i], {})) {
+        if (faultless[i].timed_out) {
+            throw std::runtime_error(cases[i] + ": its calls cannot be counted, it takes too long");
+        }
+        for (const std::string &fault : faults_for(faultless[i].calls, {})) {
             jobs.push_back(book.under_fault(cases[i], fault));
         }
     }
