@@ -126,6 +126,14 @@ void set_and_get_metadata(subject &used)
     check(kel_metadata_set(&group, used.packet) == 0, "metadata_set");
 }
 
+// While the other client keeps the daemon. A client's descriptor is not part of it.
+void register_and_deregister(subject &)
+{
+    kel_client client = 0;
+    check(kel_register_client(&client, "another", KEL_ROLE_ALWAYS, 32) == 0, "register_client");
+    check(kel_deregister_client(client) == 0, "deregister_client");
+}
+
 constexpr struct {
     const char *name;
     void (*run)(subject &);
@@ -137,6 +145,7 @@ constexpr struct {
     {"set_and_get_data", set_and_get_data},
     {"set_and_get_tlv", set_and_get_tlv},
     {"set_and_get_metadata", set_and_get_metadata},
+    {"register_and_deregister", register_and_deregister},
 };
 
 void repeat(void (*operation)(subject &))
