@@ -123,11 +123,13 @@ void flush_daemon::run()
     raise_priority();
     locked_state library;
     while (!is_retired) {
-        wakes_at = flush_clients(*library);
-        if (wakes_at == NEVER) {
+        // A time of its own: the wait goes on reading it without the lock.
+        const clock::time_point next_flush = flush_clients(*library);
+        wakes_at = next_flush;
+        if (next_flush == NEVER) {
             wake.wait(library.lock());
         } else {
-            wake.wait_until(library.lock(), wakes_at);
+            wake.wait_until(library.lock(), next_flush);
         }
     }
 }
