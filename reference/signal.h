@@ -42,7 +42,7 @@ struct socket_pair {
     bool open();
 };
 
-// What is to be seen on the descriptor is kept, too, until there is one.
+// The conditions of a client's descriptor. Those set before a pair is attached show from then on.
 class signal_descriptor {
 public:
     // What the client selects on; -1 before attach.
