@@ -3,7 +3,10 @@
 // The driver of the benchmarks: bench/run starts it. It builds what it compares, takes turns
 // between the programs, and prints tables in Markdown.
 #include <CLI/CLI.hpp>
+#include <sys/utsname.h>
+
 #include <algorithm>
+#include <fstream>
 #include <iostream>
 #include <thread>
 
@@ -30,6 +33,27 @@ std::vector<std::string> part_names()
     return names;
 }
 
+// As /proc/cpuinfo names it on x86; elsewhere the machine's kind.
+std::string processor_name()
+{
+    std::ifstream information("/proc/cpuinfo");
+    for (std::string line; std::getline(information, line);) {
+        const std::size_t colon = line.find(": ");
+        if (line.starts_with("model name") && colon != std::string::npos) {
+            return line.substr(colon + 2);
+        }
+    }
+    utsname system{};
+    return uname(&system) == 0 ? system.machine : "unknown";
+}
+
+// A figure is worth nothing without the machine that it comes from.
+void print_machine(std::ostream &out)
+{
+    out << processor_name() << ", " << std::thread::hardware_concurrency() << " processors, "
+        << BENCH_COMPILER << ".\n\n";
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -50,8 +74,11 @@ int main(int argc, char **argv)
     app.add_option("--jobs,-j", how.jobs, "at once, for builds and the campaign")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
+    app.add_flag("--all-peers", how.all_peers,
+                 "in the part runner every framework, not cmocka alone");
     app.add_option("--library-program", how.library_programs, "for the part library");
     CLI11_PARSE(app, argc, argv);
+    print_machine(std::cout);
     try {
         for (const part &known : PARTS) {
             if (std::find(chosen.begin(), chosen.end(), known.name) != chosen.end()) {
