@@ -21,7 +21,7 @@ std::optional<operation> find_operation(std::string_view name)
         std::find_if(std::begin(OPERATION_INFO), std::end(OPERATION_INFO),
                      [&](const operation_info &entry) { return name == entry.name; });
     if (found == std::end(OPERATION_INFO)) return std::nullopt;
-    return static_cast<operation>(found - OPERATION_INFO);
+    return static_cast<operation>(found - OPERATION_INFO.begin());
 }
 
 // Reads a count from 1 up; the rest of the text is left over.
