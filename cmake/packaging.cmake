@@ -14,26 +14,46 @@ set(packaging "${PROJECT_SOURCE_DIR}/packaging")
 set(prepared "${PROJECT_BINARY_DIR}/packaging")
 set(data "${CMAKE_INSTALL_DATADIR}/tavor")
 
-# Manual pages.
+# Manual pages: the pages of docs/ about commands. A machine without lowdown builds all the rest.
+set(manual_sources
+    docs/tavor.md
+    docs/tavor-reference.md
+    docs/tavor-run.md
+    docs/kel-campaign.md
+    docs/kel-campaign-spread.md
+    tools/keltrace/README.md)
+find_program(LOWDOWN lowdown)
 find_program(GZIP gzip)
-set(man_pages tavor.1 tavor-reference.1 tavor-run.1 kel-campaign.1
-    kel-campaign-spread.1 keltrace.7)
-foreach(page IN LISTS man_pages)
-  configure_file("${packaging}/man/${page}" "${prepared}/man/${page}" @ONLY)
-  if(GZIP)
-    execute_process(COMMAND "${GZIP}" -9nkf "${prepared}/man/${page}" COMMAND_ERROR_IS_FATAL ANY)
-  endif()
-endforeach()
+set(manual_pages "")
+if(LOWDOWN AND GZIP)
+  foreach(source IN LISTS manual_sources)
+    # The first line is "# name(section)".
+    file(STRINGS "${PROJECT_SOURCE_DIR}/${source}" title LIMIT_COUNT 1)
+    string(REGEX REPLACE "^# (.*)\\((.)\\)$" "\\1.\\2" name "${title}")
+    set(page "${prepared}/man/${name}.gz")
+    add_custom_command(
+      OUTPUT "${page}"
+      COMMAND sh "${packaging}/make_manual_page.sh" "${LOWDOWN}" "${GZIP}"
+              "${PROJECT_SOURCE_DIR}/${source}" "${PROJECT_VERSION}" "${page}"
+      DEPENDS "${PROJECT_SOURCE_DIR}/${source}" "${packaging}/make_manual_page.sh"
+      VERBATIM)
+    list(APPEND manual_pages "${page}")
+  endforeach()
+else()
+  message(STATUS "Manual pages are not built: lowdown or gzip is missing")
+endif()
+add_custom_target(manual ALL DEPENDS ${manual_pages})
+set_property(TARGET manual PROPERTY TAVOR_MANUAL_PAGES ${manual_pages})
 
 # install_man(<component> <page>...)
 function(install_man component)
   foreach(page IN LISTS ARGN)
     string(REGEX REPLACE ".*\\." "" section "${page}")
-    if(GZIP)
-      string(APPEND page .gz)
+    set(page "${prepared}/man/${page}.gz")
+    if(page IN_LIST manual_pages)
+      install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}"
+              COMPONENT ${component})
     endif()
-    install(FILES "${prepared}/man/${page}"
-            DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT ${component})
   endforeach()
 endfunction()
 

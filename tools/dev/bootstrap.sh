@@ -20,6 +20,9 @@ command:clang clang
 command:clang++ clang
 command:clang-format clang-format
 command:clang-tidy clang-tidy
+command:groff groff-base
+command:gzip gzip
+command:lowdown lowdown
 command:parallel parallel
 command:python3 python3
 command:readelf binutils

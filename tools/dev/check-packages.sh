@@ -33,6 +33,7 @@ install_needs "$RUN_NEEDS
 command:dpkg-shlibdeps dpkg-dev
 command:file file
 command:debootstrap debootstrap
+command:lowdown lowdown
 header:CLI/CLI.hpp libcli11-dev
 header:nlohmann/json.hpp nlohmann-json3-dev"
 
