@@ -11,6 +11,7 @@
 #include "reference/chain.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -54,10 +55,9 @@ std::uint32_t result_of_free(std::uint32_t notice)
 
 enum class end_of_chain { head, tail };
 
-std::uint32_t trim(kel_buffer *buffer, std::uint32_t size, end_of_chain end)
+std::uint32_t trim(state &library, kel_buffer *buffer, std::uint32_t size, end_of_chain end)
 {
-    locked_state library;
-    buffer_object *first = buffer ? library->buffers.find(*buffer) : nullptr;
+    buffer_object *first = buffer ? library.buffers.find(*buffer) : nullptr;
     if (!first) return EINVAL;
     const std::uint32_t total = chain_length(first);
     if (size > total) return ERANGE;
@@ -67,7 +67,7 @@ std::uint32_t trim(kel_buffer *buffer, std::uint32_t size, end_of_chain end)
     }
     const std::uint32_t kept = fires(fault::buf_trim_keeps_chain) ? 1 : 0;
     const auto trim_end = end == end_of_chain::head ? trim_front : trim_back;
-    *buffer = handle_of(trim_end(*library, *first, size, total + kept));
+    *buffer = handle_of(trim_end(library, *first, size, total + kept));
     return 0;
 }
 
@@ -105,86 +105,76 @@ buffer_object *duplicate(state &library, buffer_object &source, std::uint32_t of
 
 } // namespace
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_get_bufmem_start(uint64_t *start, uint32_t *length)
+uint32_t model::kel_get_bufmem_start(state &library, uint64_t *start, uint32_t *length)
 {
-    locked_state library;
     if (!start || !length) return EINVAL;
-    *start = reinterpret_cast<std::uintptr_t>(library->memory.start());
-    *length = static_cast<std::uint32_t>(library->memory.size());
+    *start = reinterpret_cast<std::uintptr_t>(library.memory.start());
+    *length = static_cast<std::uint32_t>(library.memory.size());
     return 0;
 }
 
-uint32_t kel_get_bufmem_info(uint64_t *bpa_paddr, uint64_t *bpa_vaddr, uint64_t *bpa_kvaddr,
-                             uint32_t *length)
+uint32_t model::kel_get_bufmem_info(state &library, uint64_t *bpa_paddr, uint64_t *bpa_vaddr,
+                                    uint64_t *bpa_kvaddr, uint32_t *length)
 {
-    locked_state library;
     if (!bpa_paddr || !bpa_vaddr || !bpa_kvaddr || !length) return EINVAL;
     *bpa_paddr = arena::PHYSICAL_START;
-    *bpa_vaddr = reinterpret_cast<std::uintptr_t>(library->memory.start());
+    *bpa_vaddr = reinterpret_cast<std::uintptr_t>(library.memory.start());
     *bpa_kvaddr = arena::KERNEL_START;
-    *length = static_cast<std::uint32_t>(library->memory.size());
+    *length = static_cast<std::uint32_t>(library.memory.size());
     return 0;
 }
 
-kel_buffer kel_get_buffer(kel_client client, kel_bufgroup group, uint32_t size, uint8_t contiguous,
-                          uint32_t *error)
+kel_buffer model::kel_get_buffer(state &library, kel_client client, kel_bufgroup group,
+                                 uint32_t size, uint8_t contiguous, uint32_t *error)
 {
-    locked_state library;
-    const obtained_chain chain = obtain_for(*library, client, group, size, contiguous);
+    const obtained_chain chain = obtain_for(library, client, group, size, contiguous);
     if (chain.head && fires(fault::buf_get_one_short)) chain.head->length -= size ? 1 : 0;
     store_error(error, chain.error);
     return handle_of(chain.head);
 }
 
-uint32_t kel_get_buffer_list(kel_client client, kel_bufgroup group, uint32_t size,
-                             uint8_t contiguous, uint16_t count, kel_buffer_list *list)
+uint32_t model::kel_get_buffer_list(state &library, kel_client client, kel_bufgroup group,
+                                    uint32_t size, uint8_t contiguous, uint16_t count,
+                                    kel_buffer_list *list)
 {
-    locked_state library;
-    client_object *obtainer = library->clients.find(client);
+    client_object *obtainer = library.clients.find(client);
     bufgroup_object *named = nullptr;
     if (!obtainer || !list || count > KEL_LIST_MAX) return EINVAL;
-    if (find_group_for_use(*library, *obtainer, group, named)) return EINVAL;
+    if (find_group_for_use(library, *obtainer, group, named)) return EINVAL;
     *list = {};
     while (list->allocated < count) {
-        const obtained_chain chain = obtain_for(*library, client, group, size, contiguous);
+        const obtained_chain chain = obtain_for(library, client, group, size, contiguous);
         if (!chain.head) break;
         list->buffers[list->allocated++] = chain.head->handle;
     }
     return 0;
 }
 
-uint32_t kel_free_buffer(kel_buffer buffer)
+uint32_t model::kel_free_buffer(state &library, kel_buffer buffer)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    buffer_object *freed = find_freeable(*library, buffer, error);
+    buffer_object *freed = find_freeable(library, buffer, error);
     if (!freed || fires(fault::buf_free_lost)) return error;
-    return result_of_free(free_single(*library, *freed));
+    return result_of_free(free_single(library, *freed));
 }
 
-uint32_t kel_free_bufchain(kel_buffer buffer)
+uint32_t model::kel_free_bufchain(state &library, kel_buffer buffer)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    buffer_object *freed = find_freeable(*library, buffer, error);
+    buffer_object *freed = find_freeable(library, buffer, error);
     if (!freed || fires(fault::buf_free_chain_lost)) return error;
     if (fires(fault::buf_free_chain_first_only)) {
-        return result_of_free(free_single(*library, *freed));
+        return result_of_free(free_single(library, *freed));
     }
     if (freed->previous) freed->previous->next = nullptr;
     freed->previous = nullptr;
-    return result_of_free(free_chain(*library, *freed));
+    return result_of_free(free_chain(library, *freed));
 }
 
-uint32_t kel_buf_append(kel_buffer buffer, kel_buffer added)
+uint32_t model::kel_buf_append(state &library, kel_buffer buffer, kel_buffer added)
 {
-    locked_state library;
-    buffer_object *first = library->buffers.find(buffer);
-    buffer_object *appended = library->buffers.find(added);
+    buffer_object *first = library.buffers.find(buffer);
+    buffer_object *appended = library.buffers.find(added);
     if (!first || !appended || appended->packet) return EINVAL;
     buffer_object &last = tail_of(*first);
     if (&last == &tail_of(*appended)) return EINVAL;
@@ -199,23 +189,21 @@ uint32_t kel_buf_append(kel_buffer buffer, kel_buffer added)
     return 0;
 }
 
-kel_buffer kel_buf_get_next(kel_buffer buffer)
+kel_buffer model::kel_buf_get_next(state &library, kel_buffer buffer)
 {
-    locked_state library;
-    const buffer_object *asked = library->buffers.find(buffer);
+    const buffer_object *asked = library.buffers.find(buffer);
     return asked ? handle_of(asked->next) : 0;
 }
 
-uint32_t kel_buf_get_buf_count(kel_buffer buffer)
+uint32_t model::kel_buf_get_buf_count(state &library, kel_buffer buffer)
 {
-    locked_state library;
-    return chain_count(library->buffers.find(buffer));
+    return chain_count(library.buffers.find(buffer));
 }
 
-uint32_t kel_buf_get_dptr(kel_buffer buffer, int32_t offset, void **data, uint32_t *length)
+uint32_t model::kel_buf_get_dptr(state &library, kel_buffer buffer, int32_t offset, void **data,
+                                 uint32_t *length)
 {
-    locked_state library;
-    const buffer_object *asked = library->buffers.find(buffer);
+    const buffer_object *asked = library.buffers.find(buffer);
     std::int64_t found = 0;
     if (!asked || !data || !length || !find_in_buffer(*asked, offset, found)) return EINVAL;
     *data = asked->memory + asked->data_start + found;
@@ -223,19 +211,17 @@ uint32_t kel_buf_get_dptr(kel_buffer buffer, int32_t offset, void **data, uint32
     return 0;
 }
 
-uint32_t kel_buf_get_length(kel_buffer buffer, uint32_t *length)
+uint32_t model::kel_buf_get_length(state &library, kel_buffer buffer, uint32_t *length)
 {
-    locked_state library;
-    const buffer_object *asked = library->buffers.find(buffer);
+    const buffer_object *asked = library.buffers.find(buffer);
     if (!asked || !length) return EINVAL;
     *length = asked->length;
     return 0;
 }
 
-uint32_t kel_buf_set_length(kel_buffer buffer, uint32_t length)
+uint32_t model::kel_buf_set_length(state &library, kel_buffer buffer, uint32_t length)
 {
-    locked_state library;
-    buffer_object *changed = library->buffers.find(buffer);
+    buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
     const bool ignores_room = fires(fault::buf_set_length_ignores_head_room);
     const std::uint32_t room = ignores_room ? 0 : changed->data_start;
@@ -245,10 +231,9 @@ uint32_t kel_buf_set_length(kel_buffer buffer, uint32_t length)
     return 0;
 }
 
-uint32_t kel_buf_reserve_space(kel_buffer buffer, uint32_t size)
+uint32_t model::kel_buf_reserve_space(state &library, kel_buffer buffer, uint32_t size)
 {
-    locked_state library;
-    buffer_object *changed = library->buffers.find(buffer);
+    buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
     if (changed->space_reserved && !fires(fault::buf_reserve_space_twice)) return EINVAL;
     const bool takes_all = size == changed->capacity && fires(fault::buf_reserve_space_takes_all);
@@ -261,10 +246,10 @@ uint32_t kel_buf_reserve_space(kel_buffer buffer, uint32_t size)
     return 0;
 }
 
-uint32_t kel_buf_set_data(kel_buffer buffer, uint32_t offset, const void *source, uint32_t length)
+uint32_t model::kel_buf_set_data(state &library, kel_buffer buffer, uint32_t offset,
+                                 const void *source, uint32_t length)
 {
-    locked_state library;
-    buffer_object *first = library->buffers.find(buffer);
+    buffer_object *first = library.buffers.find(buffer);
     if (!first || !source) return EINVAL;
     const std::uint64_t end = std::uint64_t{offset} + length;
     if (end > chain_length(first)) return chosen_options().write_beyond_end_error;
@@ -273,83 +258,83 @@ uint32_t kel_buf_set_data(kel_buffer buffer, uint32_t offset, const void *source
     return 0;
 }
 
-uint32_t kel_buf_get_data(kel_buffer buffer, uint32_t offset, void *destination, uint32_t *length)
+uint32_t model::kel_buf_get_data(state &library, kel_buffer buffer, uint32_t offset,
+                                 void *destination, uint32_t *length)
 {
-    locked_state library;
-    buffer_object *first = library->buffers.find(buffer);
+    buffer_object *first = library.buffers.find(buffer);
     if (!first || !destination || !length) return EINVAL;
     const std::uint32_t asked = *length;
     *length = copy_out(first, offset, destination, asked);
     return *length == asked ? 0 : ENOSPC;
 }
 
-uint32_t kel_buf_trim_head(kel_buffer *buffer, uint32_t size)
+uint32_t model::kel_buf_trim_head(state &library, kel_buffer *buffer, uint32_t size)
 {
-    return trim(buffer, size, end_of_chain::head);
+    return trim(library, buffer, size, end_of_chain::head);
 }
 
-uint32_t kel_buf_trim_tail(kel_buffer *buffer, uint32_t size)
+uint32_t model::kel_buf_trim_tail(state &library, kel_buffer *buffer, uint32_t size)
 {
-    return trim(buffer, size, end_of_chain::tail);
+    return trim(library, buffer, size, end_of_chain::tail);
 }
 
-uint32_t kel_buf_adj(kel_buffer *buffer, int32_t size)
+uint32_t model::kel_buf_adj(state &library, kel_buffer *buffer, int32_t size)
 {
     const bool reversed = fires(fault::buf_adj_reversed);
     const auto magnitude = static_cast<std::uint32_t>(size < 0 ? -std::int64_t{size} : size);
-    return trim(buffer, magnitude,
+    return trim(library, buffer, magnitude,
                 (size < 0) != reversed ? end_of_chain::tail : end_of_chain::head);
 }
 
-uint32_t kel_buf_add_head(kel_buffer *buffer, uint32_t size)
+uint32_t model::kel_buf_add_head(state &library, kel_buffer *buffer, uint32_t size)
 {
-    locked_state library;
-    buffer_object *first = buffer ? library->buffers.find(*buffer) : nullptr;
+    buffer_object *first = buffer ? library.buffers.find(*buffer) : nullptr;
     if (!first) return EINVAL;
-    const std::uint32_t error = grow_front(*library, first, size);
+    const std::uint32_t error = grow_front(library, first, size);
     if (!error) *buffer = first->handle;
     return error;
 }
 
-uint32_t kel_buf_add_tail(kel_buffer buffer, uint32_t size)
+uint32_t model::kel_buf_add_tail(state &library, kel_buffer buffer, uint32_t size)
 {
-    locked_state library;
-    buffer_object *first = library->buffers.find(buffer);
-    return first ? grow_back(*library, *first, size) : EINVAL;
+    buffer_object *first = library.buffers.find(buffer);
+    return first ? grow_back(library, *first, size) : EINVAL;
 }
 
-uint32_t kel_buf_get_paddr(kel_buffer buffer, uint64_t *address, uint32_t *length)
+uint32_t model::kel_buf_get_paddr(state &library, kel_buffer buffer, uint64_t *address,
+                                  uint32_t *length)
 {
-    locked_state library;
-    const buffer_object *asked = library->buffers.find(buffer);
+    const buffer_object *asked = library.buffers.find(buffer);
     if (!asked || !address || !length) return EINVAL;
-    *address = library->memory.physical_address(asked->memory + asked->data_start);
+    *address = library.memory.physical_address(asked->memory + asked->data_start);
     *length = asked->length;
     return 0;
 }
 
-uint32_t kel_buf_get_paddr_iov(kel_buffer buffer, kel_iovec *entries, uint32_t *count)
+uint32_t model::kel_buf_get_paddr_iov(state &library, kel_buffer buffer, kel_iovec *entries,
+                                      uint32_t *count)
 {
-    locked_state library;
-    const buffer_object *first = library->buffers.find(buffer);
+    const buffer_object *first = library.buffers.find(buffer);
     if (!first || !entries || !count) return EINVAL;
     const std::uint32_t buffers = chain_count(first);
     if (buffers > *count) return ENOSPC;
     *count = 0;
     for (const buffer_object *each = first; each; each = each->next) {
-        entries[(*count)++] = {library->memory.physical_address(each->memory + each->data_start),
+        entries[(*count)++] = {library.memory.physical_address(each->memory + each->data_start),
                                each->length};
     }
     return 0;
 }
 
-kel_buffer kel_buf_duplicate(kel_buffer buffer, uint32_t offset, uint32_t length, uint32_t *error)
+kel_buffer model::kel_buf_duplicate(state &library, kel_buffer buffer, uint32_t offset,
+                                    uint32_t length, uint32_t *error)
 {
-    locked_state library;
-    buffer_object *source = library->buffers.find(buffer);
+    buffer_object *source = library.buffers.find(buffer);
     std::uint32_t result = EINVAL;
     const buffer_object *made =
-        source ? duplicate(*library, *source, offset, length, result) : nullptr;
+        source ? duplicate(library, *source, offset, length, result) : nullptr;
     store_error(error, result);
     return handle_of(made);
 }
+
+} // namespace kel_reference

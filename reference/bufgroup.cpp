@@ -10,6 +10,7 @@
 
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -180,36 +181,30 @@ void release_bufgroups(state &library, client_object &client)
     }
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_register_bufgroup(kel_client client, kel_bufgroup *group, const char *name)
+uint32_t model::kel_register_bufgroup(state &library, kel_client client, kel_bufgroup *group,
+                                      const char *name)
 {
-    locked_state library;
-    client_object *registering = library->clients.find(client);
+    client_object *registering = library.clients.find(client);
     if (!registering || !group || !is_group_name(name)) return EINVAL;
-    return register_regular(*library, *registering, *group, name);
+    return register_regular(library, *registering, *group, name);
 }
 
-uint32_t kel_deregister_bufgroup(kel_client client, kel_bufgroup group)
+uint32_t model::kel_deregister_bufgroup(state &library, kel_client client, kel_bufgroup group)
 {
-    locked_state library;
-    bufgroup_object *left = find_registered(*library, client, group);
+    bufgroup_object *left = find_registered(library, client, group);
     if (!left) return EINVAL;
     if (fires(fault::bufgroup_deregister_lost)) return 0;
-    leave_group(*library, *library->clients.find(client), *left, false);
+    leave_group(library, *library.clients.find(client), *left, false);
     return 0;
 }
 
-uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group, uint32_t mask,
-                                 const kel_bufgroup_thresholds *buffers,
-                                 const kel_bufgroup_thresholds *bytes)
+uint32_t model::kel_bufgroup_set_params(state &library, kel_client client, kel_bufgroup group,
+                                        uint32_t mask, const kel_bufgroup_thresholds *buffers,
+                                        const kel_bufgroup_thresholds *bytes)
 {
-    locked_state library;
-    bufgroup_object *set = find_registered(*library, client, group);
+    bufgroup_object *set = find_registered(library, client, group);
     if (!set && fires(fault::bufgroup_set_params_by_strangers)) {
-        set = library->bufgroups.find(group);
+        set = library.bufgroups.find(group);
     }
     const bool sets_buffers = mask & KEL_BUFGROUP_BUFFERS;
     const bool sets_bytes = mask & KEL_BUFGROUP_BYTES;
@@ -227,11 +222,11 @@ uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group, uint32_t
     return 0;
 }
 
-uint32_t kel_bufgroup_get_params(kel_client client, kel_bufgroup group, uint32_t *mask,
-                                 kel_bufgroup_thresholds *buffers, kel_bufgroup_thresholds *bytes)
+uint32_t model::kel_bufgroup_get_params(state &library, kel_client client, kel_bufgroup group,
+                                        uint32_t *mask, kel_bufgroup_thresholds *buffers,
+                                        kel_bufgroup_thresholds *bytes)
 {
-    locked_state library;
-    const bufgroup_object *read = find_registered(*library, client, group);
+    const bufgroup_object *read = find_registered(library, client, group);
     if (!read || !mask || !buffers || !bytes) return EINVAL;
     *mask = read->mask;
     *buffers = read->buffers;
@@ -239,34 +234,33 @@ uint32_t kel_bufgroup_get_params(kel_client client, kel_bufgroup group, uint32_t
     return 0;
 }
 
-uint32_t kel_get_bufcount_byclient(kel_client client, uint32_t *buffers, uint32_t *bytes)
+uint32_t model::kel_get_bufcount_byclient(state &library, kel_client client, uint32_t *buffers,
+                                          uint32_t *bytes)
 {
-    locked_state library;
-    const client_object *counted = library->clients.find(client);
+    const client_object *counted = library.clients.find(client);
     if (!counted || !buffers || !bytes) return EINVAL;
     *buffers = counted->used.buffers;
     *bytes = counted->used.bytes;
     return 0;
 }
 
-uint32_t kel_get_count_bygroup(kel_client client, kel_bufgroup group, uint32_t *buffers,
-                               uint32_t *bytes)
+uint32_t model::kel_get_count_bygroup(state &library, kel_client client, kel_bufgroup group,
+                                      uint32_t *buffers, uint32_t *bytes)
 {
-    locked_state library;
-    const bufgroup_object *counted = find_registered(*library, client, group);
+    const bufgroup_object *counted = find_registered(library, client, group);
     if (!counted || !buffers || !bytes) return EINVAL;
     *buffers = counted->used.buffers;
     *bytes = counted->used.bytes;
     return 0;
 }
 
-uint32_t kel_get_count_bytag(kel_client client, kel_tag tag, uint32_t *buffers, uint32_t *bytes)
+uint32_t model::kel_get_count_bytag(state &library, kel_client client, kel_tag tag,
+                                    uint32_t *buffers, uint32_t *bytes)
 {
-    locked_state library;
-    const client_object *obtainer = library->clients.find(client);
+    const client_object *obtainer = library.clients.find(client);
     if ((client && !obtainer) || !tag || !buffers || !bytes) return EINVAL;
     usage counted;
-    library->packets.for_each([&](const packet_object &packet) {
+    library.packets.for_each([&](const packet_object &packet) {
         if (packet.metadata.tag != tag) return;
         for (const buffer_object *each = packet.head; each; each = each->next) {
             if (obtainer && each->obtainer != obtainer) continue;
@@ -279,3 +273,5 @@ uint32_t kel_get_count_bytag(kel_client client, kel_tag tag, uint32_t *buffers, 
     *bytes = counted.bytes;
     return 0;
 }
+
+} // namespace kel_reference

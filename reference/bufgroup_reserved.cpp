@@ -8,6 +8,7 @@
 #include "reference/bufgroup.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -111,19 +112,17 @@ void release_elements(state &library, bufgroup_object &group)
     library.memory.free_region(group.elements, group.element_pitch * group.element_count);
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_register_reserved_bufgroup(kel_client client, kel_bufgroup *group, const char *name,
-                                        uint32_t element_size, uint32_t element_count,
-                                        uint32_t head_room, uint32_t no_poison)
+uint32_t model::kel_register_reserved_bufgroup(state &library, kel_client client,
+                                               kel_bufgroup *group, const char *name,
+                                               uint32_t element_size, uint32_t element_count,
+                                               uint32_t head_room, uint32_t no_poison)
 {
-    locked_state library;
-    client_object *registering = library->clients.find(client);
+    client_object *registering = library.clients.find(client);
     if (!registering || !group || !is_group_name(name)) return EINVAL;
     if (!element_size || !element_count) return EINVAL;
     const std::uint32_t room = chosen_options().reserved_head_room == 2 ? 0 : head_room;
-    return register_reserved(*library, *registering, *group, name,
+    return register_reserved(library, *registering, *group, name,
                              {element_size, element_count, room, no_poison != 0});
 }
+
+} // namespace kel_reference

@@ -11,6 +11,7 @@
 #include "reference/daemon.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -48,68 +49,68 @@ void release_holdings(state &library, client_object &client)
     cancel_flush(library, client);
 }
 
+bool open_without_lock(state &library, socket_pair &pair)
+{
+    const unlocked meanwhile(library);
+    return pair.open();
+}
+
 } // namespace
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_nocrash_set()
+uint32_t model::kel_nocrash_set(state &)
 {
     return 0; // a handle or an argument never ends the process, asked or not
 }
 
-uint32_t kel_register_client(kel_client *client, const char *name, uint32_t role, uint32_t depth)
+uint32_t model::kel_register_client(state &library, kel_client *client, const char *name,
+                                    uint32_t role, uint32_t depth)
 {
     if (role > KEL_ROLE_STANDBY) return EINVAL;
     if (!client) {
         return fires(fault::client_register_accepts_null) ? 0 : chosen_options().null_result_error;
     }
-    locked_state library;
-    client_object *created = library->clients.create();
+    client_object *created = library.clients.create();
     if (!created) return ENOMEM;
     if (!start_daemon()) {
-        library->clients.release(*created);
+        library.clients.release(*created);
         return ENOMEM;
     }
-    set_up(*library, *created, name, role, depth);
+    set_up(library, *created, name, role, depth);
     *client = created->handle;
     return 0;
 }
 
-uint32_t kel_deregister_client(kel_client client)
+uint32_t model::kel_deregister_client(state &library, kel_client client)
 {
-    // Both end after the lock is released: the daemon needs it in order to end.
-    std::unique_ptr<flush_daemon> retired;
-    signal_descriptor closed;
-
-    locked_state library;
-    client_object *released = library->clients.find(client);
-    if (!released) return client_refusal(*library, client);
+    client_object *released = library.clients.find(client);
+    if (!released) return client_refusal(library, client);
     if (fires(fault::client_deregister_stays_valid)) return 0;
-    release_holdings(*library, *released);
-    closed = std::move(released->descriptor);
-    library->clients.release(*released);
-    if (library->clients.size() == 0) retired = retire_daemon();
+    release_holdings(library, *released);
+    // Both end without the lock: the daemon needs it in order to end.
+    signal_descriptor closed = std::move(released->descriptor);
+    std::unique_ptr<flush_daemon> retired;
+    library.clients.release(*released);
+    if (library.clients.size() == 0) retired = retire_daemon();
+    const unlocked meanwhile(library);
+    retired.reset();
+    closed = {};
     return 0;
 }
 
 // Most clients never ask, and making a descriptor takes longer than all the rest of a
-// registration. It is made without the lock held.
-int32_t kel_getfd(kel_client client)
+// registration. Other threads need not wait for it.
+int32_t model::kel_getfd(state &library, kel_client client)
 {
-    {
-        locked_state library;
-        const client_object *asked = library->clients.find(client);
-        if (!asked) return -1;
-        if (asked->descriptor.is_open()) return asked->descriptor.descriptor();
-    }
+    client_object *asked = library.clients.find(client);
+    if (!asked) return -1;
+    if (asked->descriptor.is_open()) return asked->descriptor.descriptor();
     socket_pair made;
-    if (!made.open()) return -1;
+    if (!open_without_lock(library, made)) return -1;
 
-    locked_state library;
-    client_object *asked = library->clients.find(client);
+    asked = library.clients.find(client);
     if (!asked) return -1;
     if (!asked->descriptor.is_open()) asked->descriptor.attach(std::move(made));
     return asked->descriptor.descriptor();
 }
+
+} // namespace kel_reference

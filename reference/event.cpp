@@ -11,6 +11,7 @@
 #include "reference/client.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -214,35 +215,33 @@ bool is_valid(state &library, const client_object &client, const kel_event &even
            is_valid_object(library, client, event);
 }
 
-std::uint32_t add_event(kel_client client, const kel_event &event)
+std::uint32_t add_event(state &library, kel_client client, const kel_event &event)
 {
-    locked_state library;
-    client_object *owner = library->clients.find(client);
-    if (!owner) return client_refusal(*library, client);
-    if (!is_valid(*library, *owner, event)) return EINVAL;
-    if (event.type == KEL_EVENT_TAG && !is_held(*library, event.object)) {
+    client_object *owner = library.clients.find(client);
+    if (!owner) return client_refusal(library, client);
+    if (!is_valid(library, *owner, event)) return EINVAL;
+    if (event.type == KEL_EVENT_TAG && !is_held(library, event.object)) {
         return fires(fault::event_add_accepts_unheld_tag) ? 0 : EINVAL;
     }
-    drop(*library, *owner, event);
-    arm(*library, *owner, event);
-    if (is_due_when_armed(*library, event)) {
-        fire(*library, *owner, std::prev(owner->events.end()));
+    drop(library, *owner, event);
+    arm(library, *owner, event);
+    if (is_due_when_armed(library, event)) {
+        fire(library, *owner, std::prev(owner->events.end()));
     }
     show_pending(*owner);
     return 0;
 }
 
-std::uint32_t remove_event(kel_client client, const kel_event &event)
+std::uint32_t remove_event(state &library, kel_client client, const kel_event &event)
 {
-    locked_state library;
-    client_object *owner = library->clients.find(client);
-    if (!owner) return client_refusal(*library, client);
+    client_object *owner = library.clients.find(client);
+    if (!owner) return client_refusal(library, client);
     std::uint32_t result = 0;
     if (event.type == KEL_EVENT_ALL) {
-        drop_all(*library, *owner);
-    } else if (!is_valid(*library, *owner, event)) {
+        drop_all(library, *owner);
+    } else if (!is_valid(library, *owner, event)) {
         result = EINVAL;
-    } else if (!fires(fault::event_remove_keeps) && !drop(*library, *owner, event)) {
+    } else if (!fires(fault::event_remove_keeps) && !drop(library, *owner, event)) {
         result = chosen_options().unarmed_event_error;
     }
     show_pending(*owner);
@@ -279,16 +278,15 @@ kel_event take_pending(client_object &client)
     return event;
 }
 
-// Sleeps until the gate is signalled. False when the deadline has passed.
-bool sleep_at(event_gate &gate, std::unique_lock<mutex> &lock,
-              const std::optional<clock::time_point> &deadline)
+// Sleeps, without the lock, until the gate is signalled. False when the deadline has passed.
+bool sleep_at(event_gate &gate, state &library, const std::optional<clock::time_point> &deadline)
 {
     if (!deadline) {
-        gate.changed.wait(lock);
+        gate.changed.wait(library.lock);
         return true;
     }
     if (clock::now() >= *deadline) return false;
-    gate.changed.wait_until(lock, *deadline);
+    gate.changed.wait_until(library.lock, *deadline);
     return true;
 }
 
@@ -351,64 +349,62 @@ void release_events(state &library, client_object &client)
     client.gate->changed.notify_all();
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_event_add(kel_client client, const kel_event *event)
+uint32_t model::kel_event_add(state &library, kel_client client, const kel_event *event)
 {
-    return event ? add_event(client, *event) : EINVAL;
+    return event ? add_event(library, client, *event) : EINVAL;
 }
 
-uint32_t kel_event_remove(kel_client client, const kel_event *event)
+uint32_t model::kel_event_remove(state &library, kel_client client, const kel_event *event)
 {
-    return event ? remove_event(client, *event) : EINVAL;
+    return event ? remove_event(library, client, *event) : EINVAL;
 }
 
-uint32_t kel_event_add_tag(kel_client client, kel_tag tag, uint32_t context1, uint32_t context2)
+uint32_t model::kel_event_add_tag(state &library, kel_client client, kel_tag tag, uint32_t context1,
+                                  uint32_t context2)
 {
-    return add_event(client, {KEL_EVENT_TAG, 0, context1, context2, tag, 0});
+    return add_event(library, client, {KEL_EVENT_TAG, 0, context1, context2, tag, 0});
 }
 
-uint32_t kel_event_remove_tag(kel_client client, kel_tag tag)
+uint32_t model::kel_event_remove_tag(state &library, kel_client client, kel_tag tag)
 {
-    return remove_event(client, {KEL_EVENT_TAG, 0, 0, 0, tag, 0});
+    return remove_event(library, client, {KEL_EVENT_TAG, 0, 0, 0, tag, 0});
 }
 
-uint32_t kel_event_add_bufgroup(kel_client client, kel_bufgroup group, uint32_t group_flags,
-                                uint32_t context1, uint32_t context2)
+uint32_t model::kel_event_add_bufgroup(state &library, kel_client client, kel_bufgroup group,
+                                       uint32_t group_flags, uint32_t context1, uint32_t context2)
 {
-    return add_event(client, {KEL_EVENT_BUFGROUP, 0, context1, context2, group, group_flags});
+    return add_event(library, client,
+                     {KEL_EVENT_BUFGROUP, 0, context1, context2, group, group_flags});
 }
 
-uint32_t kel_event_remove_bufgroup(kel_client client, kel_bufgroup group, uint32_t group_flags)
+uint32_t model::kel_event_remove_bufgroup(state &library, kel_client client, kel_bufgroup group,
+                                          uint32_t group_flags)
 {
-    return remove_event(client, {KEL_EVENT_BUFGROUP, 0, 0, 0, group, group_flags});
+    return remove_event(library, client, {KEL_EVENT_BUFGROUP, 0, 0, 0, group, group_flags});
 }
 
-uint32_t kel_event_clear(kel_client client)
+uint32_t model::kel_event_clear(state &library, kel_client client)
 {
-    locked_state library;
-    client_object *cleared = library->clients.find(client);
-    if (!cleared) return client_refusal(*library, client);
-    drop_all(*library, *cleared);
+    client_object *cleared = library.clients.find(client);
+    if (!cleared) return client_refusal(library, client);
+    drop_all(library, *cleared);
     show_pending(*cleared);
     end_waits(*cleared);
     return 0;
 }
 
-uint32_t kel_event_wait(kel_client client, kel_event *event, const struct timeval *timeout)
+uint32_t model::kel_event_wait(state &library, kel_client client, kel_event *event,
+                               const struct timeval *timeout)
 {
     std::optional<clock::time_point> deadline;
     if (!event || !deadline_of(timeout, deadline)) return EINVAL;
 
-    locked_state library;
-    client_object *waiting = library->clients.find(client);
-    if (!waiting) return client_refusal(*library, client);
+    client_object *waiting = library.clients.find(client);
+    if (!waiting) return client_refusal(library, client);
     const std::shared_ptr<event_gate> gate = waiting->gate;
     const std::uint64_t clears = gate->clears;
     while (waiting->pending_events.empty()) {
-        const bool timed_out = !sleep_at(*gate, library.lock(), deadline);
+        const bool timed_out = !sleep_at(*gate, library, deadline);
         const bool interrupted = gate->client_is_gone || gate->clears != clears;
         if (timed_out || (interrupted && !chosen_options().interrupted_wait_keeps_record)) {
             *event = {};
@@ -418,3 +414,5 @@ uint32_t kel_event_wait(kel_client client, kel_event *event, const struct timeva
     *event = take_pending(*waiting);
     return 0;
 }
+
+} // namespace kel_reference

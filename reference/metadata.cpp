@@ -9,6 +9,7 @@
 
 #include "reference/chain.h"
 #include "reference/faults.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 #include "reference/packet.h"
 
@@ -79,21 +80,20 @@ std::uint32_t write_offset(packet_object &packet, std::uint32_t kind, std::int64
 }
 
 template <typename value_type>
-std::uint32_t read_field(kel_packet packet, value_type packet_metadata::*field, value_type *stored)
+std::uint32_t read_field(state &library, kel_packet packet, value_type packet_metadata::*field,
+                         value_type *stored)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     if (!read || !stored) return EINVAL;
     *stored = read->metadata.*field;
     return 0;
 }
 
 template <typename value_type>
-std::uint32_t write_field(kel_packet packet, value_type packet_metadata::*field, value_type value,
-                          fault lost)
+std::uint32_t write_field(state &library, kel_packet packet, value_type packet_metadata::*field,
+                          value_type value, fault lost)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written) return EINVAL;
     if (!fires(lost)) written->metadata.*field = value;
     return 0;
@@ -212,52 +212,43 @@ void lower_offsets(packet_metadata &metadata, std::uint32_t size)
     }
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_get_length(kel_packet packet)
+uint32_t model::kel_get_length(state &library, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     return read ? read->length : 0;
 }
 
-uint32_t kel_set_length(kel_packet packet, uint32_t length)
+uint32_t model::kel_set_length(state &library, kel_packet packet, uint32_t length)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written) return EINVAL;
     if (!length_fits(*written, length)) return chosen_options().bound_error;
     if (!fires(fault::metadata_set_length_lost)) set_length(*written, length);
     return 0;
 }
 
-kel_tag kel_get_tag(kel_packet packet)
+kel_tag model::kel_get_tag(state &library, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     return read ? read->metadata.tag : 0;
 }
 
-uint32_t kel_set_tag(kel_packet packet, kel_tag tag)
+uint32_t model::kel_set_tag(state &library, kel_packet packet, kel_tag tag)
 {
-    return write_field(packet, &packet_metadata::tag, tag, fault::metadata_set_tag_lost);
+    return write_field(library, packet, &packet_metadata::tag, tag, fault::metadata_set_tag_lost);
 }
 
-uint32_t kel_get_ifid(kel_packet packet, uint32_t kind, uint64_t *id)
+uint32_t model::kel_get_ifid(state &library, kel_packet packet, uint32_t kind, uint64_t *id)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     if (!read || kind >= INTERFACE_KINDS || !id) return EINVAL;
     *id = read->metadata.ifids[kind];
     return 0;
 }
 
-uint32_t kel_set_ifid(kel_packet packet, uint32_t kind, uint64_t id)
+uint32_t model::kel_set_ifid(state &library, kel_packet packet, uint32_t kind, uint64_t id)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written || kind >= INTERFACE_KINDS) return EINVAL;
     if (fires(fault::metadata_set_ifid_lost)) return 0;
     written->metadata.ifids[kind] = id;
@@ -266,134 +257,130 @@ uint32_t kel_set_ifid(kel_packet packet, uint32_t kind, uint64_t id)
     return 0;
 }
 
-uint64_t kel_get_input_ifid(kel_packet packet)
+uint64_t model::kel_get_input_ifid(state &library, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     return read ? read->metadata.ifids[IF_INPUT] : 0;
 }
 
-uint32_t kel_get_offset(kel_packet packet, uint32_t kind, uint32_t *offset)
+uint32_t model::kel_get_offset(state &library, kel_packet packet, uint32_t kind, uint32_t *offset)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     if (!read || !is_offset_kind(kind) || !offset) return EINVAL;
     *offset = read->metadata.offsets[kind];
     return 0;
 }
 
-uint32_t kel_set_offset(kel_packet packet, uint32_t kind, uint32_t offset)
+uint32_t model::kel_set_offset(state &library, kel_packet packet, uint32_t kind, uint32_t offset)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written || !is_settable_offset(kind)) return EINVAL;
     return write_offset(*written, kind, offset);
 }
 
-uint32_t kel_adj_offset(kel_packet packet, uint32_t kind, int32_t adjustment)
+uint32_t model::kel_adj_offset(state &library, kel_packet packet, uint32_t kind, int32_t adjustment)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written || !is_settable_offset(kind)) return EINVAL;
     const std::int64_t before =
         fires(fault::metadata_adj_offset_sets) ? 0 : written->metadata.offsets[kind];
     return write_offset(*written, kind, before + adjustment);
 }
 
-uint32_t kel_get_cause(kel_packet packet, uint32_t *cause)
+uint32_t model::kel_get_cause(state &library, kel_packet packet, uint32_t *cause)
 {
-    return read_field(packet, &packet_metadata::cause, cause);
+    return read_field(library, packet, &packet_metadata::cause, cause);
 }
 
-uint32_t kel_set_cause(kel_packet packet, uint32_t cause)
+uint32_t model::kel_set_cause(state &library, kel_packet packet, uint32_t cause)
 {
-    return write_field(packet, &packet_metadata::cause, cause, fault::metadata_set_cause_lost);
+    return write_field(library, packet, &packet_metadata::cause, cause,
+                       fault::metadata_set_cause_lost);
 }
 
-uint32_t kel_get_priority(kel_packet packet, uint16_t *priority)
+uint32_t model::kel_get_priority(state &library, kel_packet packet, uint16_t *priority)
 {
-    return read_field(packet, &packet_metadata::priority, priority);
+    return read_field(library, packet, &packet_metadata::priority, priority);
 }
 
-uint32_t kel_set_priority(kel_packet packet, uint16_t priority)
+uint32_t model::kel_set_priority(state &library, kel_packet packet, uint16_t priority)
 {
-    return write_field(packet, &packet_metadata::priority, priority,
+    return write_field(library, packet, &packet_metadata::priority, priority,
                        fault::metadata_set_priority_lost);
 }
 
-uint32_t kel_get_link_type(kel_packet packet, uint16_t *link_type)
+uint32_t model::kel_get_link_type(state &library, kel_packet packet, uint16_t *link_type)
 {
-    return read_field(packet, &packet_metadata::link_type, link_type);
+    return read_field(library, packet, &packet_metadata::link_type, link_type);
 }
 
-uint32_t kel_set_link_type(kel_packet packet, uint16_t link_type)
+uint32_t model::kel_set_link_type(state &library, kel_packet packet, uint16_t link_type)
 {
-    return write_field(packet, &packet_metadata::link_type, link_type,
+    return write_field(library, packet, &packet_metadata::link_type, link_type,
                        fault::metadata_set_link_type_lost);
 }
 
-uint32_t kel_get_vrf_id(kel_packet packet, uint32_t *vrf_id)
+uint32_t model::kel_get_vrf_id(state &library, kel_packet packet, uint32_t *vrf_id)
 {
-    return read_field(packet, &packet_metadata::vrf_id, vrf_id);
+    return read_field(library, packet, &packet_metadata::vrf_id, vrf_id);
 }
 
-uint32_t kel_set_vrf_id(kel_packet packet, uint32_t vrf_id)
+uint32_t model::kel_set_vrf_id(state &library, kel_packet packet, uint32_t vrf_id)
 {
-    return write_field(packet, &packet_metadata::vrf_id, vrf_id, fault::metadata_set_vrf_id_lost);
+    return write_field(library, packet, &packet_metadata::vrf_id, vrf_id,
+                       fault::metadata_set_vrf_id_lost);
 }
 
-uint32_t kel_get_topology_id(kel_packet packet, uint32_t *topology_id)
+uint32_t model::kel_get_topology_id(state &library, kel_packet packet, uint32_t *topology_id)
 {
-    return read_field(packet, &packet_metadata::topology_id, topology_id);
+    return read_field(library, packet, &packet_metadata::topology_id, topology_id);
 }
 
-uint32_t kel_set_topology_id(kel_packet packet, uint32_t topology_id)
+uint32_t model::kel_set_topology_id(state &library, kel_packet packet, uint32_t topology_id)
 {
-    return write_field(packet, &packet_metadata::topology_id, topology_id,
+    return write_field(library, packet, &packet_metadata::topology_id, topology_id,
                        fault::metadata_set_topology_id_lost);
 }
 
-uint32_t kel_get_ingress_vlan_id(kel_packet packet, uint16_t *vlan_id)
+uint32_t model::kel_get_ingress_vlan_id(state &library, kel_packet packet, uint16_t *vlan_id)
 {
-    return read_field(packet, &packet_metadata::ingress_vlan_id, vlan_id);
+    return read_field(library, packet, &packet_metadata::ingress_vlan_id, vlan_id);
 }
 
-uint32_t kel_set_ingress_vlan_id(kel_packet packet, uint16_t vlan_id)
+uint32_t model::kel_set_ingress_vlan_id(state &library, kel_packet packet, uint16_t vlan_id)
 {
-    return write_field(packet, &packet_metadata::ingress_vlan_id, vlan_id,
+    return write_field(library, packet, &packet_metadata::ingress_vlan_id, vlan_id,
                        fault::metadata_set_ingress_vlan_id_lost);
 }
 
-uint32_t kel_get_egress_vlan_id(kel_packet packet, uint16_t *vlan_id)
+uint32_t model::kel_get_egress_vlan_id(state &library, kel_packet packet, uint16_t *vlan_id)
 {
-    return read_field(packet, &packet_metadata::egress_vlan_id, vlan_id);
+    return read_field(library, packet, &packet_metadata::egress_vlan_id, vlan_id);
 }
 
-uint32_t kel_set_egress_vlan_id(kel_packet packet, uint16_t vlan_id)
+uint32_t model::kel_set_egress_vlan_id(state &library, kel_packet packet, uint16_t vlan_id)
 {
-    return write_field(packet, &packet_metadata::egress_vlan_id, vlan_id,
+    return write_field(library, packet, &packet_metadata::egress_vlan_id, vlan_id,
                        fault::metadata_set_egress_vlan_id_lost);
 }
 
-uint32_t kel_get_caller(kel_packet packet, uint32_t *pid, uintptr_t *pc)
+uint32_t model::kel_get_caller(state &library, kel_packet packet, uint32_t *pid, uintptr_t *pc)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     if (!read || !pid || !pc) return EINVAL;
     *pid = read->caller_pid;
     *pc = read->caller_pc;
     return 0;
 }
 
-void kel_metadata_init(kel_metadata_group *group)
+void model::kel_metadata_init(state &, kel_metadata_group *group)
 {
     if (group) *group = {};
 }
 
-uint32_t kel_metadata_get(kel_metadata_group *group, kel_packet packet)
+uint32_t model::kel_metadata_get(state &library, kel_metadata_group *group, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     if (!read || !group) return EINVAL;
     if (group->mask & KEL_METADATA_LENGTH) group->length = read->length;
     for (const group_field &field : GROUP_FIELDS) {
@@ -404,10 +391,9 @@ uint32_t kel_metadata_get(kel_metadata_group *group, kel_packet packet)
     return 0;
 }
 
-uint32_t kel_metadata_set(kel_metadata_group *group, kel_packet packet)
+uint32_t model::kel_metadata_set(state &library, kel_metadata_group *group, kel_packet packet)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     if (!written || !group) return EINVAL;
     if (!group_is_allowed(*group, *written)) return chosen_options().bound_error;
     const bool sets_length = group->mask & KEL_METADATA_LENGTH;
@@ -421,3 +407,5 @@ uint32_t kel_metadata_set(kel_metadata_group *group, kel_packet packet)
     }
     return 0;
 }
+
+} // namespace kel_reference

@@ -16,6 +16,7 @@
 #include "reference/chain.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 #include "reference/tlv.h"
 
@@ -39,13 +40,7 @@ std::uint32_t caller_pid()
     return process_id;
 }
 
-std::uintptr_t address_of(const void *code)
-{
-    return reinterpret_cast<std::uintptr_t>(code);
-}
-
-packet_object *make_header(state &library, client_object &holder, bufgroup_object *group,
-                           std::uintptr_t pc)
+packet_object *make_header(state &library, client_object &holder, bufgroup_object *group)
 {
     packet_object *made = library.packets.create();
     if (!made) return nullptr;
@@ -53,7 +48,7 @@ packet_object *make_header(state &library, client_object &holder, bufgroup_objec
     made->group = group;
     set_fresh_metadata(made->metadata);
     made->caller_pid = caller_pid();
-    made->caller_pc = pc;
+    made->caller_pc = reinterpret_cast<std::uintptr_t>(library.caller);
     holder.packets.push_front(*made);
     if (group) refer_to_group(*group);
     return made;
@@ -76,7 +71,6 @@ struct packet_order {
     layout wanted;
     std::uint32_t tlv; // 0: none
     std::uint32_t tlv_size;
-    std::uintptr_t pc;
 };
 
 // A packet as ordered. `error` is 0 or a notice, or with null the reason.
@@ -87,7 +81,7 @@ packet_object *make_packet(state &library, const packet_order &order, std::uint3
     error = client ? find_group_for_use(library, *client, order.group, group) : EINVAL;
     if (error) return nullptr;
 
-    packet_object *made = make_header(library, *client, group, order.pc);
+    packet_object *made = make_header(library, *client, group);
     if (!made) {
         error = ENOMEM;
         return nullptr;
@@ -116,27 +110,25 @@ kel_packet handle_of(const packet_object *packet)
     return packet ? packet->handle : 0;
 }
 
-kel_packet make_bare_header(const packet_order &order)
+kel_packet make_bare_header(state &library, const packet_order &order)
 {
-    locked_state library;
-    client_object *client = library->clients.find(order.client);
-    packet_object *made = client ? make_header(*library, *client, nullptr, order.pc) : nullptr;
+    client_object *client = library.clients.find(order.client);
+    packet_object *made = client ? make_header(library, *client, nullptr) : nullptr;
     if (!made) return 0;
     if (order.tlv && allocate_first_tlvs(*made, order.tlv, order.tlv_size)) {
-        release_packet(*library, *made);
+        release_packet(library, *made);
         return 0;
     }
     return made->handle;
 }
 
-std::uint32_t free_by_handle(kel_packet packet)
+std::uint32_t free_by_handle(state &library, kel_packet packet)
 {
-    locked_state library;
-    if (packet_object *freed = library->packets.find(packet)) {
+    if (packet_object *freed = library.packets.find(packet)) {
         if (fires(fault::packet_free_lost)) return 0;
-        return release_packet(*library, *freed);
+        return release_packet(library, *freed);
     }
-    if (!library->packets.is_stale(packet)) return EINVAL;
+    if (!library.packets.is_stale(packet)) return EINVAL;
     if (fires(fault::packet_double_free_accepted)) return 0;
     return fires(fault::packet_double_free_wrong_error) ? EINVAL : EPERM;
 }
@@ -181,11 +173,11 @@ void duplicate_metadata(packet_object &made, const packet_object &source, std::u
 }
 
 packet_object *duplicate(state &library, packet_object &source, std::uint32_t position,
-                         std::uint32_t length, std::uintptr_t pc, std::uint32_t &error)
+                         std::uint32_t length, std::uint32_t &error)
 {
     payer charged = payer_beside(*source.head);
     if (fires(fault::packet_duplicate_other_group)) charged.group = nullptr;
-    packet_object *made = make_header(library, *source.holder, charged.group, pc);
+    packet_object *made = make_header(library, *source.holder, charged.group);
     error = made ? 0 : ENOMEM;
     if (!made) return nullptr;
 
@@ -271,52 +263,42 @@ void release_packets_and_buffers(state &library, client_object &client)
     }
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-kel_packet kel_get_packet(kel_client client, kel_bufgroup group, uint32_t size, uint8_t contiguous,
-                          uint32_t *error)
+kel_packet model::kel_get_packet(state &library, kel_client client, kel_bufgroup group,
+                                 uint32_t size, uint8_t contiguous, uint32_t *error)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    locked_state library;
     const layout wanted = contiguous ? layout::contiguous : layout::spread;
     std::uint32_t result = 0;
-    packet_object *made = make_packet(*library, {client, group, size, wanted, 0, 0, pc}, result);
+    packet_object *made = make_packet(library, {client, group, size, wanted, 0, 0}, result);
     if (made && fires(fault::packet_get_with_tag)) made->metadata.tag = 1;
     if (made && size && fires(fault::packet_get_one_short)) shorten(*made->tail);
     store_error(error, result);
     return handle_of(made);
 }
 
-kel_packet kel_get_pkthdr(kel_client client)
+kel_packet model::kel_get_pkthdr(state &library, kel_client client)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    return make_bare_header({client, 0, 0, layout::gathered, 0, 0, pc});
+    return make_bare_header(library, {client, 0, 0, layout::gathered, 0, 0});
 }
 
-kel_packet kel_get_packet_with_tlv(kel_client client, kel_bufgroup group, uint32_t size, uint8_t,
-                                   uint32_t tlv, uint32_t tlv_size, uint32_t *error)
+kel_packet model::kel_get_packet_with_tlv(state &library, kel_client client, kel_bufgroup group,
+                                          uint32_t size, uint8_t, uint32_t tlv, uint32_t tlv_size,
+                                          uint32_t *error)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    locked_state library;
     std::uint32_t result = 0;
     packet_object *made =
-        make_packet(*library, {client, group, size, layout::gathered, tlv, tlv_size, pc}, result);
+        make_packet(library, {client, group, size, layout::gathered, tlv, tlv_size}, result);
     store_error(error, result);
     return handle_of(made);
 }
 
-kel_packet kel_get_pkthdr_with_tlv(kel_client client, uint32_t tlv, uint32_t tlv_size)
+kel_packet model::kel_get_pkthdr_with_tlv(state &library, kel_client client, uint32_t tlv,
+                                          uint32_t tlv_size)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    return make_bare_header({client, 0, 0, layout::gathered, tlv, tlv_size, pc});
+    return make_bare_header(library, {client, 0, 0, layout::gathered, tlv, tlv_size});
 }
 
-uint32_t kel_get_packet_list(kel_packet_list *list)
+uint32_t model::kel_get_packet_list(state &library, kel_packet_list *list)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    locked_state library;
     if (!list || list->count > KEL_LIST_MAX) return EINVAL;
     list->allocated = 0;
     for (std::uint32_t index = 0; index < KEL_LIST_MAX; index++) {
@@ -324,38 +306,36 @@ uint32_t kel_get_packet_list(kel_packet_list *list)
         if (index >= list->count) continue;
         const kel_packet_request &asked = list->requests[index];
         std::uint32_t error = 0;
-        const packet_object *made = make_packet(*library,
-                                                {asked.client, asked.group, asked.size,
-                                                 layout::gathered, asked.tlv, asked.tlv_size, pc},
-                                                error);
+        const packet_object *made = make_packet(
+            library,
+            {asked.client, asked.group, asked.size, layout::gathered, asked.tlv, asked.tlv_size},
+            error);
         list->results[index] = {handle_of(made), chosen_options().list_result_error ? error : 0};
         if (made) list->allocated++;
     }
     return 0;
 }
 
-uint32_t kel_free_packet(kel_packet packet)
+uint32_t model::kel_free_packet(state &library, kel_packet packet)
 {
-    return free_by_handle(packet);
+    return free_by_handle(library, packet);
 }
 
-uint32_t kel_free_pkthdr(kel_packet packet)
+uint32_t model::kel_free_pkthdr(state &library, kel_packet packet)
 {
-    return free_by_handle(packet);
+    return free_by_handle(library, packet);
 }
 
-kel_buffer kel_get_buf_head(kel_packet packet)
+kel_buffer model::kel_get_buf_head(state &library, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *asked = library->packets.find(packet);
+    const packet_object *asked = library.packets.find(packet);
     return asked && asked->head ? asked->head->handle : 0;
 }
 
-uint32_t kel_append(kel_packet packet, kel_buffer buffer)
+uint32_t model::kel_append(state &library, kel_packet packet, kel_buffer buffer)
 {
-    locked_state library;
-    packet_object *grown = library->packets.find(packet);
-    buffer_object *added = library->buffers.find(buffer);
+    packet_object *grown = library.packets.find(packet);
+    buffer_object *added = library.buffers.find(buffer);
     if (!grown || !added || added->packet) return EINVAL;
     const std::uint32_t length = grown->length;
     if (!grown->head) {
@@ -370,11 +350,10 @@ uint32_t kel_append(kel_packet packet, kel_buffer buffer)
     return 0;
 }
 
-uint32_t kel_prepend(kel_packet packet, kel_buffer buffer)
+uint32_t model::kel_prepend(state &library, kel_packet packet, kel_buffer buffer)
 {
-    locked_state library;
-    packet_object *grown = library->packets.find(packet);
-    buffer_object *added = library->buffers.find(buffer);
+    packet_object *grown = library.packets.find(packet);
+    buffer_object *added = library.buffers.find(buffer);
     if (!grown || !added || added->packet) return EINVAL;
     const std::uint32_t length = grown->length;
     if (!grown->head) {
@@ -388,31 +367,28 @@ uint32_t kel_prepend(kel_packet packet, kel_buffer buffer)
     return 0;
 }
 
-uint32_t kel_get_buf_count(kel_packet packet)
+uint32_t model::kel_get_buf_count(state &library, kel_packet packet)
 {
-    locked_state library;
-    const packet_object *asked = library->packets.find(packet);
+    const packet_object *asked = library.packets.find(packet);
     return asked ? asked->buffer_count : ~0u;
 }
 
-uint32_t kel_coalesce(kel_packet packet)
+uint32_t model::kel_coalesce(state &library, kel_packet packet)
 {
-    locked_state library;
-    packet_object *gathered = library->packets.find(packet);
+    packet_object *gathered = library.packets.find(packet);
     if (!gathered) return EINVAL;
     if (gathered->buffer_count <= 1 || fires(fault::packet_coalesce_lost)) return 0;
-    if (!fires(fault::packet_coalesce_keeps_charge)) return gather(*library, *gathered);
+    if (!fires(fault::packet_coalesce_keeps_charge)) return gather(library, *gathered);
 
     client_object *obtainer = gathered->tail->obtainer;
-    const std::uint32_t error = gather(*library, *gathered);
+    const std::uint32_t error = gather(library, *gathered);
     if (!error && obtainer) recharge(*gathered->head, *obtainer);
     return error;
 }
 
-uint32_t kel_reserve_space(kel_packet packet, uint32_t size)
+uint32_t model::kel_reserve_space(state &library, kel_packet packet, uint32_t size)
 {
-    locked_state library;
-    packet_object *reserved = library->packets.find(packet);
+    packet_object *reserved = library.packets.find(packet);
     if (!reserved || !reserved->head) return EINVAL;
     if (reserved->space_reserved && !fires(fault::packet_reserve_space_twice)) return EINVAL;
     buffer_object &head = *reserved->head;
@@ -428,61 +404,55 @@ uint32_t kel_reserve_space(kel_packet packet, uint32_t size)
     return 0;
 }
 
-uint32_t kel_head_space(kel_packet packet, uint32_t *size)
+uint32_t model::kel_head_space(state &library, kel_packet packet, uint32_t *size)
 {
-    locked_state library;
-    const packet_object *asked = library->packets.find(packet);
+    const packet_object *asked = library.packets.find(packet);
     if (!asked || !asked->head || !size) return EINVAL;
     *size = asked->head->data_start;
     return 0;
 }
 
-uint32_t kel_add_head(kel_packet packet, uint32_t size)
+uint32_t model::kel_add_head(state &library, kel_packet packet, uint32_t size)
 {
-    locked_state library;
-    packet_object *grown = library->packets.find(packet);
+    packet_object *grown = library.packets.find(packet);
     if (!grown || !grown->head) return EINVAL;
     buffer_object *head = grown->head;
     const std::uint32_t asked = size && fires(fault::packet_add_head_one_short) ? size - 1 : size;
-    if (const std::uint32_t error = grow_front(*library, head, asked)) return error;
+    if (const std::uint32_t error = grow_front(library, head, asked)) return error;
     if (!fires(fault::packet_add_head_keeps_offsets)) raise_offsets(grown->metadata, size);
     return 0;
 }
 
-uint32_t kel_add_tail(kel_packet packet, uint32_t size)
+uint32_t model::kel_add_tail(state &library, kel_packet packet, uint32_t size)
 {
-    locked_state library;
-    packet_object *grown = library->packets.find(packet);
+    packet_object *grown = library.packets.find(packet);
     if (!grown || !grown->head) return EINVAL;
     const std::uint32_t asked = size && fires(fault::packet_add_tail_one_short) ? size - 1 : size;
-    if (const std::uint32_t error = grow_back(*library, *grown->head, asked)) return error;
+    if (const std::uint32_t error = grow_back(library, *grown->head, asked)) return error;
     if (fires(fault::packet_add_tail_moves_offsets)) raise_offsets(grown->metadata, size);
     return 0;
 }
 
-uint32_t kel_trim_head(kel_packet packet, uint32_t size)
+uint32_t model::kel_trim_head(state &library, kel_packet packet, uint32_t size)
 {
-    locked_state library;
-    packet_object *trimmed = library->packets.find(packet);
+    packet_object *trimmed = library.packets.find(packet);
     if (!trimmed || !trimmed->head) return EINVAL;
     const bool at_head = !fires(fault::packet_trim_head_at_tail);
-    return trim_packet(*library, *trimmed, size, at_head);
+    return trim_packet(library, *trimmed, size, at_head);
 }
 
-uint32_t kel_trim_tail(kel_packet packet, uint32_t size)
+uint32_t model::kel_trim_tail(state &library, kel_packet packet, uint32_t size)
 {
-    locked_state library;
-    packet_object *trimmed = library->packets.find(packet);
+    packet_object *trimmed = library.packets.find(packet);
     if (!trimmed || !trimmed->head) return EINVAL;
     const bool at_head = fires(fault::packet_trim_tail_at_head);
-    return trim_packet(*library, *trimmed, size, at_head);
+    return trim_packet(library, *trimmed, size, at_head);
 }
 
-uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset, const void *source,
-                      uint32_t length)
+uint32_t model::kel_set_data(state &library, kel_packet packet, uint32_t kind, uint32_t offset,
+                             const void *source, uint32_t length)
 {
-    locked_state library;
-    packet_object *written = library->packets.find(packet);
+    packet_object *written = library.packets.find(packet);
     std::uint64_t position = 0;
     if (!written || !source || !find_position(*written, kind, offset, position)) return EINVAL;
     if (position + length > written->length) return chosen_options().write_beyond_end_error;
@@ -492,11 +462,10 @@ uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset, const v
     return 0;
 }
 
-uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset, void *destination,
-                      uint32_t *length)
+uint32_t model::kel_get_data(state &library, kel_packet packet, uint32_t kind, uint32_t offset,
+                             void *destination, uint32_t *length)
 {
-    locked_state library;
-    const packet_object *read = library->packets.find(packet);
+    const packet_object *read = library.packets.find(packet);
     std::uint64_t position = 0;
     if (!read || !destination || !length || !find_position(*read, kind, offset, position)) {
         return EINVAL;
@@ -506,12 +475,10 @@ uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset, void *d
     return *length == asked || chosen_options().get_data_short_succeeds ? 0 : ENOSPC;
 }
 
-kel_packet kel_duplicate(kel_packet packet, uint32_t kind, uint32_t offset, uint32_t length,
-                         uint32_t *error)
+kel_packet model::kel_duplicate(state &library, kel_packet packet, uint32_t kind, uint32_t offset,
+                                uint32_t length, uint32_t *error)
 {
-    const std::uintptr_t pc = address_of(__builtin_return_address(0));
-    locked_state library;
-    packet_object *source = library->packets.find(packet);
+    packet_object *source = library.packets.find(packet);
     if (!source || !source->head || !is_offset_kind(kind)) {
         store_error(error, EINVAL);
         return 0;
@@ -520,9 +487,10 @@ kel_packet kel_duplicate(kel_packet packet, uint32_t kind, uint32_t offset, uint
     const std::uint32_t taken = length ? stretch_length(*source, position, length) : 0;
     std::uint32_t result = EINVAL;
     const packet_object *made =
-        taken
-            ? duplicate(*library, *source, static_cast<std::uint32_t>(position), taken, pc, result)
-            : nullptr;
+        taken ? duplicate(library, *source, static_cast<std::uint32_t>(position), taken, result)
+              : nullptr;
     store_error(error, result);
     return handle_of(made);
 }
+
+} // namespace kel_reference

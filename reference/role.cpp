@@ -7,6 +7,7 @@
 #include "reference/client.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -22,21 +23,18 @@ void change_role(state &library, client_object &client, std::uint32_t role)
 
 } // namespace
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_client_ha_role_notify(kel_client client, uint32_t role)
+uint32_t model::kel_client_ha_role_notify(state &library, kel_client client, uint32_t role)
 {
-    locked_state library;
-    client_object *changed = library->clients.find(client);
-    if (!changed) return client_refusal(*library, client);
+    client_object *changed = library.clients.find(client);
+    if (!changed) return client_refusal(library, client);
     if (role > KEL_ROLE_STANDBY) return EINVAL;
     if (role == changed->role) return chosen_options().same_role_result;
     const bool is_fixed = changed->role == KEL_ROLE_ALWAYS || role == KEL_ROLE_ALWAYS;
     if (is_fixed && !fires(fault::role_change_always_allowed)) {
         return chosen_options().role_refusal_error;
     }
-    if (!fires(fault::role_change_ignored)) change_role(*library, *changed, role);
+    if (!fires(fault::role_change_ignored)) change_role(library, *changed, role);
     return 0;
 }
+
+} // namespace kel_reference

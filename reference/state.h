@@ -2,12 +2,11 @@
 //
 // The library's objects and the state that all operations share.
 //
-// One lock guards everything here: every operation of the interface takes it once, by
-// making a `locked_state`, and holds it until it returns. Nothing else is locked while it
-// is held, except the allocator of the C library and, where a descriptor is closed, the list
-// of open devices (region_device.cpp). Waits (events, the daemon) are condition
-// variables on that lock. What helps throughput is that nothing under it grows with the
-// number of objects and nothing blocks.
+// One lock guards everything here: every operation of the interface is entered (entry.cpp)
+// with it held, and keeps it until it returns. Nothing else is locked while it is held, except
+// the allocator of the C library and, where a descriptor is closed, the list of open devices
+// (region_device.cpp). Waits (events, the daemon) are condition variables on that lock. What helps
+// throughput is that nothing under it grows with the number of objects and nothing blocks.
 //
 // Tables and TLVs that cannot grow are ENOMEM; elsewhere a failure to get a few bytes for
 // book-keeping from the C++ library is fatal to the process.
@@ -178,6 +177,7 @@ using event_key = std::pair<std::uint32_t, std::uint32_t>;
 
 struct state {
     mutex lock;
+    const void *caller = nullptr; // where the operation in progress was called
     arena memory;
     handle_table<client_object, handle_kind::client> clients;
     handle_table<packet_object, handle_kind::packet> packets;
@@ -199,7 +199,20 @@ struct state {
 // safe.
 state &library();
 
-// The state, with its lock held for the life of this object.
+// Gives the lock up for the life of this object, so that something may take its time. What was
+// found before has to be found again.
+class unlocked {
+public:
+    explicit unlocked(state &given) : library(given) { library.lock.unlock(); }
+    unlocked(const unlocked &) = delete;
+    unlocked &operator=(const unlocked &) = delete;
+    ~unlocked() { library.lock.lock(); }
+
+private:
+    state &library;
+};
+
+// The state, with its lock held for the life of this object: for what is no operation.
 class locked_state {
 public:
     locked_state() : guarded(library()), guard(guarded.lock) {}

@@ -10,6 +10,7 @@
 #include "reference/client.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -176,68 +177,61 @@ void release_tags(state &library, client_object &client)
     while (!client.tags.empty()) remove_holder(library, client, *client.tags.begin());
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_register_tag(kel_client client, kel_tag tag)
+uint32_t model::kel_register_tag(state &library, kel_client client, kel_tag tag)
 {
-    locked_state library;
-    client_object *holder = library->clients.find(client);
-    if (!holder) return client_refusal(*library, client);
-    const std::uint32_t refusal = registration_refusal(*library, *holder, tag);
+    client_object *holder = library.clients.find(client);
+    if (!holder) return client_refusal(library, client);
+    const std::uint32_t refusal = registration_refusal(library, *holder, tag);
     if (refusal == 0 && !fires(fault::tag_register_forgets) && !holder->tags.contains(tag)) {
-        add_holder(*library, *holder, tag);
+        add_holder(library, *holder, tag);
     }
     return refusal;
 }
 
-uint32_t kel_deregister_tag(kel_client client, kel_tag tag)
+uint32_t model::kel_deregister_tag(state &library, kel_client client, kel_tag tag)
 {
-    locked_state library;
-    client_object *holder = library->clients.find(client);
-    if (!holder) return client_refusal(*library, client);
+    client_object *holder = library.clients.find(client);
+    if (!holder) return client_refusal(library, client);
     if (tag == 0) return fires(fault::tag_deregister_accepts_zero) ? 0 : EINVAL;
-    if (!holder->tags.contains(tag)) return deregister_foreign_tag(*library, tag);
-    if (!fires(fault::tag_deregister_keeps)) remove_holder(*library, *holder, tag);
+    if (!holder->tags.contains(tag)) return deregister_foreign_tag(library, tag);
+    if (!fires(fault::tag_deregister_keeps)) remove_holder(library, *holder, tag);
     return 0;
 }
 
-uint8_t kel_is_tag_registered(kel_client client, kel_tag tag)
+uint8_t model::kel_is_tag_registered(state &library, kel_client client, kel_tag tag)
 {
-    locked_state library;
     if (client != 0) {
-        const client_object *asked = library->clients.find(client);
+        const client_object *asked = library.clients.find(client);
         return asked && asked->tags.contains(tag);
     }
-    const tag_object *entry = find_tag(*library, tag);
+    const tag_object *entry = find_tag(library, tag);
     return entry && !entry->holders.empty();
 }
 
-uint32_t kel_alloc_tag(kel_client client, kel_tag *tag, const char *)
+uint32_t model::kel_alloc_tag(state &library, kel_client client, kel_tag *tag, const char *)
 {
-    locked_state library;
-    client_object *owner = library->clients.find(client);
-    if (!owner) return client_refusal(*library, client);
+    client_object *owner = library.clients.find(client);
+    if (!owner) return client_refusal(library, client);
     if (!tag) return fires(fault::tag_alloc_accepts_null) ? 0 : chosen_options().null_result_error;
-    const kel_tag number = take_dynamic_number(*library);
+    const kel_tag number = take_dynamic_number(library);
     if (number == 0) return ENOSPC;
-    library->tags[number].owner = owner;
+    library.tags[number].owner = owner;
     owner->allocated_tags.insert(number);
     *tag = number;
     return 0;
 }
 
-uint32_t kel_free_tag(kel_client client, kel_tag tag)
+uint32_t model::kel_free_tag(state &library, kel_client client, kel_tag tag)
 {
-    locked_state library;
-    client_object *owner = library->clients.find(client);
-    if (!owner) return client_refusal(*library, client);
-    const tag_object *entry = find_tag(*library, tag);
+    client_object *owner = library.clients.find(client);
+    if (!owner) return client_refusal(library, client);
+    const tag_object *entry = find_tag(library, tag);
     if (!entry || !entry->owner) {
         return fires(fault::tag_free_accepts_static) ? 0 : chosen_options().unallocated_tag_error;
     }
     if (entry->owner != owner) return EACCES;
-    free_dynamic_tag(*library, *owner, tag);
+    free_dynamic_tag(library, *owner, tag);
     return 0;
 }
+
+} // namespace kel_reference

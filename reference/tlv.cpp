@@ -10,6 +10,7 @@
 #include <new>
 
 #include "reference/faults.h"
+#include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -100,26 +101,20 @@ std::uint32_t copy_tlvs(packet_object &packet, const packet_object &source)
     return 0;
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_tlv_alloc(kel_packet packet, uint32_t id, uint32_t size)
+uint32_t model::kel_tlv_alloc(state &library, kel_packet packet, uint32_t id, uint32_t size)
 {
-    locked_state library;
-    packet_object *carrier = library->packets.find(packet);
+    packet_object *carrier = library.packets.find(packet);
     if (!carrier) return EINVAL;
     const std::uint32_t error = allocate_tlv(*carrier, id, size);
     return error == ENOSPC ? chosen_options().tlv_size_error : error;
 }
 
-uint32_t kel_tlv_free(kel_packet packet, uint32_t id)
+uint32_t model::kel_tlv_free(state &library, kel_packet packet, uint32_t id)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    const tlv_block *freed = find_on_packet(*library, packet, id, true, error);
+    const tlv_block *freed = find_on_packet(library, packet, id, true, error);
     if (!freed || fires(fault::tlv_free_lost)) return error;
-    auto &tlvs = library->packets.find(packet)->tlvs;
+    auto &tlvs = library.packets.find(packet)->tlvs;
     const auto neighbour = tlvs.erase(tlvs.begin() + (freed - tlvs.data()));
     if (tlvs.empty()) return 0;
     tlv_block &damaged = neighbour == tlvs.end() ? tlvs.back() : *neighbour;
@@ -128,39 +123,36 @@ uint32_t kel_tlv_free(kel_packet packet, uint32_t id)
     return 0;
 }
 
-uint32_t kel_tlv_getdata(kel_packet packet, uint32_t id, void *destination, uint32_t *length)
+uint32_t model::kel_tlv_getdata(state &library, kel_packet packet, uint32_t id, void *destination,
+                                uint32_t *length)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    const tlv_block *read = find_on_packet(*library, packet, id, destination && length, error);
+    const tlv_block *read = find_on_packet(library, packet, id, destination && length, error);
     return read ? read_tlv(*read, destination, *length) : error;
 }
 
-uint32_t kel_tlv_setdata(kel_packet packet, uint32_t id, const void *source, uint32_t length)
+uint32_t model::kel_tlv_setdata(state &library, kel_packet packet, uint32_t id, const void *source,
+                                uint32_t length)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    tlv_block *written = find_on_packet(*library, packet, id, source, error);
+    tlv_block *written = find_on_packet(library, packet, id, source, error);
     if (!written) return error;
     if (fires(fault::tlv_set_data_resets_version)) written->version = 0;
-    if (fires(fault::tlv_set_data_first_tlv))
-        written = &library->packets.find(packet)->tlvs.front();
+    if (fires(fault::tlv_set_data_first_tlv)) written = &library.packets.find(packet)->tlvs.front();
     return write_tlv(*written, source, length);
 }
 
-uint32_t kel_tlv_get_head(kel_packet packet, uint32_t *id)
+uint32_t model::kel_tlv_get_head(state &library, kel_packet packet, uint32_t *id)
 {
-    locked_state library;
-    const packet_object *carrier = library->packets.find(packet);
+    const packet_object *carrier = library.packets.find(packet);
     if (!carrier || !id) return EINVAL;
     *id = carrier->tlvs.empty() ? 0 : carrier->tlvs.front().id;
     return 0;
 }
 
-uint32_t kel_tlv_get_next(kel_packet packet, uint32_t *id)
+uint32_t model::kel_tlv_get_next(state &library, kel_packet packet, uint32_t *id)
 {
-    locked_state library;
-    packet_object *carrier = library->packets.find(packet);
+    packet_object *carrier = library.packets.find(packet);
     if (!carrier || !id) return EINVAL;
     const tlv_block *found = find_tlv(*carrier, *id);
     if (!found) return *id ? chosen_options().tlv_unknown_next_error : ENOENT;
@@ -168,59 +160,59 @@ uint32_t kel_tlv_get_next(kel_packet packet, uint32_t *id)
     return 0;
 }
 
-uint32_t kel_tlv_version_set(kel_packet packet, uint32_t id, uint16_t version)
+uint32_t model::kel_tlv_version_set(state &library, kel_packet packet, uint32_t id,
+                                    uint16_t version)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    tlv_block *written = find_on_packet(*library, packet, id, version, error);
+    tlv_block *written = find_on_packet(library, packet, id, version, error);
     if (written && !fires(fault::tlv_version_set_lost)) written->version = version;
     return error;
 }
 
-uint32_t kel_tlv_version_get(kel_packet packet, uint32_t id, uint16_t *version)
+uint32_t model::kel_tlv_version_get(state &library, kel_packet packet, uint32_t id,
+                                    uint16_t *version)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    const tlv_block *read = find_on_packet(*library, packet, id, version, error);
+    const tlv_block *read = find_on_packet(library, packet, id, version, error);
     if (read) *version = read->version;
     return error;
 }
 
-uint32_t kel_tlv_version_check(kel_packet packet, uint32_t id, uint16_t lowest, uint16_t highest)
+uint32_t model::kel_tlv_version_check(state &library, kel_packet packet, uint32_t id,
+                                      uint16_t lowest, uint16_t highest)
 {
-    locked_state library;
     const bool is_range =
         highest && lowest <= highest && (lowest || chosen_options().version_check_from_zero);
     std::uint32_t error = 0;
-    const tlv_block *checked = find_on_packet(*library, packet, id, is_range, error);
+    const tlv_block *checked = find_on_packet(library, packet, id, is_range, error);
     if (!checked) return error;
     return is_within(checked->version, lowest, highest) ? 0 : ERANGE;
 }
 
-uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, const void *source,
-                                    uint32_t length, uint16_t version)
+uint32_t model::kel_tlv_set_versioned_data(state &library, kel_packet packet, uint32_t id,
+                                           const void *source, uint32_t length, uint16_t version)
 {
-    locked_state library;
     std::uint32_t error = 0;
-    tlv_block *written = find_on_packet(*library, packet, id, source && version, error);
+    tlv_block *written = find_on_packet(library, packet, id, source && version, error);
     if (!written) return error;
     if (length > size_of(*written)) return ENOSPC;
     if (!fires(fault::tlv_set_versioned_data_keeps_version)) written->version = version;
     return write_tlv(*written, source, length);
 }
 
-uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id, void *destination,
-                                    uint32_t *length, uint16_t lowest, uint16_t highest,
-                                    uint16_t *version)
+uint32_t model::kel_tlv_get_versioned_data(state &library, kel_packet packet, uint32_t id,
+                                           void *destination, uint32_t *length, uint16_t lowest,
+                                           uint16_t highest, uint16_t *version)
 {
-    locked_state library;
     const std::uint16_t limit = highest ? highest : UINT16_MAX;
     std::uint32_t error = 0;
     const tlv_block *read =
-        find_on_packet(*library, packet, id, destination && length && lowest <= limit, error);
+        find_on_packet(library, packet, id, destination && length && lowest <= limit, error);
     if (!read) return error;
     if (!is_within(read->version, lowest, limit)) return ERANGE;
     error = read_tlv(*read, destination, *length);
     if (!error && version) *version = read->version;
     return error;
 }
+
+} // namespace kel_reference

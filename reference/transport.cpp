@@ -11,6 +11,7 @@
 #include "reference/daemon.h"
 #include "reference/faults.h"
 #include "reference/objects.h"
+#include "reference/operations.h"
 
 namespace kel_reference {
 
@@ -110,73 +111,66 @@ void dequeue(state &library, packet_object &packet)
     queue_has_room(library, client);
 }
 
-} // namespace kel_reference
-
-using namespace kel_reference;
-
-uint32_t kel_send(kel_client client, kel_packet packet)
+uint32_t model::kel_send(state &library, kel_client client, kel_packet packet)
 {
-    locked_state library;
-    client_object *sender = library->clients.find(client);
-    if (!sender) return client_refusal(*library, client);
-    packet_object *sent = library->packets.find(packet);
+    client_object *sender = library.clients.find(client);
+    if (!sender) return client_refusal(library, client);
+    packet_object *sent = library.packets.find(packet);
     if (!sent || sent->queued_at) return EINVAL;
     if (sent->length == 0 && !fires(fault::transport_send_accepts_empty)) return EINVAL;
 
-    client_object *receiver = receiver_of(*library, sent->metadata.tag);
+    client_object *receiver = receiver_of(library, sent->metadata.tag);
     if (fires(fault::transport_send_to_wrong_client)) receiver = sender;
-    return receiver ? send_to(*library, *receiver, *sent) : ENOENT;
+    return receiver ? send_to(library, *receiver, *sent) : ENOENT;
 }
 
-kel_packet kel_recv(kel_client client)
+kel_packet model::kel_recv(state &library, kel_client client)
 {
-    locked_state library;
-    const client_object *receiver = library->clients.find(client);
+    const client_object *receiver = library.clients.find(client);
     packet_object *received = receiver ? next_to_receive(*receiver) : nullptr;
     if (!received) return 0;
-    if (!fires(fault::transport_recv_keeps_packet)) dequeue(*library, *received);
+    if (!fires(fault::transport_recv_keeps_packet)) dequeue(library, *received);
     return received->handle;
 }
 
-uint32_t kel_queue_is_empty(kel_client client)
+uint32_t model::kel_queue_is_empty(state &library, kel_client client)
 {
-    locked_state library;
-    const client_object *asked = library->clients.find(client);
-    if (!asked) return client_refusal(*library, client);
+    const client_object *asked = library.clients.find(client);
+    if (!asked) return client_refusal(library, client);
     const std::uint32_t unseen = fires(fault::queue_count_one_short);
     return asked->queued <= unseen && !fires(fault::queue_count_never_empty);
 }
 
-uint32_t kel_pkt_no_sig_required(kel_packet packet, uint8_t flag)
+uint32_t model::kel_pkt_no_sig_required(state &library, kel_packet packet, uint8_t flag)
 {
-    locked_state library;
-    packet_object *marked = library->packets.find(packet);
+    packet_object *marked = library.packets.find(packet);
     if (!marked) return EINVAL;
     marked->no_signal = flag != 0;
     return 0;
 }
 
-uint32_t kel_set_sig_threshold(kel_client client, uint32_t packets)
+uint32_t model::kel_set_sig_threshold(state &library, kel_client client, uint32_t packets)
 {
-    locked_state library;
-    client_object *changed = library->clients.find(client);
-    if (!changed) return client_refusal(*library, client);
+    client_object *changed = library.clients.find(client);
+    if (!changed) return client_refusal(library, client);
     if (packets == 0) return EINVAL;
     if (!fires(fault::signal_threshold_not_set)) changed->signal_threshold = packets;
     if (changed->flush_pending && threshold_is_reached(*changed)) {
-        signal_packets(*library, *changed);
+        signal_packets(library, *changed);
     }
     return 0;
 }
 
-uint32_t kel_set_client_signal_interval(kel_client client, uint32_t milliseconds)
+uint32_t model::kel_set_client_signal_interval(state &library, kel_client client,
+                                               uint32_t milliseconds)
 {
-    locked_state library;
-    client_object *changed = library->clients.find(client);
-    if (!changed) return client_refusal(*library, client);
+    client_object *changed = library.clients.find(client);
+    if (!changed) return client_refusal(library, client);
     if (!fires(fault::signal_interval_not_set)) {
         changed->signal_interval = std::chrono::milliseconds(milliseconds);
     }
     reschedule_flush(*changed);
     return 0;
 }
+
+} // namespace kel_reference
