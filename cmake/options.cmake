@@ -2,7 +2,9 @@
 #
 # What a user may set. A build without a build type is an optimised one.
 
-option(TAVOR_WERROR "Treat warnings as errors" ON)
+# Off where somebody only wants to build: a newer compiler has newer warnings. Developers' presets
+# switch it on.
+option(TAVOR_WERROR "Treat warnings as errors" OFF)
 
 set(KEL_LIBRARY "" CACHE FILEPATH
     "The platform's libkel.so to link tavor against; empty: the reference library")
@@ -29,6 +31,7 @@ endif()
 
 # No NDEBUG: the reference library keeps its assertions in every build.
 foreach(lang IN ITEMS C CXX)
+  string(REPLACE "-DNDEBUG" "" CMAKE_${lang}_FLAGS_RELEASE "${CMAKE_${lang}_FLAGS_RELEASE}")
   set(CMAKE_${lang}_FLAGS_RELWITHDEBINFO "-O2 -g")
   set(CMAKE_${lang}_FLAGS_DEBUG "-O0 -g")
 endforeach()

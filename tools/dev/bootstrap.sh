@@ -92,9 +92,10 @@ as_root() {
     fi
 }
 
+# Its many lines go to a file.
 apt_get() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y \
-        -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@" </dev/null >&2
+        -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@" </dev/null >>"$apt_log" 2>&1
 }
 
 apt_knows_all() {
@@ -123,6 +124,11 @@ apt_install() {
     apt_get install --no-install-recommends "$@"
 }
 
+# first_complaint <log of apt-get>
+first_complaint() {
+    grep -m 1 -E '^(E|Err|W):' "$1" || tail -n 1 "$1"
+}
+
 # A server that came for the tests, which start their own, is not to answer the network.
 close_doors() {
     case " $packages " in
@@ -147,9 +153,14 @@ install_needs() {
         die "missing packages; as root: apt-get install $packages"
     fi
 
-    say "installing with apt-get: $packages"
+    mkdir -p "$root/build"
+    apt_log="$root/build/apt.log"
+    : >"$apt_log"
+    say "installing with apt-get, whose output goes to $apt_log: $packages"
     # shellcheck disable=SC2086 # a list of names
-    apt_install $packages || die "apt-get could not install: $packages"
+    apt_install $packages || die "apt-get could not install: $packages
+    $(first_complaint "$apt_log")
+    Is there a network? All that apt-get said stands in $apt_log"
     close_doors
 
     packages=$(missing_packages "$1")
@@ -178,9 +189,46 @@ configure() {
     (cd "$root" && quietly "$root/build/$preset/configure.log" cmake --preset "$preset" "$@")
 }
 
+# show_steps <folder> <log>: reads what ninja writes. Of its steps it shows how many are done, on a
+# terminal in one line that changes, else at every tenth of them; all other lines go to the log.
+show_steps() {
+    tenth=0
+    while IFS= read -r line; do
+        case $line in
+        '['[0-9]*/[0-9]*']'*) ;;
+        *)
+            printf '%s\n' "$line" >>"$2"
+            continue
+            ;;
+        esac
+        steps=${line#'['}
+        all=${steps#*/}
+        all=${all%%']'*}
+        steps=${steps%%/*}
+        # Looking for new files takes a step or two, too.
+        test "$all" -gt 2 || continue
+        if test -t 2; then
+            printf '\r%s: building %s: %d of %d steps\033[K' "${0##*/}" "$1" "$steps" "$all" >&2
+            test "$steps" -lt "$all" || echo >&2
+        elif test $((steps * 10 / all)) -gt "$tenth"; then
+            tenth=$((steps * 10 / all))
+            say "building $1: $steps of $all steps"
+        fi
+    done
+}
+
 # build <preset> [cmake --build argument...]
 build() {
     preset=$1
     shift
-    (cd "$root" && quietly "$root/build/$preset/build.log" cmake --build --preset "$preset" "$@")
+    log="$root/build/$preset/build.log"
+    : >"$log"
+    # The status of what stands left of a pipe comes by a descriptor of its own.
+    status=$({ {
+        result=0
+        (cd "$root" && cmake --build --preset "$preset" "$@" 2>&1 </dev/null) || result=$?
+        echo "$result" >&3
+    } | show_steps "build/$preset" "$log" >&2; } 3>&1)
+    test "$status" -eq 0 || cat "$log" >&2
+    return "$status"
 }
