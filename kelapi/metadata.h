@@ -152,7 +152,8 @@ KEL_API uint32_t kel_metadata_get(kel_metadata_group *group, kel_packet packet);
 /*
  * Writes the fields that the mask selects into the packet, OFFSET_DATA's included.
  * Errors: EINVAL; ERANGE for a length or an offset that kel_set_length or kel_set_offset
- * would refuse as too large.
+ * would refuse as too large. An offset that the packet has is never refused, so that a
+ * record just read can be written back.
  */
 KEL_API uint32_t kel_metadata_set(kel_metadata_group *group, kel_packet packet);
 

@@ -167,7 +167,8 @@ bool group_is_allowed(const kel_metadata_group &group, const packet_object &pack
                                      group.app_start};
     for (std::size_t kind = 0; kind < std::size(offsets); kind++) {
         const bool selected = group.mask & KEL_METADATA_DATA_START << kind;
-        if (selected && !is_offset_allowed(length, offsets[kind])) return false;
+        const bool is_kept = offsets[kind] == packet.metadata.offsets[kind];
+        if (selected && !is_kept && !is_offset_allowed(length, offsets[kind])) return false;
     }
     return true;
 }

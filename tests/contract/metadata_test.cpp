@@ -350,6 +350,31 @@ TEST_F(metadata_contract, fields_without_their_bit_are_left_alone)
     }
 }
 
+// What the record was given, it takes back: an offset may lie beyond a length that has shrunk.
+TEST_F(metadata_contract, record_just_read_is_accepted)
+{
+    kel_metadata_group record = sample_record(target);
+    record.data_start = record.network_start = record.transport_start = record.app_start = 1400;
+    ASSERT_OK(kel_metadata_set(&record, target));
+    const auto is_accepted = [&](kel_packet asked) {
+        kel_metadata_group read = record_of(asked, ALL_KNOWN);
+        EXPECT_OK(kel_metadata_set(&read, asked));
+    };
+    const packet shortened(kel_duplicate(target, OFFSET_DATA, 0, 100, nullptr));
+    is_accepted(shortened);
+    ASSERT_OK(kel_reserve_space(target, 200));
+    is_accepted(target);
+    ASSERT_OK(kel_set_length(target, 512));
+    is_accepted(target);
+    ASSERT_OK(kel_trim_tail(target, 500));
+    is_accepted(target);
+    EXPECT_EQ(offsets_of(target), (offsets{1400, 1400, 1400}));
+
+    record = record_of(target, ALL_KNOWN);
+    record.app_start = 1399;
+    EXPECT_ERROR(kel_metadata_set(&record, target), ERANGE) << "not the packet's, and beyond it";
+}
+
 TEST_F(metadata_contract, refused_records)
 {
     kel_metadata_group record = record_of(target, ALL_KNOWN);
