@@ -57,7 +57,8 @@ KEL_API uint32_t kel_free_bufchain(kel_buffer buffer);
 
 /*
  * Links the chain of `added` behind the last buffer of the chain of `buffer`; from then on
- * it is freed with that chain.
+ * it is freed with that chain. Where two clients' buffers are linked, the chain goes with
+ * the client that obtained its first buffer; each buffer stays charged to its own.
  * Errors: EINVAL, also when both are the same chain.
  */
 KEL_API uint32_t kel_buf_append(kel_buffer buffer, kel_buffer added);
@@ -86,10 +87,10 @@ KEL_API uint32_t kel_buf_get_length(kel_buffer buffer, uint32_t *length);
 KEL_API uint32_t kel_buf_set_length(kel_buffer buffer, uint32_t length);
 
 /*
- * Moves the data start `size` bytes into the buffer, once in a buffer's life; the data
- * length becomes the capacity less `size`.
+ * Makes head room: moves the data start forward by `size`, so that the data length falls
+ * by as much. Once in a buffer's life.
  * Errors: EINVAL, also for a second reservation; ENOSPC when `size` is not smaller than
- * the capacity.
+ * the data length.
  */
 KEL_API uint32_t kel_buf_reserve_space(kel_buffer buffer, uint32_t size);
 

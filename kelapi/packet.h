@@ -72,7 +72,8 @@ KEL_API uint32_t kel_get_buf_count(kel_packet packet);
 
 /*
  * Brings the packet's data into one buffer, charged to the packet's holder. A packet with
- * one buffer or none is left as it is.
+ * one buffer or none is left as it is. Thresholds of the group (bufgroup.h) see the usage
+ * before and after, and nothing between.
  * Errors: EINVAL; ENOMEM when one buffer cannot hold the data; ENOBUFS.
  */
 KEL_API uint32_t kel_coalesce(kel_packet packet);
@@ -128,7 +129,8 @@ KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset,
  * Makes a packet of `length` bytes (KEL_COPY_ALL: to the end) from `offset` from the
  * offset of kind `kind`, with the source's metadata and TLVs, charged to the source's
  * group. The duplicate's offsets are the source's less the position copied from, at least
- * 0. Returns the handle, for the caller to free.
+ * 0; its OFFSET_DATA is 0 unless that position is the front. Returns the handle, for the
+ * caller to free.
  * Errors: EINVAL, also for an unknown kind, a stretch that is empty or leaves the packet,
  * and a packet without a chain; ENOMEM; ENOBUFS. Notice: KEL_HIGH_THRESHOLD_REACHED.
  */

@@ -5,9 +5,10 @@
  *
  *   ALWAYS   holds its tags alone and receives their packets; its role cannot be changed.
  *   ACTIVE   receives the packets of its tags.
- *   STANDBY  may share a tag with others, and does not receive its packets.
+ *   STANDBY  does not receive the packets of its tags.
  *
- * A tag registered in role STANDBY may be held by up to KEL_SINKS_PER_TAG clients. A packet
+ * Clients that kel_register_client registered in role STANDBY, whatever their role is now,
+ * share their tags: up to KEL_SINKS_PER_TAG of them may hold the same tag. A packet
  * sent to it goes to the ACTIVE holder that became ACTIVE most recently, and when that one
  * becomes STANDBY or gives up the tag, to the one before it; without an ACTIVE holder
  * kel_send fails with ENOENT.

@@ -236,13 +236,15 @@ uint32_t model::kel_buf_reserve_space(state &library, kel_buffer buffer, uint32_
     buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
     if (changed->space_reserved && !fires(fault::buf_reserve_space_twice)) return EINVAL;
-    const bool takes_all = size == changed->capacity && fires(fault::buf_reserve_space_takes_all);
-    if (size >= changed->capacity && !takes_all) return ENOSPC;
+    const std::uint32_t left =
+        changed->length + (chosen_options().reserve_takes_room ? tail_room(*changed) : 0);
+    const bool takes_all = size == left && fires(fault::buf_reserve_space_takes_all);
+    if (size >= left && !takes_all) return ENOSPC;
 
     changed->space_reserved = true;
-    if (!fires(fault::buf_reserve_space_keeps_start)) changed->data_start = size;
+    if (!fires(fault::buf_reserve_space_keeps_start)) changed->data_start += size;
     if (fires(fault::buf_reserve_space_keeps_length)) return 0;
-    set_buffer_length(*changed, changed->capacity - size);
+    set_buffer_length(*changed, left - size);
     return 0;
 }
 

@@ -104,15 +104,17 @@ std::uint32_t governing_records(const bufgroup_object &group)
     return chosen && group.mask & chosen ? chosen : group.mask;
 }
 
-bool group_admits(const bufgroup_object &group, std::uint32_t buffers, std::uint32_t bytes)
+bool group_admits(const bufgroup_object &group, std::int64_t buffers, std::int64_t bytes)
 {
     const std::uint32_t governing = governing_records(group);
-    const std::uint64_t slack = fires(fault::bufgroup_threshold_one_over_max) ? 1 : 0;
+    const std::int64_t slack = fires(fault::bufgroup_threshold_one_over_max) ? 1 : 0;
     if (fires(fault::bufgroup_threshold_no_limit)) return true;
-    const std::uint64_t buffers_then = std::uint64_t{group.used.buffers} + buffers - slack;
-    const std::uint64_t bytes_then = std::uint64_t{group.used.bytes} + bytes - slack * bytes;
-    if (governing & KEL_BUFGROUP_BUFFERS && buffers_then > group.buffers.max) return false;
-    return !(governing & KEL_BUFGROUP_BYTES && bytes_then > group.bytes.max);
+    const std::int64_t buffers_then = group.used.buffers + buffers - slack;
+    const std::int64_t bytes_then = group.used.bytes + bytes - slack * bytes;
+    const bool by_buffers = governing & KEL_BUFGROUP_BUFFERS && buffers > 0;
+    const bool by_bytes = governing & KEL_BUFGROUP_BYTES && bytes > 0;
+    return !(by_buffers && buffers_then > group.buffers.max) &&
+           !(by_bytes && bytes_then > group.bytes.max);
 }
 
 bool group_reached_high(const bufgroup_object &group, const usage &before)

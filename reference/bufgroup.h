@@ -16,8 +16,8 @@ std::uint32_t find_group_for_use(state &library, client_object &client, kel_bufg
 // where both are set.
 std::uint32_t governing_records(const bufgroup_object &group);
 
-// Whether the group's maximum lets so much more be taken.
-bool group_admits(const bufgroup_object &group, std::uint32_t buffers, std::uint32_t bytes);
+// Whether the group's maximum lets so much more be taken. Taking no more is always admitted.
+bool group_admits(const bufgroup_object &group, std::int64_t buffers, std::int64_t bytes);
 
 // Whether what the group has in use reached the high threshold / came down to the low one.
 bool group_reached_high(const bufgroup_object &group, const usage &before);

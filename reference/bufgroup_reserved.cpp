@@ -120,7 +120,7 @@ uint32_t model::kel_register_reserved_bufgroup(state &library, kel_client client
     client_object *registering = library.clients.find(client);
     if (!registering || !group || !is_group_name(name)) return EINVAL;
     if (!element_size || !element_count) return EINVAL;
-    const std::uint32_t room = chosen_options().reserved_head_room == 2 ? 0 : head_room;
+    const std::uint32_t room = chosen_options().reserved_head_room ? 0 : head_room;
     return register_reserved(library, *registering, *group, name,
                              {element_size, element_count, room, no_poison != 0});
 }

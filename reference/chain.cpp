@@ -38,11 +38,8 @@ buffer_object *make_buffer(state &library, bufgroup_object *group, std::uint32_t
         library.buffers.release(*made);
         return nullptr;
     }
-    const bool has_room = from_elements && chosen_options().reserved_head_room == 1;
-    const std::uint32_t room = has_room ? group->head_room : 0;
-    made->memory = memory - room;
-    made->capacity = room + size;
-    made->data_start = room;
+    made->memory = memory;
+    made->capacity = size;
     made->length = size;
     made->charged_bytes = size;
     made->group = group;
@@ -113,18 +110,14 @@ void charge(buffer_object &buffer, client_object *client)
     }
 }
 
-// Returns whether the buffer's group came down to its low threshold.
-bool discharge(state &library, buffer_object &buffer)
+void discharge(buffer_object &buffer)
 {
     if (buffer.obtainer) {
         buffer.obtainer->buffers.remove(buffer);
         if (!fires(fault::buf_free_keeps_client_count)) count_out(buffer.obtainer->used, buffer);
     }
-    if (!buffer.group) return false;
-    const usage before = buffer.group->used;
+    if (!buffer.group) return;
     if (!fires(fault::buf_free_keeps_group_count)) count_out(buffer.group->used, buffer);
-    group_usage_has_changed(library, *buffer.group, before);
-    return group_came_down_to_low(*buffer.group, before);
 }
 
 void unlink(buffer_object &buffer)
@@ -156,6 +149,14 @@ buffer_object &adopt(packet_object *packet, buffer_object &added)
         packet->length += each->length;
     }
     return *last;
+}
+
+// Frees the buffer, and leaves it to the caller to tell its group and to drop the reference.
+void take_back(state &library, buffer_object &buffer)
+{
+    unlink(buffer);
+    discharge(buffer);
+    unmake_buffer(library, buffer);
 }
 
 // A place in the data of a chain that moves on with what is copied.
@@ -228,10 +229,12 @@ obtained_chain obtain_chain(state &library, const payer &charged, std::uint32_t 
 std::uint32_t free_single(state &library, buffer_object &buffer)
 {
     bufgroup_object *group = buffer.group;
-    unlink(buffer);
-    const bool came_down = discharge(library, buffer);
-    unmake_buffer(library, buffer);
-    if (group) drop_group_reference(library, *group);
+    const usage before = group ? group->used : usage{};
+    take_back(library, buffer);
+    if (!group) return 0;
+    group_usage_has_changed(library, *group, before);
+    const bool came_down = group_came_down_to_low(*group, before);
+    drop_group_reference(library, *group);
     return came_down ? KEL_LOW_THRESHOLD_REACHED : 0;
 }
 
@@ -244,6 +247,38 @@ std::uint32_t free_chain(state &library, buffer_object &first)
         freed = next;
     }
     return notice;
+}
+
+std::uint32_t gather_chain(state &library, packet_object &packet)
+{
+    const payer charged = payer_beside(*packet.head);
+    bufgroup_object *group = charged.group;
+    const std::uint32_t length = packet.length;
+    if (length > largest_piece(group, layout::contiguous)) return ENOMEM;
+    usage freed; // of what the group has in use
+    for (const buffer_object *each = packet.head; each; each = each->next) {
+        if (each->group == group) count_in(freed, *each);
+    }
+    const std::int64_t more_bytes = std::int64_t{length} - freed.bytes;
+    if (group && !group_admits(*group, 1 - std::int64_t{freed.buffers}, more_bytes)) return ENOBUFS;
+    buffer_object *made = make_buffer(library, group, length);
+    if (!made) return ENOMEM;
+
+    const bool loses_tail = fires(fault::packet_coalesce_loses_tail);
+    copy_chain(packet.head, 0, made, loses_tail ? packet.head->length : length);
+    const usage before = group ? group->used : usage{};
+    charge(*made, charged.client);
+    while (buffer_object *gathered = packet.head) {
+        if (gathered->group != group) {
+            free_single(library, *gathered);
+        } else {
+            take_back(library, *gathered);
+            if (group) drop_group_reference(library, *group);
+        }
+    }
+    link_into_empty(packet, *made);
+    if (group) group_usage_has_changed(library, *group, before);
+    return 0;
 }
 
 payer payer_beside(const buffer_object &buffer)
@@ -266,6 +301,14 @@ void recharge(buffer_object &buffer, client_object &client)
     buffer.obtainer = &client;
     client.buffers.push_front(buffer);
     count_in(client.used, buffer);
+}
+
+buffer_object &head_of(buffer_object &buffer)
+{
+    if (buffer.packet) return *buffer.packet->head;
+    buffer_object *first = &buffer;
+    while (first->previous) first = first->previous;
+    return *first;
 }
 
 buffer_object &tail_of(buffer_object &first)

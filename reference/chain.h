@@ -36,6 +36,10 @@ obtained_chain obtain_chain(state &library, const payer &charged, std::uint32_t 
 std::uint32_t free_single(state &library, buffer_object &buffer);
 std::uint32_t free_chain(state &library, buffer_object &first);
 
+// Puts the packet's data into one new buffer instead of its chain: 0 or an error with nothing
+// changed. The group that is charged sees its usage before and after, and nothing between.
+std::uint32_t gather_chain(state &library, packet_object &packet);
+
 // Who is charged for more buffers beside this one: its packet's holder and group, or the
 // buffer's own obtainer and group.
 payer payer_beside(const buffer_object &buffer);
@@ -46,6 +50,7 @@ void forget_obtainer(buffer_object &buffer);
 // Moves the buffer from its obtainer's count to another client's.
 void recharge(buffer_object &buffer, client_object &client);
 
+buffer_object &head_of(buffer_object &buffer);
 buffer_object &tail_of(buffer_object &first);
 std::uint32_t chain_count(const buffer_object *first);
 std::uint32_t chain_length(const buffer_object *first);

@@ -34,6 +34,7 @@ void set_up(state &library, client_object &client, const char *name, std::uint32
 {
     client.name = name ? name : "";
     client.role = role;
+    client.registered_role = role;
     if (role == KEL_ROLE_ACTIVE) client.active_since = ++library.activations;
     client.asked_depth = depth;
     client.signal_threshold = queue_limit(client) - queue_limit(client) / 4;

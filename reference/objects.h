@@ -16,8 +16,8 @@ std::uint32_t release_packet(state &library, packet_object &packet);
 // Makes the packet `holder`'s. Its buffers stay charged to those who obtained them.
 void change_holder(packet_object &packet, client_object &holder);
 
-// Frees the packets the client holds and the buffers it obtained that are in no packet;
-// buffers in packets of others stay there and are charged to nobody.
+// Frees the packets the client holds, and the chains whose first buffer it obtained. Its buffers
+// in packets and chains of others stay there and are charged to nobody.
 void release_packets_and_buffers(state &library, client_object &client);
 
 // Groups (bufgroup.cpp).

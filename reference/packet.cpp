@@ -168,7 +168,7 @@ void duplicate_metadata(packet_object &made, const packet_object &source, std::u
     if (fires(fault::packet_duplicate_keeps_offsets)) return;
     lower_offsets(made.metadata, position);
     std::uint32_t &data_start = made.metadata.offsets[OFFSET_DATA];
-    data_start -= std::min(data_start, position);
+    if (position) data_start = 0;
     if (fires(fault::packet_duplicate_counts_data_offset)) data_start = position;
 }
 
@@ -196,20 +196,6 @@ packet_object *duplicate(state &library, packet_object &source, std::uint32_t po
     }
     release_packet(library, *made);
     return nullptr;
-}
-
-// Puts the packet's data into one new buffer.
-std::uint32_t gather(state &library, packet_object &packet)
-{
-    const std::uint32_t length = packet.length;
-    const obtained_chain one =
-        obtain_chain(library, payer_beside(*packet.head), length, layout::contiguous);
-    if (!one.head) return one.error;
-    const bool loses_tail = fires(fault::packet_coalesce_loses_tail);
-    copy_chain(packet.head, 0, one.head, loses_tail ? packet.head->length : length);
-    free_chain(library, *packet.head);
-    link_into_empty(packet, *one.head);
-    return 0;
 }
 
 std::uint32_t trim_packet(state &library, packet_object &packet, std::uint32_t size, bool at_head)
@@ -254,12 +240,13 @@ void release_packets_and_buffers(state &library, client_object &client)
         release_packet(library, *held);
     }
     while (buffer_object *obtained = client.buffers.front()) {
-        if (obtained->packet) {
+        buffer_object &first = head_of(*obtained);
+        if (first.packet || first.obtainer != &client) {
             forget_obtainer(*obtained);
             continue;
         }
-        library.released_by_deregistration++;
-        free_single(library, *obtained);
+        library.released_by_deregistration += chain_count(&first);
+        free_chain(library, first);
     }
 }
 
@@ -378,10 +365,10 @@ uint32_t model::kel_coalesce(state &library, kel_packet packet)
     packet_object *gathered = library.packets.find(packet);
     if (!gathered) return EINVAL;
     if (gathered->buffer_count <= 1 || fires(fault::packet_coalesce_lost)) return 0;
-    if (!fires(fault::packet_coalesce_keeps_charge)) return gather(library, *gathered);
+    if (!fires(fault::packet_coalesce_keeps_charge)) return gather_chain(library, *gathered);
 
     client_object *obtainer = gathered->tail->obtainer;
-    const std::uint32_t error = gather(library, *gathered);
+    const std::uint32_t error = gather_chain(library, *gathered);
     if (!error && obtainer) recharge(*gathered->head, *obtainer);
     return error;
 }

@@ -139,6 +139,7 @@ struct client_object : list_node<client_object> { // node in the list of clients
     kel_client handle = 0;
     std::string name;
     std::uint32_t role = 0;
+    std::uint32_t registered_role = 0;
     std::uint64_t active_since = 0; // order in which clients became ACTIVE
     std::uint32_t asked_depth = 0;
     signal_descriptor descriptor;
@@ -169,7 +170,7 @@ struct client_object : list_node<client_object> { // node in the list of clients
 struct tag_object {
     client_object *owner = nullptr;       // of a dynamic tag
     std::vector<client_object *> holders; // in order of registration
-    bool shared = false;                  // registered in role STANDBY
+    bool shared = false;                  // more holders may join those there are
 };
 
 // Type and object of an event.

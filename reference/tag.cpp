@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Tags: who holds them, who receives their packets, and the dynamic ones. Holders of a
-// shared tag registered it in role STANDBY, whatever their role is now.
+// Tags: who holds them, who receives their packets, and the dynamic ones.
 
 #include <algorithm>
 #include <cerrno>
@@ -37,10 +36,19 @@ void forget_if_unused(state &library, kel_tag tag)
     if (entry && entry->holders.empty() && !entry->owner) library.tags.erase(tag);
 }
 
+// Whether the tags that it registers are shared. Its registration decides, not what it has
+// become since.
+bool shares_tags(const client_object &client)
+{
+    const std::uint32_t role =
+        chosen_options().sharing_by_present_role ? client.role : client.registered_role;
+    return role == KEL_ROLE_STANDBY;
+}
+
 void add_holder(state &library, client_object &client, kel_tag tag)
 {
     tag_object &entry = library.tags[tag];
-    if (entry.holders.empty()) entry.shared = client.role == KEL_ROLE_STANDBY;
+    if (entry.holders.empty()) entry.shared = shares_tags(client);
     entry.holders.push_back(&client);
     client.tags.insert(tag);
     tag_was_registered(library, tag);
@@ -78,8 +86,8 @@ bool sinks_are_left(state &library, const tag_object &entry)
 // Why `client` may not hold the tag together with those that do; 0 when it may.
 std::uint32_t sharing_refusal(state &library, const client_object &client, const tag_object &entry)
 {
-    if (entry.holders.empty() && client.role != KEL_ROLE_STANDBY) return 0;
-    if (!entry.holders.empty() && (!entry.shared || client.role != KEL_ROLE_STANDBY)) {
+    if (entry.holders.empty() && !shares_tags(client)) return 0;
+    if (!entry.holders.empty() && (!entry.shared || !shares_tags(client))) {
         return fires(fault::tag_register_accepts_others) ? 0 : EEXIST;
     }
     return sinks_are_left(library, entry) ? 0 : chosen_options().sinks_limit_error;
@@ -97,8 +105,8 @@ std::uint32_t registration_refusal(state &library, const client_object &client, 
         return fires(fault::tag_register_accepts_unallocated) ? 0 : EINVAL;
     }
     if (!entry) entry = &UNUSED;
-    const bool shares = entry->shared && !entry->holders.empty();
-    if (is_dynamic(tag) && entry->owner != &client && !shares) {
+    const bool is_held = !entry->holders.empty();
+    if (is_dynamic(tag) && entry->owner != &client && !is_held) {
         return fires(fault::tag_register_accepts_others) ? 0 : chosen_options().foreign_tag_error;
     }
     return sharing_refusal(library, client, *entry);

@@ -136,7 +136,7 @@ kel_packet model::kel_recv(state &library, kel_client client)
 uint32_t model::kel_queue_is_empty(state &library, kel_client client)
 {
     const client_object *asked = library.clients.find(client);
-    if (!asked) return client_refusal(library, client);
+    if (!asked) return EINVAL; // never another number: 1 would say that the queue is empty
     const std::uint32_t unseen = fires(fault::queue_count_one_short);
     return asked->queued <= unseen && !fires(fault::queue_count_never_empty);
 }

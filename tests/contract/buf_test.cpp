@@ -176,6 +176,66 @@ TEST_F(buf_contract, buffer_of_a_packet_is_not_freed_by_itself)
     EXPECT_ERROR(kel_free_buffer(head), EPERM);
 }
 
+// A chain is its first buffer's: the others stand in it until it goes.
+class shared_chain_contract : public contract::test {
+protected:
+    client owner = new_client();
+    client other = new_client();
+    bytes data = pattern(1536);
+    // Of 512 bytes each: the owner's, the other's, the owner's.
+    kel_buffer chain = new_buffer(owner, 512).give();
+    kel_buffer middle = new_buffer(other, 512).give();
+
+    void SetUp() override
+    {
+        test::SetUp();
+        ASSERT_OK(kel_buf_append(chain, middle));
+        ASSERT_OK(kel_buf_append(chain, new_buffer(owner, 512).give()));
+        write_chain(chain, data);
+    }
+
+    void TearDown() override
+    {
+        for (client *each : {&owner, &other}) {
+            if (*each) {
+                EXPECT_OK(kel_deregister_client(each->give()));
+            }
+        }
+        test::TearDown();
+    }
+};
+
+TEST_F(shared_chain_contract, outlives_a_client_that_appended_to_it)
+{
+    ASSERT_OK(kel_deregister_client(other.give()));
+    EXPECT_EQ(kel_buf_get_buf_count(chain), 3u);
+    EXPECT_EQ(read_chain(chain), data);
+    EXPECT_EQ(usage_of_client(owner), (usage{2, 1024}));
+    EXPECT_EQ(take_census().released_by_deregistration, released_before);
+    ASSERT_OK(kel_free_bufchain(chain));
+    EXPECT_EQ(take_census().buffers, 0u);
+}
+
+TEST_F(shared_chain_contract, goes_with_the_client_of_its_first_buffer)
+{
+    leaves_objects_to_deregistration();
+    ASSERT_OK(kel_deregister_client(owner.give()));
+    EXPECT_EQ(take_census().buffers, 0u);
+    EXPECT_EQ(take_census().released_by_deregistration, released_before + 3);
+    EXPECT_EQ(usage_of_client(other), (usage{0, 0}));
+    EXPECT_ERROR(kel_free_buffer(chain), EPERM);
+    EXPECT_ERROR(kel_free_buffer(middle), EPERM);
+}
+
+TEST_F(shared_chain_contract, goes_whole_when_both_have_gone)
+{
+    leaves_objects_to_deregistration();
+    ASSERT_OK(kel_deregister_client(other.give()));
+    ASSERT_OK(kel_deregister_client(owner.give()));
+    EXPECT_EQ(take_census().buffers, 0u);
+    EXPECT_ERROR(kel_free_bufchain(middle), EPERM);
+}
+
 TEST_F(buf_contract, append)
 {
     buffer first = new_buffer(owner, 512);
@@ -315,6 +375,25 @@ TEST_F(buf_contract, head_room_is_smaller_than_the_capacity)
         EXPECT_EQ(buffer_length(single), error ? 1500 : 1500 - size);
         EXPECT_EQ(data_start(single), before + (error ? 0 : size));
     }
+}
+
+// The data start moves on from where it is: bytes that were cut off stay cut off.
+TEST_F(buf_contract, head_room_is_reserved_in_what_trims_left)
+{
+    buffer front = new_buffer(owner);
+    write_chain(front, pattern(1500));
+    const std::uint8_t *before = data_start(front);
+    ASSERT_OK(kel_buf_trim_head(front.address(), 512));
+    EXPECT_ERROR(kel_buf_reserve_space(front, 988), ENOSPC);
+    ASSERT_OK(kel_buf_reserve_space(front, 100));
+    EXPECT_EQ(data_start(front), before + 612);
+    EXPECT_EQ(read_chain(front), part(pattern(1500), 612, 888));
+
+    buffer end = new_buffer(owner);
+    write_chain(end, pattern(1500));
+    ASSERT_OK(kel_buf_trim_tail(end.address(), 512));
+    ASSERT_OK(kel_buf_reserve_space(end, 100));
+    EXPECT_EQ(read_chain(end), part(pattern(1500), 100, 888));
 }
 
 TEST_F(buf_contract, head_room_is_reserved_once)

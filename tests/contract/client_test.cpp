@@ -176,7 +176,7 @@ TEST_F(tag_contract, refused_registrations)
     EXPECT_ERROR(kel_register_tag(other, dynamic), EACCES);
     ASSERT_OK(kel_register_tag(owner, dynamic));
     EXPECT_ERROR(kel_register_tag(owner, dynamic), EEXIST);
-    EXPECT_ERROR(kel_register_tag(other, dynamic), EACCES);
+    EXPECT_ERROR(kel_register_tag(other, dynamic), EEXIST);
     EXPECT_EQ(take_census().tags, 2u);
 
     EXPECT_EQ(kel_is_tag_registered(owner, 99), 1);

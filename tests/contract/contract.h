@@ -39,8 +39,9 @@ protected:
     void TearDown() override;
     void leaves_objects_to_deregistration() { leaves_objects = true; }
 
-private:
     std::uint32_t released_before = 0;
+
+private:
     bool leaves_objects = false;
 };
 

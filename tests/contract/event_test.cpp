@@ -328,6 +328,68 @@ TEST_F(group_event_contract, armed_beyond_a_threshold_waits_for_the_next_crossin
     EXPECT_EQ(next_event(owner).type, KEL_EVENT_NONE);
 }
 
+class coalescing_contract : public group_event_contract {
+protected:
+    // A packet of so many buffers of 64 bytes, all from the group.
+    static packet spread(kel_client member, kel_bufgroup group, int buffers)
+    {
+        packet target = new_packet(member, 64, 1, group);
+        while (--buffers > 0) {
+            EXPECT_OK(kel_append(target, new_buffer(member, 64, 1, group).give()));
+        }
+        return target;
+    }
+
+    static std::uint32_t event_type(kel_client asked) { return next_event(asked).type; }
+};
+
+// What the group sees of a coalescing is the count before it and the count after it.
+TEST_F(coalescing_contract, comes_down_to_the_low_threshold)
+{
+    const registration group = new_group(owner);
+    const packet target = spread(owner, group, 3);
+    ASSERT_OK(kel_event_add_bufgroup(owner, group, KEL_EVENT_GROUP_LOW, 1, 2));
+    ASSERT_OK(kel_coalesce(target));
+    EXPECT_EQ(usage_of_group(owner, group), (usage{1, 192}));
+    EXPECT_EQ(event_type(owner), KEL_EVENT_BUFGROUP);
+}
+
+TEST_F(coalescing_contract, crosses_nothing_on_its_way)
+{
+    const registration group = new_group(owner);
+    const kel_bufgroup_thresholds thresholds{9, 3, 4};
+    ASSERT_OK(kel_bufgroup_set_params(owner, group, KEL_BUFGROUP_BUFFERS, &thresholds, nullptr));
+    const packet target = spread(owner, group, 3);
+    ASSERT_OK(kel_event_add_bufgroup(owner, group, KEL_EVENT_GROUP_LOW, 1, 2));
+    ASSERT_OK(kel_event_add_bufgroup(owner, group, KEL_EVENT_GROUP_HIGH, 1, 2));
+    ASSERT_OK(kel_coalesce(target));
+    EXPECT_EQ(event_type(owner), KEL_EVENT_NONE);
+    ASSERT_OK(kel_event_clear(owner));
+}
+
+TEST_F(coalescing_contract, is_granted_at_the_maximum)
+{
+    const registration group = new_group(owner);
+    const kel_bufgroup_thresholds bytes{320, 64, 256};
+    ASSERT_OK(kel_bufgroup_set_params(owner, group, KEL_BUFGROUP_BYTES, nullptr, &bytes));
+    const packet target = spread(owner, group, 5);
+    EXPECT_OK(kel_coalesce(target));
+    EXPECT_EQ(usage_of_group(owner, group), (usage{1, 320}));
+}
+
+// Bytes from elsewhere are charged to the group, and it has no more.
+TEST_F(coalescing_contract, is_refused_when_it_takes_more_than_it_frees)
+{
+    const registration group = new_group(owner);
+    const kel_bufgroup_thresholds bytes{320, 64, 256};
+    ASSERT_OK(kel_bufgroup_set_params(owner, group, KEL_BUFGROUP_BYTES, nullptr, &bytes));
+    const packet target = spread(owner, group, 4);
+    ASSERT_OK(kel_append(target, new_buffer(owner, 65).give()));
+    EXPECT_ERROR(kel_coalesce(target), ENOBUFS);
+    EXPECT_EQ(kel_get_buf_count(target), 5u);
+    EXPECT_EQ(usage_of_group(owner, group), (usage{4, 256}));
+}
+
 TEST_F(group_event_contract, freeing_in_one_thread_wakes_another)
 {
     const registration group = new_group(owner);

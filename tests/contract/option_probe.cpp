@@ -104,6 +104,15 @@ std::string growth_at_the_end()
     return lengths_of(kel_get_buf_head(packet));
 }
 
+std::string reservation_in_a_trimmed_buffer()
+{
+    kel_buffer buffer = kel_get_buffer(new_client(), 0, 1500, 1, nullptr);
+    const std::uint8_t *start = data_of(buffer);
+    kel_buf_trim_tail(&buffer, 512);
+    kel_buf_reserve_space(buffer, 100);
+    return to_string(data_of(buffer) - start) + " " + to_string(length_of(buffer));
+}
+
 std::string pointer_before_the_head_room()
 {
     const kel_buffer buffer = kel_get_buffer(new_client(), 0, 1500, 1, nullptr);
@@ -334,6 +343,13 @@ kel_client stale_client()
     return client;
 }
 
+// A queue says whether it is empty by 1: no error of a choice.
+std::string error_for_a_stale_client()
+{
+    const kel_client stale = stale_client();
+    return to_string(kel_register_tag(stale, 5)) + " " + to_string(kel_queue_is_empty(stale));
+}
+
 std::string own_tag()
 {
     const kel_client client = new_client();
@@ -368,6 +384,23 @@ std::pair<int, std::uint32_t> sinks_of_two_tags()
         while (!(error = kel_register_tag(new_client(KEL_ROLE_STANDBY), tag))) sinks++;
     }
     return {sinks, error};
+}
+
+// Whether a client that was registered STANDBY and is ACTIVE shares a tag, and the reverse.
+std::string sharing_after_a_change_of_role()
+{
+    std::string text;
+    for (const std::uint32_t role : {KEL_ROLE_STANDBY, KEL_ROLE_ACTIVE}) {
+        const kel_client holder = new_client(KEL_ROLE_STANDBY);
+        const kel_client changed = new_client(role);
+        kel_register_tag(holder, 5);
+        kel_client_ha_role_notify(changed,
+                                  role == KEL_ROLE_STANDBY ? KEL_ROLE_ACTIVE : KEL_ROLE_STANDBY);
+        text += (text.empty() ? "" : " ") + to_string(kel_register_tag(changed, 5));
+        kel_deregister_client(changed);
+        kel_deregister_client(holder);
+    }
+    return text;
 }
 
 std::string same_role()
@@ -452,6 +485,7 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
     {"piece_size",
      [] { return to_string(length_of(kel_get_buffer(new_client(), 0, 65536, 0, nullptr))); }},
     {"poison_byte", poison},
+    {"reserve_takes_room", reservation_in_a_trimmed_buffer},
     {"head_growth_fills_room", growth_at_the_front},
     {"tail_growth_fills_room", growth_at_the_end},
     {"dptr_clamps", pointer_before_the_head_room},
@@ -482,7 +516,7 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
     {"first_tlv_version", fresh_tlv_version},
     {"first_tlv_byte", fresh_tlv_byte},
     {"signal_interval", signal_interval},
-    {"stale_client_error", [] { return to_string(kel_register_tag(stale_client(), 5)); }},
+    {"stale_client_error", error_for_a_stale_client},
     {"null_result_error",
      [] { return to_string(kel_register_client(nullptr, nullptr, KEL_ROLE_ALWAYS, 32)); }},
     {"own_tag_error", own_tag},
@@ -493,6 +527,7 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
     {"role_refusal_error",
      [] { return to_string(kel_client_ha_role_notify(new_client(), KEL_ROLE_ACTIVE)); }},
     {"same_role_result", same_role},
+    {"sharing_by_present_role", sharing_after_a_change_of_role},
     {"sinks_limit_is_total", [] { return to_string(sinks_of_two_tags().first); }},
     {"sinks_limit_error", [] { return to_string(sinks_of_two_tags().second); }},
     {"event_group_flags", group_flags},

@@ -80,7 +80,10 @@ const std::map<std::string, std::map<std::string, std::string>> OBSERVED = {
     {"event_group_reports_level", {{"0", "none"}, {"1", "reported"}}},
     {"interrupted_wait_keeps_record", {{"0", "0"}, {"1", "4711"}}},
     {"device", {{"1", "22"}, {"0", "no device"}}},
-    {"reserved_head_room", {{"0", "0 apart"}, {"1", "256 apart"}, {"2", "0 close"}}},
+    {"reserved_head_room", {{"0", "0 apart"}, {"1", "0 close"}}},
+    {"reserve_takes_room", {{"0", "100 888"}, {"1", "100 1400"}}},
+    {"sharing_by_present_role", {{"0", "0 17"}, {"1", "17 0"}}},
+    {"stale_client_error", {{"22", "22 22"}, {"1", "1 22"}}},
 };
 
 class option_contract : public testing::TestWithParam<option> {};

@@ -606,6 +606,24 @@ INSTANTIATE_TEST_SUITE_P(
                     duplicate_row{OFFSET_TRANSPORT, 8, KEL_COPY_ALL, 72, 1428, {0, 0, 24}},
                     duplicate_row{OFFSET_NETWORK, 0, 100, 32, 100, {0, 32, 64}}));
 
+// OFFSET_DATA is no place in the data that a duplicate would follow.
+TEST_F(packet_contract, duplicate_from_past_the_front_has_no_data_offset)
+{
+    const packet source = new_packet(owner);
+    kel_metadata_group record;
+    kel_metadata_init(&record);
+    record.mask = KEL_METADATA_DATA_START;
+    record.data_start = 64;
+    ASSERT_OK(kel_metadata_set(&record, source));
+    set_offsets(source, {8, 32, 96});
+    for (const std::uint32_t kind : {OFFSET_NETWORK, OFFSET_TRANSPORT, OFFSET_APP}) {
+        const packet copy(kel_duplicate(source, kind, 0, KEL_COPY_ALL, nullptr));
+        std::uint32_t data_offset = 4711;
+        EXPECT_OK(kel_get_offset(copy, OFFSET_DATA, &data_offset));
+        EXPECT_EQ(data_offset, 0u) << kind;
+    }
+}
+
 struct refused_duplicate {
     std::uint32_t kind;
     std::uint32_t offset;

@@ -87,6 +87,20 @@ INSTANTIATE_TEST_SUITE_P(roles, exclusive_contract,
                                          std::pair{KEL_ROLE_ALWAYS, KEL_ROLE_ALWAYS},
                                          std::pair{KEL_ROLE_ACTIVE, KEL_ROLE_ACTIVE}));
 
+// A dynamic tag is as exclusive as another.
+TEST_P(exclusive_contract, dynamic_tag_is_held_once)
+{
+    const auto [first_role, second_role] = GetParam();
+    const client first = new_client(first_role);
+    const client second = new_client(second_role);
+    kel_tag tag = 0;
+    ASSERT_OK(kel_alloc_tag(first, &tag, "dyn. tag"));
+    EXPECT_ERROR(kel_register_tag(second, tag), EACCES);
+    ASSERT_OK(kel_register_tag(first, tag));
+    EXPECT_ERROR(kel_register_tag(second, tag), EEXIST);
+    ASSERT_OK(kel_free_tag(first, tag));
+}
+
 TEST_F(role_contract, eight_sinks_share_a_tag)
 {
     std::vector<client> sinks;
@@ -185,6 +199,28 @@ TEST_F(role_contract, holder_that_leaves_the_middle_is_passed_over)
     EXPECT_TRUE(receives(first));
     give_up(first);
     give_up(third);
+}
+
+// The client's registration counts, not what it has become by the time it registers the tag.
+TEST_F(role_contract, role_changed_before_the_tag_is_registered)
+{
+    const client first = new_receiver(TAG, KEL_ROLE_STANDBY);
+    const client sharing = new_client(KEL_ROLE_STANDBY);
+    ASSERT_OK(kel_client_ha_role_notify(sharing, KEL_ROLE_ACTIVE));
+    EXPECT_OK(kel_register_tag(sharing, TAG));
+    const client alone = new_client(KEL_ROLE_ACTIVE);
+    ASSERT_OK(kel_client_ha_role_notify(alone, KEL_ROLE_STANDBY));
+    EXPECT_ERROR(kel_register_tag(alone, TAG), EEXIST);
+    give_up(first);
+    give_up(sharing);
+
+    ASSERT_OK(kel_register_tag(alone, TAG));
+    EXPECT_ERROR(kel_register_tag(sharing, TAG), EEXIST);
+    give_up(alone);
+    ASSERT_OK(kel_register_tag(sharing, TAG));
+    EXPECT_OK(kel_register_tag(first, TAG));
+    give_up(first);
+    give_up(sharing);
 }
 
 TEST_F(role_contract, sharing_goes_by_the_role_at_registration)
