@@ -19,6 +19,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
+
 namespace kel_reference {
 
 namespace {
@@ -128,6 +131,16 @@ void receive_bytes(const unique_descriptor &socket, int flags)
     }
 }
 
+// In a container without network the interface is there and down. The caller sees no more than a
+// client without a descriptor, so the cause is said, once.
+void report_missing_loopback()
+{
+    static std::atomic_flag is_reported;
+    const bool is_missing = errno == ENETUNREACH || errno == EADDRNOTAVAIL;
+    if (!is_missing || is_reported.test_and_set()) return;
+    std::fputs("libkel: no client can have a descriptor: the loopback interface is down\n", stderr);
+}
+
 bool is_acknowledged(const unique_descriptor &socket)
 {
     int unacknowledged = 0;
@@ -151,6 +164,7 @@ bool socket_pair::open()
     client_end = new_socket();
     if (!listener.is_open() || !client_end.is_open() || !connect_to(client_end, address) ||
         !local_address(client_end, own_address)) {
+        report_missing_loopback();
         return false;
     }
     library_end = accept_from(listener, own_address);

@@ -4,7 +4,9 @@
 
 #include "tests/contract/contract.h"
 
+#include <sched.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -151,6 +153,42 @@ TEST_F(client_contract, descriptor_can_be_asked_for_again_when_there_was_none)
     EXPECT_EQ(dup(STDIN_FILENO), next_free) << "one was kept";
     close(next_free);
     EXPECT_GT(kel_getfd(owner), 2);
+}
+
+bool enter_network_of_its_own()
+{
+    return unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+}
+
+bool is_network_of_its_own_granted()
+{
+    const pid_t child = fork();
+    if (child == 0) std::_Exit(enter_network_of_its_own() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+// The loopback interface of a new network is down.
+[[noreturn]] void ask_for_descriptors_without_loopback()
+{
+    if (!enter_network_of_its_own()) std::_Exit(4);
+    for (int asked = 0; asked < 2; asked++) {
+        kel_client handle = 0;
+        if (kel_register_client(&handle, nullptr, KEL_ROLE_ALWAYS, 32) != 0) std::_Exit(1);
+        if (kel_getfd(handle) != -1 || kel_getfd(handle) != -1) std::_Exit(2);
+        if (kel_deregister_client(handle) != 0) std::_Exit(3);
+    }
+    std::_Exit(0);
+}
+
+TEST_F(client_contract, says_once_that_there_is_no_loopback_interface)
+{
+    if (!is_network_of_its_own_granted()) {
+        GTEST_SKIP() << "the system grants no network of one's own";
+    }
+    EXPECT_EXIT(ask_for_descriptors_without_loopback(), testing::ExitedWithCode(0),
+                "^libkel: no client can have a descriptor: the loopback interface is down\n$");
 }
 
 class tag_contract : public contract::test {};
