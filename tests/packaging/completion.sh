@@ -50,7 +50,7 @@ cases=$(for suite in $suites; do offered "${suite}_"; done | sort -u | grep -vxF
 expect 'all cases' "$(sort <<<"$guide" | md5sum)" "$(md5sum <<<"$cases")"
 
 completer=_tavor_run
-for command in run list report compare bisect; do
+for command in run list report compare bisect history; do
     expect "options of $command" \
         "$("$tavor_run" "$command" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
             grep -vx -- --help | sort)" \
@@ -70,5 +70,7 @@ for format in $(offered --out ''); do
 done
 expect 'formats of compare' 'html: jsonl: text:' \
     "$(offered compare a --out '' | sort | paste -sd ' ')"
+expect 'formats of history' 'html: text:' \
+    "$(offered history a --out '' | sort | paste -sd ' ')"
 expect 'cases for bisect' "$(sort <<<"$guide" | md5sum)" "$(offered bisect '' | sort | md5sum)"
 exit $((failures > 0))

@@ -64,6 +64,11 @@ struct compare_arguments {
     bool quiet = false;
 };
 
+struct history_arguments {
+    std::vector<std::string> reports{}; // files and folders
+    std::vector<std::string> outputs{}; // format:file
+};
+
 launch_options launch_options_of(const launch_arguments &given);
 run_options run_options_of(const run_arguments &given);
 

@@ -13,6 +13,7 @@ int run_command(const run_arguments &given);
 int bisect_command(const run_arguments &given);
 int report_command(const report_arguments &given);
 int compare_command(const compare_arguments &given);
+int history_command(const history_arguments &given);
 int list_command(const selection_arguments &given, bool suites_only);
 
 } // namespace tavor_run

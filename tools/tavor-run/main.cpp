@@ -14,7 +14,8 @@ namespace {
 
 using namespace tavor_run;
 
-constexpr std::array<std::string_view, 5> COMMANDS = {"run", "list", "report", "compare", "bisect"};
+constexpr std::array<std::string_view, 6> COMMANDS = {"run",     "list",   "report",
+                                                      "compare", "bisect", "history"};
 
 void add_selection(CLI::App &command, selection_arguments &given)
 {
@@ -86,6 +87,14 @@ void add_compare(CLI::App &command, compare_arguments &given)
     command.add_flag("--quiet,-q", given.quiet, "in texts only what differs or is not good");
 }
 
+void add_history(CLI::App &command, history_arguments &given)
+{
+    command.add_option("reports", given.reports, "jsonl results, or folders with *.jsonl")
+        ->required();
+    command.add_option("--out,--output", given.outputs, "format:file, several; text, html")
+        ->allow_extra_args(false);
+}
+
 struct program {
     CLI::App app{"Runs tavor, or judges what it printed.", "tavor-run"};
     run_arguments run{};
@@ -94,6 +103,7 @@ struct program {
     bool suites_only = false;
     report_arguments report{};
     compare_arguments compare{};
+    history_arguments history{};
 
     program()
     {
@@ -105,6 +115,8 @@ struct program {
         lister->add_flag("--suites", suites_only, "their suites only");
         add_report(*app.add_subcommand("report", "judge a captured console log"), report);
         add_compare(*app.add_subcommand("compare", "compare jsonl results"), compare);
+        add_history(*app.add_subcommand("history", "what changed over many jsonl results"),
+                    history);
         CLI::App *const bisecter =
             app.add_subcommand("bisect", "find which cases before it change a case's verdict");
         bisecter->add_option("case", bisect.bisected)->required();
@@ -119,6 +131,7 @@ struct program {
                : command == "bisect"  ? bisect_command(bisect)
                : command == "list"    ? list_command(list, suites_only)
                : command == "compare" ? compare_command(compare)
+               : command == "history" ? history_command(history)
                                       : report_command(report);
     }
 };

@@ -140,6 +140,7 @@ private:
             throw usage_error(run.path + ": of another format");
         }
         run.started = line.at("started");
+        run.planned = line.value("planned", std::size_t{0});
         const std::string part = line.value("shard", "");
         if (!part.empty()) {
             run.part = parse_shard(part);
@@ -167,10 +168,11 @@ private:
         const std::string name = line.at("name");
         const auto [place, is_new] = places.try_emplace(name, run.results.size());
         if (is_new) {
-            run.results.push_back({name, *state, line.at("message")});
-        } else if (*state > run.results[place->second].state) {
-            run.results[place->second] = {name, *state, line.at("message")};
+            run.results.emplace_back();
+        } else if (*state <= run.results[place->second].state) {
+            return;
         }
+        run.results[place->second] = {name, *state, line.at("message"), line.value("seconds", 0.0)};
     }
 
     stored_run run;

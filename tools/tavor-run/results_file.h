@@ -17,6 +17,7 @@ struct stored_result {
     std::string name{}; // perhaps of a case that is no more
     verdict state = verdict::not_run;
     std::string message{};
+    double seconds = 0; // as measured; 0: not measured
 };
 
 struct stored_run {
@@ -25,6 +26,7 @@ struct stored_run {
     program_identity identity{};
     std::vector<stored_result> results{}; // of several runs of a case the worst
     std::optional<shard> part{};          // of the selection
+    std::size_t planned = 0;              // results to come in all
     bool has_end = false;                 // false: the run that wrote it was cut short
     int exit_status = ALL_PASSED;         // with which it ended
 };

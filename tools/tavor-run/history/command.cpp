@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+
+#include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/history/history.h"
+#include "tools/tavor-run/output_file.h"
+#include "tools/tavor-run/outputs.h"
+#include "tools/tavor-run/selection.h"
+
+namespace tavor_run {
+
+int history_command(const history_arguments &given)
+{
+    const history what = read_history(given.reports);
+    std::vector<std::string> outputs = given.outputs;
+    if (std::none_of(outputs.begin(), outputs.end(), goes_to_standard_output)) {
+        outputs.emplace_back("text");
+    }
+    for (const std::string &each : outputs) {
+        const report_target target = parse_target(each);
+        if (target.format != "html" && target.format != "text") {
+            throw usage_error("no such format: " + target.format + " (text, html)");
+        }
+        output_file(target.path).replace(target.format == "html" ? html_of(what) : text_of(what));
+    }
+    const auto counts = what.counts();
+    const auto has = [&](trend which) { return counts[static_cast<std::size_t>(which)] > 0; };
+    if (has(trend::lost)) return SOME_LOST;
+    return has(trend::new_failure) || has(trend::flaky) || has(trend::known) ? SOME_FAILED
+                                                                             : ALL_PASSED;
+}
+
+} // namespace tavor_run
