@@ -52,6 +52,10 @@ th, td { text-align: left; padding: 0.2rem 0.8rem 0.2rem 0; border-bottom: 1px s
 td.time { text-align: right; }
 pre, .runs { font-family: monospace; }
 pre { white-space: pre-wrap; margin: 0.3rem 0; }
+.bar { display: flex; height: 0.8rem; margin: 0.5rem 0; print-color-adjust: exact; }
+.bar span { background: currentColor; min-width: 0.3rem; }
+#filter { margin: 1rem 0; }
+[hidden] { display: none !important; }
 summary { cursor: pointer; padding: 0.2rem 0; }
 svg { max-width: 100%; color: var(--ink); }
 .pass { color: var(--good); }
