@@ -3,7 +3,8 @@
 # What is installed beside the programs, and the Debian packages. A component is a package:
 #
 #   tavor      tavor           the program; needs libc and, at run time, a libkel
-#   tools      tavor-tools     tavor-run, kel-campaign, kel-campaign-spread, libkeltrace.so
+#   tools      tavor-tools     tavor-run, kel-campaign, kel-campaign-spread, kel-sequence,
+#                              libkeltrace.so
 #   reference  libkel-reference  the reference library, in a folder that no loader searches
 #   dev        tavor-dev       the interface's headers, the list of cases, the ctest module
 
@@ -21,6 +22,7 @@ set(manual_sources
     docs/tavor-run.md
     docs/kel-campaign.md
     docs/kel-campaign-spread.md
+    docs/kel-sequence.md
     tools/keltrace/README.md)
 find_program(LOWDOWN lowdown)
 find_program(GZIP gzip)
@@ -93,6 +95,9 @@ if(TARGET kel-campaign)
   install(FILES "${PROJECT_SOURCE_DIR}/tests/campaign/explained.txt" DESTINATION "${data}"
           COMPONENT tools)
   install_man(tools kel-campaign.1 kel-campaign-spread.1)
+endif()
+if(TARGET kel-sequence)
+  install_man(tools kel-sequence.1)
 endif()
 if(TARGET tavor-run)
   install_man(tools tavor-run.1)

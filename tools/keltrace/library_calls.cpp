@@ -12,6 +12,7 @@
 #include "tools/keltrace/census_rules.h"
 #include "tools/keltrace/operations.h"
 #include "tools/keltrace/own_code.h"
+#include "tools/keltrace/record.h"
 #include "tools/keltrace/state.h"
 
 namespace keltrace {
@@ -57,15 +58,18 @@ auto observed_call(Result (*function)(Arguments...), std::uint64_t number, Argum
     call_faults<Id, stored, Arguments...> faults(number, seen);
     std::optional<call_trace<Id, tuple>> line;
     std::optional<census_rules<Id, tuple>> account;
+    std::optional<record::call> recorded;
 
     if (trace::wanted()) line.emplace(seen).before();
     if (census::wanted()) account.emplace(seen).before();
+    if (record::wanted()) recorded.emplace(static_cast<sequence::operation>(Id), record::raw(seen));
     faults.before();
     if (faults.work) faults.result = call<Result>(function, faults.passed);
     faults.after();
 
     const bool succeeded = has_succeeded<Id>(faults.result);
     if (account && succeeded) account->after(faults.result);
+    if (recorded) recorded->returned(widened(faults.result));
     if (line) line->after(number, faults.result, succeeded);
     return faults.result;
 }
@@ -79,7 +83,7 @@ Result forward(const void *return_address, Arguments... arguments)
     if (!is_own_code(return_address)) return function(arguments...);
 
     const std::uint64_t number = count_call(Id);
-    if (faults_of(Id).empty() && !trace::wanted() && !census::wanted())
+    if (faults_of(Id).empty() && !trace::wanted() && !census::wanted() && !record::wanted())
         return function(arguments...);
     return static_cast<Result>(observed_call<Id>(function, number, arguments...));
 }

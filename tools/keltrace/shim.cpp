@@ -16,6 +16,7 @@
 #include "tools/keltrace/fault_plan.h"
 #include "tools/keltrace/numbers.h"
 #include "tools/keltrace/own_code.h"
+#include "tools/keltrace/record.h"
 #include "tools/keltrace/report.h"
 #include "tools/keltrace/state.h"
 #include "tools/keltrace/system_calls.h"
@@ -125,6 +126,9 @@ void read_ring()
         census::start();
     }
     if (path != nullptr || trace::wanted()) catch_signals();
+    if (const char *record_path = setting("KELTRACE_RECORD"))
+        if (auto wrong = record::open_file(record_path); !wrong.empty())
+            refuse("KELTRACE_RECORD", wrong);
     own_code::find();
 }
 

@@ -10,7 +10,9 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
@@ -22,6 +24,7 @@
 #include "tools/keltrace/call_trace.h"
 #include "tools/keltrace/census.h"
 #include "tools/keltrace/own_code.h"
+#include "tools/keltrace/record.h"
 #include "tools/keltrace/state.h"
 
 // NOLINTBEGIN(cert-dcl37-c): the names that the C library gives them
@@ -149,6 +152,12 @@ int stand_in_result(const fault &each)
     return -1;
 }
 
+// As sequences have it: what failed is its error number, negative.
+std::uint64_t negative_or(int result)
+{
+    return widened(result < 0 ? -static_cast<std::int64_t>(errno) : result);
+}
+
 template <typename Allocate> void *allocate(operation which, std::size_t size, Allocate next)
 {
     system_call call(which);
@@ -166,12 +175,16 @@ template <typename Open> int open_file(const char *path, int flags, Open next)
     call.begin([&](trace_line &line) {
         line.add("(\"%.60s\", 0x%x)", path, static_cast<unsigned>(flags));
     });
+    std::optional<record::call> recorded;
+    if (record::wanted() && strcmp(path, KEL_DEVICE) == 0)
+        recorded.emplace(sequence::OPEN_DEVICE, record::raw_arguments{});
     int result = -1;
     if (call.before([&](const fault &each) { result = stand_in_result(each); })) {
         result = next();
         if (result >= 0)
             take_account(census::kind::descriptor, static_cast<std::uint64_t>(result), true);
     }
+    if (recorded) recorded->returned(negative_or(result));
     call.end_with(result);
     return result;
 }
@@ -202,6 +215,53 @@ void show_select(trace_line &line, int count, const fd_set *readable, const fd_s
         line.add("no limit");
     line.close_list(")");
 }
+
+// The one descriptor of a set; 0: none, -1: several, or one that is no client's.
+int only_descriptor(const fd_set *set, int count)
+{
+    int found = 0;
+    for (int i = 0; set != nullptr && i < count; ++i) {
+        if (!FD_ISSET(i, set)) continue;
+        if (found != 0 || !record::is_known_descriptor(i)) return -1;
+        found = i;
+    }
+    return found;
+}
+
+// A select on a client's descriptor, in the sequence that is recorded.
+class recorded_select {
+public:
+    recorded_select(int count, const fd_set *readable, const fd_set *writable,
+                    const fd_set *exceptional, timeval *timeout)
+        : readable_(only_descriptor(readable, count)),
+          exceptional_(only_descriptor(exceptional, count))
+    {
+        if (readable_ < 0 || exceptional_ < 0 || only_descriptor(writable, count) != 0 ||
+            (readable_ == 0 && exceptional_ == 0)) {
+            record::comment("a select on other descriptors is no part of this sequence");
+            return;
+        }
+        recorded_.emplace(sequence::SELECT,
+                          record::raw_arguments{widened(readable_), widened(exceptional_),
+                                                widened(timeout), widened(&is_readable_),
+                                                widened(&is_exceptional_)});
+    }
+
+    void returned(int result, const fd_set *readable, const fd_set *exceptional)
+    {
+        if (!recorded_) return;
+        is_readable_ = result > 0 && readable_ > 0 && FD_ISSET(readable_, readable);
+        is_exceptional_ = result > 0 && exceptional_ > 0 && FD_ISSET(exceptional_, exceptional);
+        recorded_->returned(negative_or(result));
+    }
+
+private:
+    int readable_;
+    int exceptional_;
+    std::uint32_t is_readable_ = 0;
+    std::uint32_t is_exceptional_ = 0;
+    std::optional<record::call> recorded_;
+};
 
 void clear(fd_set *set)
 {
@@ -295,7 +355,10 @@ KELTRACE_EXPORTED int select(int count, fd_set *readable, fd_set *writable, fd_s
         clear(writable);
         clear(exceptional);
     };
+    std::optional<recorded_select> recorded;
+    if (record::wanted()) recorded.emplace(count, readable, writable, exceptional, timeout);
     if (call.before(stand_in)) result = next(count, readable, writable, exceptional, timeout);
+    if (recorded) recorded->returned(result, readable, exceptional);
     call.end_with(result);
     return result;
 }
@@ -336,9 +399,14 @@ KELTRACE_EXPORTED int close(int descriptor)
 {
     static constinit std::atomic<void *> found{nullptr};
     auto *next = next_as<int(int)>(found, "close");
-    if (KELTRACE_OWN_CALL && descriptor >= 0)
-        take_account(census::kind::descriptor, static_cast<std::uint64_t>(descriptor), false);
-    return next(descriptor);
+    if (!KELTRACE_OWN_CALL || descriptor < 0) return next(descriptor);
+    take_account(census::kind::descriptor, static_cast<std::uint64_t>(descriptor), false);
+    std::optional<record::call> recorded;
+    if (record::wanted() && record::is_known_descriptor(descriptor))
+        recorded.emplace(sequence::CLOSE_DEVICE, record::raw_arguments{widened(descriptor)});
+    const int result = next(descriptor);
+    if (recorded) recorded->returned(widened(result < 0 ? errno : 0));
+    return result;
 }
 
 KELTRACE_EXPORTED int ioctl(int descriptor, unsigned long request, ...) noexcept
@@ -354,9 +422,14 @@ KELTRACE_EXPORTED int ioctl(int descriptor, unsigned long request, ...) noexcept
     system_call call(operation::system_ioctl);
     call.begin(
         [&](trace_line &line) { line.add("(%d, 0x%lx, %p)", descriptor, request, argument); });
+    std::optional<record::call> recorded;
+    if (record::wanted() && record::is_known_descriptor(descriptor))
+        recorded.emplace(sequence::IOCTL,
+                         record::raw_arguments{widened(descriptor), request, widened(argument)});
     int result = -1;
     if (call.before([&](const fault &each) { result = stand_in_result(each); }))
         result = next(descriptor, request, argument);
+    if (recorded) recorded->returned(widened(result < 0 ? errno : 0));
     call.end_with(result);
     return result;
 }
@@ -369,8 +442,11 @@ KELTRACE_EXPORTED unsigned sleep(unsigned seconds)
 
     system_call call(operation::system_sleep);
     call.begin([&](trace_line &line) { line.add("(%u)", seconds); });
+    std::optional<record::call> recorded;
+    if (record::wanted()) recorded.emplace(sequence::SLEEP, record::raw_arguments{seconds});
     unsigned left = 0;
     if (call.before([](const fault &) {})) left = next(seconds);
+    if (recorded) recorded->returned(left);
     call.end([&](trace_line &line) { line.add(" = %u", left); });
     return left;
 }

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include "tests/sequence/recording.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/support/tavor.h"
+#include "tools/common/registry.h"
+#include "tools/sequence/parser.h"
+
+namespace support {
+
+std::string recorded_text(const std::string &case_name, const std::vector<std::string> &environment)
+{
+    EXPECT_GE(tools::case_number(case_name), 0) << case_name;
+    const std::string path =
+        testing::TempDir() + case_name + "." + std::to_string(getpid()) + ".seq";
+    tools::process_options process;
+    process.arguments = {TAVOR_BINARY, "-t", case_name};
+    process.environment = environment;
+    process.environment.push_back("KELTRACE_RECORD=" + path);
+    process.environment.emplace_back("LD_PRELOAD=" KELTRACE_LIBRARY);
+    process.timeout = std::chrono::seconds(60);
+    process.timeout_signal = SIGTERM;
+    tools::run_process(process);
+    std::ifstream file(path);
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::filesystem::remove(path);
+    return text;
+}
+
+sequence::call_sequence recorded(const std::string &case_name,
+                                 const std::vector<std::string> &environment)
+{
+    return sequence::from_text(recorded_text(case_name, environment));
+}
+
+} // namespace support

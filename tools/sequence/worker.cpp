@@ -1,0 +1,357 @@
+// SPDX-License-Identifier: MIT
+//
+// A child for each job, which sends its answers as they come. They are objects of the same program
+// on both sides, so their numbers are sent as they stand in memory.
+#include "tools/sequence/worker.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "tools/common/usage_error.h"
+#include "tools/sequence/executor.h"
+#include "tools/sequence/library.h"
+
+namespace sequence {
+
+namespace {
+
+using steady = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// So many children at a time: nearly all of their time is waiting.
+constexpr std::size_t AT_ONCE = 16;
+// Opening a library on a busy machine.
+constexpr milliseconds START{20000};
+
+// What a message is about, in place of a call's number.
+constexpr std::uint32_t REFUSED = ~std::uint32_t{0};
+
+template <typename number> void put(std::string &bytes, const number &one)
+{
+    bytes.append(reinterpret_cast<const char *>(&one), sizeof one);
+}
+
+void put_value(std::string &bytes, const value &one)
+{
+    put(bytes, one.kind);
+    put(bytes, static_cast<std::uint32_t>(one.scalars.size()));
+    for (const scalar &each : one.scalars) put(bytes, each);
+    put(bytes, static_cast<std::uint32_t>(one.bytes.size()));
+    bytes += one.bytes;
+}
+
+std::string message_of(std::uint32_t index, const answer &given)
+{
+    std::string bytes;
+    put(bytes, index);
+    put_value(bytes, given.result);
+    put(bytes, static_cast<std::uint32_t>(given.stored.size()));
+    for (const value &each : given.stored) put_value(bytes, each);
+    return bytes;
+}
+
+class message_reader {
+public:
+    explicit message_reader(std::string_view bytes) : bytes_(bytes) {}
+
+    template <typename number> number take()
+    {
+        number one;
+        std::memcpy(&one, bytes_.data(), sizeof one);
+        bytes_.remove_prefix(sizeof one);
+        return one;
+    }
+
+    std::string take_bytes(std::size_t count)
+    {
+        std::string taken(bytes_.substr(0, count));
+        bytes_.remove_prefix(count);
+        return taken;
+    }
+
+    value take_value()
+    {
+        value one;
+        one.kind = take<value_kind>();
+        one.scalars.resize(take<std::uint32_t>());
+        for (scalar &each : one.scalars) each = take<scalar>();
+        one.bytes = take_bytes(take<std::uint32_t>());
+        return one;
+    }
+
+    answer take_answer()
+    {
+        answer given;
+        given.result = take_value();
+        given.stored.resize(take<std::uint32_t>());
+        for (value &each : given.stored) each = take_value();
+        return given;
+    }
+
+    std::string rest() const { return std::string(bytes_); }
+
+private:
+    std::string_view bytes_;
+};
+
+void send(int pipe, const std::string &message)
+{
+    std::string bytes;
+    put(bytes, static_cast<std::uint32_t>(message.size()));
+    bytes += message;
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t written = write(pipe, bytes.data() + done, bytes.size() - done);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) _exit(1);
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+void set_environment(const library_setup &setup)
+{
+    for (const std::string &each : setup.environment) {
+        const std::size_t equals = each.find('=');
+        if (equals == std::string::npos) {
+            unsetenv(each.c_str());
+        } else {
+            setenv(each.substr(0, equals).c_str(), each.c_str() + equals + 1, 1);
+        }
+    }
+}
+
+[[noreturn]] void be_child(int pipe, const call_sequence &made, const job &what)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (const int number : {SIGINT, SIGTERM, SIGPIPE}) signal(number, SIG_DFL);
+    // What a library prints is no answer.
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (const int standard : {0, 1, 2}) dup2(nothing, standard);
+    set_environment(what.setup);
+    try {
+        const library tested(what.setup.path);
+        // The first message says that the calls begin.
+        send(pipe, message_of(REFUSED - 1, {}));
+        execute(tested, made, what.end, [pipe](std::size_t index, answer &&given) {
+            send(pipe, message_of(static_cast<std::uint32_t>(index), given));
+        });
+    } catch (const std::exception &error) {
+        std::string message;
+        put(message, REFUSED);
+        send(pipe, message + error.what());
+    }
+    _exit(0);
+}
+
+milliseconds record_time(const value &timeout)
+{
+    if (timeout.kind != value_kind::record) return milliseconds{0};
+    return milliseconds(timeout.scalars[0].number * 1000 + timeout.scalars[1].number / 1000);
+}
+
+// How long the call is told to wait.
+milliseconds told_time(const call &made)
+{
+    if (made.operation == SLEEP) return std::chrono::seconds(made.arguments[0].one().number);
+    const operation_schema &which = schema_of(made.operation);
+    milliseconds told{0};
+    for (std::size_t i = 0; i < which.parameters.size(); i++) {
+        if (which.parameters[i].name == "timeout") told = record_time(made.arguments[i]);
+    }
+    return told;
+}
+
+class child {
+public:
+    child(const call_sequence &made, const job &what, const limits &allowed)
+        : made_(made), allowed_(allowed)
+    {
+        end_ = std::min(what.end, made.calls.size());
+        given_.resize(end_);
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe");
+        }
+        id_ = fork();
+        if (id_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
+        if (id_ == 0) be_child(ends[1], made, what);
+        close(ends[1]);
+        pipe_ = ends[0];
+        deadline_ = steady::now() + START;
+    }
+    child(const child &) = delete;
+    child &operator=(const child &) = delete;
+    ~child()
+    {
+        if (id_ > 0) finish();
+    }
+
+    int pipe() const { return pipe_; }
+    steady::time_point deadline() const { return deadline_; }
+
+    // Takes what has come; false when nothing more will.
+    bool read_on()
+    {
+        char piece[65536];
+        const ssize_t count = read(pipe_, piece, sizeof piece);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return true;
+        if (count <= 0) return false;
+        received_.append(piece, static_cast<std::size_t>(count));
+        std::size_t at = 0;
+        std::uint32_t size = 0;
+        while (received_.size() - at >= sizeof size) {
+            std::memcpy(&size, received_.data() + at, sizeof size);
+            if (received_.size() - at - sizeof size < size) break;
+            take(std::string_view(received_).substr(at + sizeof size, size));
+            at += sizeof size + size;
+        }
+        received_.erase(0, at);
+        return true;
+    }
+
+    // Ends the process; what has no answer hung, or crashed.
+    answers end(bool is_late)
+    {
+        if (is_late) kill(id_, SIGKILL);
+        const int status = finish();
+        if (!refusal_.empty()) throw tools::usage_error(refusal_);
+        for (std::size_t i = 0; i < end_; i++) {
+            if (given_[i]) {
+                result_.push_back(std::move(*given_[i]));
+                continue;
+            }
+            answer missing;
+            missing.stored.resize(made_.calls[i].arguments.size());
+            missing.outcome = is_late ? outcome::hang : outcome::crash;
+            if (!is_late && WIFSIGNALED(status)) missing.signal = WTERMSIG(status);
+            result_.push_back(std::move(missing));
+            break;
+        }
+        return std::move(result_);
+    }
+
+private:
+    void take(std::string_view message)
+    {
+        message_reader reader(message);
+        const auto index = reader.take<std::uint32_t>();
+        if (index == REFUSED) {
+            refusal_ = reader.rest();
+            return;
+        }
+        if (index < given_.size()) given_[index] = reader.take_answer();
+        answered_ = index < given_.size() ? answered_ + 1 : 0;
+        // The time that the calls which follow may take; several may be under way.
+        milliseconds told{0};
+        for (std::size_t i = 0; i < end_; i++) {
+            if (!given_[i]) {
+                told = told_time(made_.calls[i]);
+                break;
+            }
+        }
+        deadline_ = steady::now() + allowed_.call + told;
+    }
+
+    int finish()
+    {
+        int status = 0;
+        close(pipe_);
+        kill(id_, SIGKILL);
+        while (waitpid(id_, &status, 0) < 0 && errno == EINTR) continue;
+        id_ = -1;
+        return status;
+    }
+
+    const call_sequence &made_;
+    limits allowed_;
+    std::size_t end_ = 0;
+    pid_t id_ = -1;
+    int pipe_ = -1;
+    std::string received_;
+    std::string refusal_;
+    std::vector<std::optional<answer>> given_;
+    std::size_t answered_ = 0;
+    answers result_;
+    steady::time_point deadline_;
+};
+
+} // namespace
+
+std::vector<answers> run_all(const call_sequence &made, const std::vector<job> &jobs,
+                             const limits &allowed)
+{
+    std::vector<answers> all(jobs.size());
+    std::vector<std::pair<std::size_t, std::unique_ptr<child>>> running;
+    std::size_t next = 0;
+    while (next < jobs.size() || !running.empty()) {
+        while (next < jobs.size() && running.size() < AT_ONCE) {
+            running.emplace_back(next, std::make_unique<child>(made, jobs[next], allowed));
+            next++;
+        }
+        std::vector<pollfd> watched;
+        auto soonest = steady::time_point::max();
+        for (const auto &[index, each] : running) {
+            watched.push_back({each->pipe(), POLLIN, 0});
+            soonest = std::min(soonest, each->deadline());
+        }
+        const auto left = std::chrono::duration_cast<milliseconds>(soonest - steady::now());
+        poll(watched.data(), watched.size(),
+             static_cast<int>(std::max<std::int64_t>(left.count() + 1, 0)));
+        for (std::size_t i = running.size(); i-- > 0;) {
+            auto &[index, each] = running[i];
+            const bool has_more = watched[i].revents == 0 || each->read_on();
+            const bool is_late = has_more && steady::now() >= each->deadline();
+            if (has_more && !is_late) continue;
+            all[index] = each->end(is_late);
+            running.erase(running.begin() + static_cast<std::ptrdiff_t>(i));
+        }
+    }
+    return all;
+}
+
+std::string printed_when_loaded(const library_setup &setup)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    const pid_t id = fork();
+    if (id < 0) throw std::system_error(errno, std::generic_category(), "fork");
+    if (id == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        set_environment(setup);
+        dlopen(library_file(setup.path).c_str(), RTLD_NOW | RTLD_LOCAL);
+        _exit(0);
+    }
+    close(ends[1]);
+    std::string text;
+    char piece[4096];
+    for (ssize_t count = 0; (count = read(ends[0], piece, sizeof piece)) != 0;) {
+        if (count > 0) text.append(piece, static_cast<std::size_t>(count));
+        if (count < 0 && errno != EINTR) break;
+    }
+    close(ends[0]);
+    while (waitpid(id, nullptr, 0) < 0 && errno == EINTR) continue;
+    return text;
+}
+
+answers run_one(const call_sequence &made, const job &what, const limits &allowed)
+{
+    return std::move(run_all(made, {what}, allowed).front());
+}
+
+} // namespace sequence
