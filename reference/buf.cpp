@@ -9,7 +9,6 @@
 
 #include "reference/bufgroup.h"
 #include "reference/chain.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -41,10 +40,6 @@ buffer_object *find_freeable(state &library, kel_buffer buffer, std::uint32_t &e
     error = 0;
     if (freed && !freed->packet) return freed;
     error = freed || library.buffers.is_stale(buffer) ? EPERM : EINVAL;
-    if (!freed && error == EPERM) {
-        if (fires(fault::buf_double_free_accepted)) error = 0;
-        if (fires(fault::buf_double_free_wrong_error)) error = EINVAL;
-    }
     return nullptr;
 }
 
@@ -61,13 +56,8 @@ std::uint32_t trim(state &library, kel_buffer *buffer, std::uint32_t size, end_o
     if (!first) return EINVAL;
     const std::uint32_t total = chain_length(first);
     if (size > total) return ERANGE;
-    if (fires(fault::buf_trim_lost)) return 0;
-    if (fires(fault::buf_trim_other_end)) {
-        end = end == end_of_chain::head ? end_of_chain::tail : end_of_chain::head;
-    }
-    const std::uint32_t kept = fires(fault::buf_trim_keeps_chain) ? 1 : 0;
     const auto trim_end = end == end_of_chain::head ? trim_front : trim_back;
-    *buffer = handle_of(trim_end(library, *first, size, total + kept));
+    *buffer = handle_of(trim_end(library, *first, size, total));
     return 0;
 }
 
@@ -88,16 +78,10 @@ buffer_object *duplicate(state &library, buffer_object &source, std::uint32_t of
     if (offset >= total) return nullptr;
     const std::uint32_t left = total - offset;
     if (length == KEL_COPY_ALL) length = left;
-    if (fires(fault::buf_duplicate_truncates) && length > left) length = left;
     if (length == 0 || length > left) return nullptr;
 
-    if (fires(fault::buf_duplicate_wrong_length)) length--;
-    if (fires(fault::buf_duplicate_from_front)) offset = 0;
-    payer charged = payer_beside(source);
-    if (fires(fault::buf_duplicate_not_charged)) charged.client = nullptr;
-    const bool spreads = fires(fault::buf_duplicate_too_many_buffers);
     const auto [head, result] =
-        obtain_chain(library, charged, length, spreads ? layout::spread : layout::gathered);
+        obtain_chain(library, payer_beside(source), length, layout::gathered);
     error = result;
     if (head) copy_chain(&source, offset, head, length);
     return head;
@@ -128,7 +112,6 @@ kel_buffer model::kel_get_buffer(state &library, kel_client client, kel_bufgroup
                                  uint32_t size, uint8_t contiguous, uint32_t *error)
 {
     const obtained_chain chain = obtain_for(library, client, group, size, contiguous);
-    if (chain.head && fires(fault::buf_get_one_short)) chain.head->length -= size ? 1 : 0;
     store_error(error, chain.error);
     return handle_of(chain.head);
 }
@@ -154,7 +137,7 @@ uint32_t model::kel_free_buffer(state &library, kel_buffer buffer)
 {
     std::uint32_t error = 0;
     buffer_object *freed = find_freeable(library, buffer, error);
-    if (!freed || fires(fault::buf_free_lost)) return error;
+    if (!freed) return error;
     return result_of_free(free_single(library, *freed));
 }
 
@@ -162,10 +145,7 @@ uint32_t model::kel_free_bufchain(state &library, kel_buffer buffer)
 {
     std::uint32_t error = 0;
     buffer_object *freed = find_freeable(library, buffer, error);
-    if (!freed || fires(fault::buf_free_chain_lost)) return error;
-    if (fires(fault::buf_free_chain_first_only)) {
-        return result_of_free(free_single(library, *freed));
-    }
+    if (!freed) return error;
     if (freed->previous) freed->previous->next = nullptr;
     freed->previous = nullptr;
     return result_of_free(free_chain(library, *freed));
@@ -178,13 +158,6 @@ uint32_t model::kel_buf_append(state &library, kel_buffer buffer, kel_buffer add
     if (!first || !appended || appended->packet) return EINVAL;
     buffer_object &last = tail_of(*first);
     if (&last == &tail_of(*appended)) return EINVAL;
-    if (fires(fault::buf_append_lost)) return 0;
-    if (fires(fault::buf_append_behind_first)) {
-        appended->next = first->next;
-        first->next = nullptr;
-        link_behind(*first, *appended);
-        return 0;
-    }
     link_behind(last, *appended);
     return 0;
 }
@@ -223,10 +196,7 @@ uint32_t model::kel_buf_set_length(state &library, kel_buffer buffer, uint32_t l
 {
     buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
-    const bool ignores_room = fires(fault::buf_set_length_ignores_head_room);
-    const std::uint32_t room = ignores_room ? 0 : changed->data_start;
-    if (length > changed->capacity - room) return ENOSPC;
-    if (fires(fault::buf_set_length_lost)) return 0;
+    if (length > changed->capacity - changed->data_start) return ENOSPC;
     set_buffer_length(*changed, length);
     return 0;
 }
@@ -235,15 +205,13 @@ uint32_t model::kel_buf_reserve_space(state &library, kel_buffer buffer, uint32_
 {
     buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
-    if (changed->space_reserved && !fires(fault::buf_reserve_space_twice)) return EINVAL;
+    if (changed->space_reserved) return EINVAL;
     const std::uint32_t left =
         changed->length + (chosen_options().reserve_takes_room ? tail_room(*changed) : 0);
-    const bool takes_all = size == left && fires(fault::buf_reserve_space_takes_all);
-    if (size >= left && !takes_all) return ENOSPC;
+    if (size >= left) return ENOSPC;
 
     changed->space_reserved = true;
-    if (!fires(fault::buf_reserve_space_keeps_start)) changed->data_start += size;
-    if (fires(fault::buf_reserve_space_keeps_length)) return 0;
+    changed->data_start += size;
     set_buffer_length(*changed, left - size);
     return 0;
 }
@@ -255,7 +223,6 @@ uint32_t model::kel_buf_set_data(state &library, kel_buffer buffer, uint32_t off
     if (!first || !source) return EINVAL;
     const std::uint64_t end = std::uint64_t{offset} + length;
     if (end > chain_length(first)) return chosen_options().write_beyond_end_error;
-    if (fires(fault::buf_set_data_first_buffer_only) && end > first->length) return 0;
     copy_in(first, offset, source, length);
     return 0;
 }
@@ -282,10 +249,8 @@ uint32_t model::kel_buf_trim_tail(state &library, kel_buffer *buffer, uint32_t s
 
 uint32_t model::kel_buf_adj(state &library, kel_buffer *buffer, int32_t size)
 {
-    const bool reversed = fires(fault::buf_adj_reversed);
     const auto magnitude = static_cast<std::uint32_t>(size < 0 ? -std::int64_t{size} : size);
-    return trim(library, buffer, magnitude,
-                (size < 0) != reversed ? end_of_chain::tail : end_of_chain::head);
+    return trim(library, buffer, magnitude, size < 0 ? end_of_chain::tail : end_of_chain::head);
 }
 
 uint32_t model::kel_buf_add_head(state &library, kel_buffer *buffer, uint32_t size)

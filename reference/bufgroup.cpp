@@ -8,7 +8,6 @@
 #include <cstring>
 #include <utility>
 
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -69,12 +68,7 @@ std::uint32_t register_regular(state &library, client_object &client, kel_bufgro
                                const char *name)
 {
     bufgroup_object *group = find_group_by_name(library, name);
-    const bool takes_reserved = fires(fault::bufgroup_register_takes_reserved_name);
-    if (group && group->reserved && !takes_reserved) return EINVAL;
-    if (group && fires(fault::bufgroup_register_not_shared)) {
-        library.bufgroup_names.erase(group->name);
-        group = nullptr;
-    }
+    if (group && group->reserved) return EINVAL;
     if (!group) group = make_group(library, name);
     if (!group) return ENOMEM;
     join_group(client, *group);
@@ -94,7 +88,7 @@ std::uint32_t find_group_for_use(state &library, client_object &client, kel_bufg
     if (chosen_options().group_use_needs_registration && !is_registered(*found, &client)) {
         return EINVAL;
     }
-    if (!fires(fault::bufgroup_get_from_default_memory)) group = found;
+    group = found;
     return 0;
 }
 
@@ -107,10 +101,8 @@ std::uint32_t governing_records(const bufgroup_object &group)
 bool group_admits(const bufgroup_object &group, std::int64_t buffers, std::int64_t bytes)
 {
     const std::uint32_t governing = governing_records(group);
-    const std::int64_t slack = fires(fault::bufgroup_threshold_one_over_max) ? 1 : 0;
-    if (fires(fault::bufgroup_threshold_no_limit)) return true;
-    const std::int64_t buffers_then = group.used.buffers + buffers - slack;
-    const std::int64_t bytes_then = group.used.bytes + bytes - slack * bytes;
+    const std::int64_t buffers_then = group.used.buffers + buffers;
+    const std::int64_t bytes_then = group.used.bytes + bytes;
     const bool by_buffers = governing & KEL_BUFGROUP_BUFFERS && buffers > 0;
     const bool by_bytes = governing & KEL_BUFGROUP_BYTES && bytes > 0;
     return !(by_buffers && buffers_then > group.buffers.max) &&
@@ -124,7 +116,7 @@ bool group_reached_high(const bufgroup_object &group, const usage &before)
                             reached(before.buffers, group.used.buffers, group.buffers.high);
     const bool by_bytes =
         governing & KEL_BUFGROUP_BYTES && reached(before.bytes, group.used.bytes, group.bytes.high);
-    return (by_buffers || by_bytes) && !fires(fault::bufgroup_threshold_no_high_notice);
+    return by_buffers || by_bytes;
 }
 
 bool group_came_down_to_low(const bufgroup_object &group, const usage &before)
@@ -134,7 +126,7 @@ bool group_came_down_to_low(const bufgroup_object &group, const usage &before)
                             came_down(before.buffers, group.used.buffers, group.buffers.low);
     const bool by_bytes = governing & KEL_BUFGROUP_BYTES &&
                           came_down(before.bytes, group.used.bytes, group.bytes.low);
-    return (by_buffers || by_bytes) && !fires(fault::bufgroup_threshold_no_low_notice);
+    return by_buffers || by_bytes;
 }
 
 void refer_to_group(bufgroup_object &group)
@@ -195,7 +187,6 @@ uint32_t model::kel_deregister_bufgroup(state &library, kel_client client, kel_b
 {
     bufgroup_object *left = find_registered(library, client, group);
     if (!left) return EINVAL;
-    if (fires(fault::bufgroup_deregister_lost)) return 0;
     leave_group(library, *library.clients.find(client), *left, false);
     return 0;
 }
@@ -205,9 +196,6 @@ uint32_t model::kel_bufgroup_set_params(state &library, kel_client client, kel_b
                                         const kel_bufgroup_thresholds *bytes)
 {
     bufgroup_object *set = find_registered(library, client, group);
-    if (!set && fires(fault::bufgroup_set_params_by_strangers)) {
-        set = library.bufgroups.find(group);
-    }
     const bool sets_buffers = mask & KEL_BUFGROUP_BUFFERS;
     const bool sets_bytes = mask & KEL_BUFGROUP_BYTES;
     if (!set || mask & ~(KEL_BUFGROUP_BUFFERS | KEL_BUFGROUP_BYTES)) return EINVAL;
@@ -216,10 +204,8 @@ uint32_t model::kel_bufgroup_set_params(state &library, kel_client client, kel_b
         if (sets_buffers && !is_ordered(*buffers)) return EINVAL;
         if (sets_bytes && !is_ordered(*bytes)) return EINVAL;
     }
-    if (fires(fault::bufgroup_set_params_lost)) return 0;
     if (sets_buffers) set->buffers = *buffers;
-    if (sets_bytes && !fires(fault::bufgroup_set_params_loses_bytes)) set->bytes = *bytes;
-    if (fires(fault::bufgroup_set_params_swaps)) std::swap(set->buffers.low, set->buffers.high);
+    if (sets_bytes) set->bytes = *bytes;
     set->mask |= mask;
     return 0;
 }
@@ -270,7 +256,6 @@ uint32_t model::kel_get_count_bytag(state &library, kel_client client, kel_tag t
             counted.bytes += each->charged_bytes;
         }
     });
-    if (fires(fault::bufgroup_count_bytag_none)) counted = {};
     *buffers = counted.buffers;
     *bytes = counted.bytes;
     return 0;

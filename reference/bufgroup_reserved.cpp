@@ -6,7 +6,6 @@
 #include <cerrno>
 
 #include "reference/bufgroup.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -58,8 +57,7 @@ std::uint32_t register_reserved(state &library, client_object &client, kel_bufgr
                                 const char *name, const reservation &asked)
 {
     bufgroup_object *group = find_group_by_name(library, name);
-    const bool takes_regular = fires(fault::bufgroup_reserved_register_takes_regular_name);
-    if (group && !group->reserved && !takes_regular) return EINVAL;
+    if (group && !group->reserved) return EINVAL;
     if (!group) group = make_reserved_group(library, name, asked);
     if (!group) return ENOMEM;
     join_group(client, *group);
@@ -72,8 +70,7 @@ std::uint32_t register_reserved(state &library, client_object &client, kel_bufgr
 std::uint32_t elements_left(const bufgroup_object &group)
 {
     const auto freed = static_cast<std::uint32_t>(group.free_elements.size());
-    const std::uint32_t left = group.element_count - group.untouched_from + freed;
-    return left && fires(fault::bufgroup_reserved_get_one_too_few) ? left - 1 : left;
+    return group.element_count - group.untouched_from + freed;
 }
 
 std::byte *take_element(bufgroup_object &group) noexcept
@@ -92,8 +89,6 @@ std::byte *take_element(bufgroup_object &group) noexcept
         return nullptr;
     }
     arena::unpoison(taken, group.element_pitch);
-    const bool too_close = taken != group.elements && fires(fault::bufgroup_reserved_get_too_close);
-    if (too_close) taken -= group.element_pitch - group.element_size / 2;
     return taken + group.head_room;
 }
 
@@ -101,9 +96,7 @@ void give_back_element(bufgroup_object &group, std::byte *within)
 {
     const auto position = static_cast<std::size_t>(within - group.elements);
     std::byte *element = group.elements + position / group.element_pitch * group.element_pitch;
-    if (!group.no_poison || fires(fault::bufgroup_reserved_free_poisons)) {
-        arena::poison(element, group.element_pitch);
-    }
+    if (!group.no_poison) arena::poison(element, group.element_pitch);
     group.free_elements.push_back(element);
 }
 

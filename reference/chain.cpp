@@ -10,7 +10,6 @@
 #include <span>
 
 #include "reference/bufgroup.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/options.h"
 
@@ -100,13 +99,10 @@ void charge(buffer_object &buffer, client_object *client)
         buffer.obtainer = client;
         client->buffers.push_front(buffer);
         count_in(client->used, buffer);
-        if (fires(fault::buf_get_counted_twice)) count_in(client->used, buffer);
-        if (fires(fault::buf_get_not_counted)) count_out(client->used, buffer);
     }
     if (buffer.group) {
         refer_to_group(*buffer.group);
         count_in(buffer.group->used, buffer);
-        if (fires(fault::bufgroup_get_not_counted)) count_out(buffer.group->used, buffer);
     }
 }
 
@@ -114,10 +110,10 @@ void discharge(buffer_object &buffer)
 {
     if (buffer.obtainer) {
         buffer.obtainer->buffers.remove(buffer);
-        if (!fires(fault::buf_free_keeps_client_count)) count_out(buffer.obtainer->used, buffer);
+        count_out(buffer.obtainer->used, buffer);
     }
     if (!buffer.group) return;
-    if (!fires(fault::buf_free_keeps_group_count)) count_out(buffer.group->used, buffer);
+    count_out(buffer.group->used, buffer);
 }
 
 void unlink(buffer_object &buffer)
@@ -264,8 +260,7 @@ std::uint32_t gather_chain(state &library, packet_object &packet)
     buffer_object *made = make_buffer(library, group, length);
     if (!made) return ENOMEM;
 
-    const bool loses_tail = fires(fault::packet_coalesce_loses_tail);
-    copy_chain(packet.head, 0, made, loses_tail ? packet.head->length : length);
+    copy_chain(packet.head, 0, made, length);
     const usage before = group ? group->used : usage{};
     charge(*made, charged.client);
     while (buffer_object *gathered = packet.head) {
@@ -292,15 +287,6 @@ void forget_obtainer(buffer_object &buffer)
 {
     buffer.obtainer->buffers.remove(buffer);
     buffer.obtainer = nullptr;
-}
-
-void recharge(buffer_object &buffer, client_object &client)
-{
-    count_out(buffer.obtainer->used, buffer);
-    buffer.obtainer->buffers.remove(buffer);
-    buffer.obtainer = &client;
-    client.buffers.push_front(buffer);
-    count_in(client.used, buffer);
 }
 
 buffer_object &head_of(buffer_object &buffer)
@@ -410,7 +396,7 @@ buffer_object *trim_back(state &library, buffer_object &first, std::uint32_t siz
 std::uint32_t grow_front(state &library, buffer_object *&first, std::uint32_t size)
 {
     buffer_object &grown = *first;
-    const bool fits = size <= grown.data_start && !fires(fault::chain_grow_front_extends);
+    const bool fits = size <= grown.data_start;
     const bool fills_room = chosen_options().head_growth_fills_room && size > grown.data_start;
     const std::uint32_t inside = fits ? size : fills_room ? grown.data_start : 0;
     if (!fits) {

@@ -47,9 +47,6 @@ payer payer_beside(const buffer_object &buffer);
 // Takes the buffer off the count of its obtainer, who is gone; it remains its group's.
 void forget_obtainer(buffer_object &buffer);
 
-// Moves the buffer from its obtainer's count to another client's.
-void recharge(buffer_object &buffer, client_object &client);
-
 buffer_object &head_of(buffer_object &buffer);
 buffer_object &tail_of(buffer_object &first);
 std::uint32_t chain_count(const buffer_object *first);

@@ -9,7 +9,6 @@
 #include <memory>
 
 #include "reference/daemon.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -67,9 +66,7 @@ uint32_t model::kel_register_client(state &library, kel_client *client, const ch
                                     uint32_t role, uint32_t depth)
 {
     if (role > KEL_ROLE_STANDBY) return EINVAL;
-    if (!client) {
-        return fires(fault::client_register_accepts_null) ? 0 : chosen_options().null_result_error;
-    }
+    if (!client) return chosen_options().null_result_error;
     client_object *created = library.clients.create();
     if (!created) return ENOMEM;
     if (!start_daemon()) {
@@ -85,7 +82,6 @@ uint32_t model::kel_deregister_client(state &library, kel_client client)
 {
     client_object *released = library.clients.find(client);
     if (!released) return client_refusal(library, client);
-    if (fires(fault::client_deregister_stays_valid)) return 0;
     release_holdings(library, *released);
     // Both end without the lock: the daemon needs it in order to end.
     signal_descriptor closed = std::move(released->descriptor);

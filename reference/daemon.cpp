@@ -13,7 +13,6 @@
 #include <csignal>
 #include <system_error>
 
-#include "reference/faults.h"
 #include "reference/transport.h"
 
 namespace kel_reference {
@@ -59,10 +58,7 @@ private:
 
 clock::time_point flush_time(const client_object &client)
 {
-    auto interval = client.signal_interval;
-    if (fires(fault::daemon_flush_too_early)) interval /= 8;
-    if (fires(fault::daemon_flush_too_late)) interval *= 8;
-    return client.last_deferred_send + interval;
+    return client.last_deferred_send + client.signal_interval;
 }
 
 // Signals the clients whose interval has passed. Returns when the next one's will have.
@@ -76,8 +72,6 @@ clock::time_point flush_clients(state &library)
         const clock::time_point due = flush_time(*each);
         if (due > now) {
             next_flush = std::min(next_flush, due);
-        } else if (fires(fault::daemon_flush_never)) {
-            cancel_flush(library, *each);
         } else {
             signal_packets(library, *each);
         }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // The operations as callers find them. Each takes the library's lock, and hands its arguments to
-// the model's function of the same name.
+// the model's function of the same name, or to faults that were chosen in its place.
 
 #include <mutex>
 
+#include "reference/faults/catalogue.h"
+#include "reference/faults/faults.h"
 #include "reference/operations.h"
 #include "reference/state.h"
 
@@ -13,12 +15,16 @@ namespace kel_reference {
 namespace {
 
 // Carries out one call that came from `caller`.
-template <auto operation> auto enter(const void *caller, auto... arguments)
+template <operation entered> auto enter(const void *caller, auto... arguments)
 {
     state &shared = library();
     const std::lock_guard guard(shared.lock);
     shared.caller = caller;
-    return operation(shared, arguments...);
+    if (faults_are_chosen) [[unlikely]] {
+        faults::begin_call(shared, entered);
+        return faults::right_one<entered>{}(shared, arguments...);
+    }
+    return faults::model_of<entered>(shared, arguments...);
 }
 
 } // namespace
@@ -32,7 +38,7 @@ using namespace kel_reference;
 #include "kelapi/operations.def"
 
 #define ENTER(function, ...)                                                                       \
-    return enter<model::function>(__builtin_return_address(0) __VA_OPT__(, ) __VA_ARGS__);
+    return enter<operation::function>(__builtin_return_address(0) __VA_OPT__(, ) __VA_ARGS__);
 
 #define OPERATION_0(f, r)                                                                          \
     result_##r f()                                                                                 \

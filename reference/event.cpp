@@ -9,7 +9,7 @@
 
 #include "reference/bufgroup.h"
 #include "reference/client.h"
-#include "reference/faults.h"
+#include "reference/faults/inside.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -27,22 +27,6 @@ event_key key_of(const kel_event &event)
 bool is_same(const kel_event &left, const kel_event &right)
 {
     return key_of(left) == key_of(right) && left.group_flags == right.group_flags;
-}
-
-void show_pending(client_object &client)
-{
-    const bool pending = !client.pending_events.empty();
-    if (pending ? fires(fault::event_descriptor_stays_idle)
-                : fires(fault::event_descriptor_stays_exceptional)) {
-        return;
-    }
-    client.descriptor.set_exceptional(pending);
-}
-
-void arm(state &library, client_object &client, const kel_event &event)
-{
-    client.events.push_back(event);
-    library.watchers[key_of(event)].insert(&client);
 }
 
 void disarm(state &library, client_object &client, std::list<kel_event>::iterator event)
@@ -74,23 +58,6 @@ void drop_all(state &library, client_object &client)
     client.pending_events.clear();
 }
 
-bool is_lost(const kel_event &event)
-{
-    return (event.type == KEL_EVENT_TAG && fires(fault::event_tag_lost)) ||
-           (event.type == KEL_EVENT_BUFGROUP && fires(fault::event_bufgroup_lost)) ||
-           (event.type == KEL_EVENT_TAG_REGISTERED && fires(fault::event_tag_registered_lost));
-}
-
-void fire(state &library, client_object &client, std::list<kel_event>::iterator event)
-{
-    if (!is_lost(*event)) {
-        client.pending_events.push_back(*event);
-        client.gate->changed.notify_all();
-    }
-    disarm(library, client, event);
-    show_pending(client);
-}
-
 // Fires all armed events of that type and object for which `is_due(event)`.
 void fire_where(state &library, const event_key &key, auto is_due)
 {
@@ -110,8 +77,7 @@ void fire_where(state &library, const event_key &key, auto is_due)
 // accepted.
 bool has_room(const client_object &receiver)
 {
-    return receiver.queued < std::max(receiver.asked_depth, 1u) ||
-           fires(fault::event_tag_fires_when_full);
+    return receiver.queued < std::max(receiver.asked_depth, 1u);
 }
 
 // Whether a packet with the tag could be queued. If not, the queue is watched from now on.
@@ -182,7 +148,7 @@ bool is_due_when_armed(state &library, const kel_event &event)
 {
     switch (event.type) {
     case KEL_EVENT_TAG:
-        return tag_has_room(library, event.object) && !fires(fault::event_tag_ignores_room);
+        return tag_has_room(library, event.object);
     case KEL_EVENT_TAG_REGISTERED:
         return is_held(library, event.object);
     default:
@@ -201,18 +167,16 @@ bool is_valid_object(state &library, const client_object &client, const kel_even
         const bool are_flags_valid =
             event.group_flags != 0 &&
             (event.group_flags & ~(KEL_EVENT_GROUP_LOW | KEL_EVENT_GROUP_HIGH)) == 0;
-        return group && client.bufgroups.contains(group) &&
-               (are_flags_valid || fires(fault::event_add_accepts_group_flags));
+        return group && client.bufgroups.contains(group) && are_flags_valid;
     }
     default:
-        return fires(fault::event_add_accepts_type);
+        return false;
     }
 }
 
 bool is_valid(state &library, const client_object &client, const kel_event &event)
 {
-    return (event.flags == 0 || fires(fault::event_add_accepts_flags)) &&
-           is_valid_object(library, client, event);
+    return event.flags == 0 && is_valid_object(library, client, event);
 }
 
 std::uint32_t add_event(state &library, kel_client client, const kel_event &event)
@@ -220,9 +184,7 @@ std::uint32_t add_event(state &library, kel_client client, const kel_event &even
     client_object *owner = library.clients.find(client);
     if (!owner) return client_refusal(library, client);
     if (!is_valid(library, *owner, event)) return EINVAL;
-    if (event.type == KEL_EVENT_TAG && !is_held(library, event.object)) {
-        return fires(fault::event_add_accepts_unheld_tag) ? 0 : EINVAL;
-    }
+    if (event.type == KEL_EVENT_TAG && !is_held(library, event.object)) return EINVAL;
     drop(library, *owner, event);
     arm(library, *owner, event);
     if (is_due_when_armed(library, event)) {
@@ -241,7 +203,7 @@ std::uint32_t remove_event(state &library, kel_client client, const kel_event &e
         drop_all(library, *owner);
     } else if (!is_valid(library, *owner, event)) {
         result = EINVAL;
-    } else if (!fires(fault::event_remove_keeps) && !drop(library, *owner, event)) {
+    } else if (!drop(library, *owner, event)) {
         result = chosen_options().unarmed_event_error;
     }
     show_pending(*owner);
@@ -264,17 +226,9 @@ bool deadline_of(const timeval *timeout, std::optional<clock::time_point> &deadl
 kel_event take_pending(client_object &client)
 {
     kel_event event = client.pending_events.front();
-    if (!fires(fault::event_wait_reports_again)) client.pending_events.pop_front();
+    client.pending_events.pop_front();
     show_pending(client);
     if (event.type == KEL_EVENT_BUFGROUP) event.type = chosen_options().event_group_type;
-    if (fires(fault::event_wait_wrong_type)) event.type++;
-    if (fires(fault::event_wait_no_type)) event.type = KEL_EVENT_NONE;
-    if (fires(fault::event_wait_wrong_object)) event.object++;
-    if (fires(fault::event_context_wrong)) {
-        event.context1++;
-        event.context2++;
-    }
-    if (fires(fault::event_context_swapped)) std::swap(event.context1, event.context2);
     return event;
 }
 
@@ -292,12 +246,31 @@ bool sleep_at(event_gate &gate, state &library, const std::optional<clock::time_
 
 void end_waits(client_object &client)
 {
-    if (fires(fault::event_clear_does_not_wake)) return;
     client.gate->clears++;
     client.gate->changed.notify_all();
 }
 
 } // namespace
+
+void show_pending(client_object &client)
+{
+    unless(fault::event_not_shown)
+        client.descriptor.set_exceptional(!client.pending_events.empty());
+}
+
+void arm(state &library, client_object &client, const kel_event &event)
+{
+    client.events.push_back(event);
+    library.watchers[key_of(event)].insert(&client);
+}
+
+void fire(state &library, client_object &client, std::list<kel_event>::iterator event)
+{
+    client.pending_events.push_back(*event);
+    client.gate->changed.notify_all();
+    disarm(library, client, event);
+    show_pending(client);
+}
 
 void queue_has_room(state &library, client_object &receiver)
 {

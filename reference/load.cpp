@@ -3,7 +3,7 @@
 // Reads the environment when the library is loaded:
 //
 //   KEL_REFERENCE_OPTIONS="name=value ..."   open choices (options.h)
-//   KEL_REFERENCE_FAULTS="name[#n[+]] ..."   faults (faults.h)
+//   KEL_REFERENCE_FAULTS="op#n[+]:kind ..."   faults (faults/faults.h)
 //   KEL_REFERENCE_LIST=options|faults        prints what may be chosen and ends the process
 
 #include "reference/load.h"

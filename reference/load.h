@@ -15,7 +15,7 @@ std::vector<std::string_view> words_of(const char *text);
 // what was asked for would prove nothing.
 [[noreturn]] void refuse_setting(const char *variable, std::string_view word, const char *why);
 
-// options.cpp, faults.cpp: take the settings; print what may be set.
+// options.cpp, faults/faults.cpp: take the settings; print what may be set.
 void choose_options(const std::vector<std::string_view> &words);
 void list_options();
 void choose_faults(const std::vector<std::string_view> &words);

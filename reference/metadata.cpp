@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "reference/chain.h"
-#include "reference/faults.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 #include "reference/packet.h"
@@ -57,25 +56,20 @@ void set_length(packet_object &packet, std::uint32_t length)
 bool is_offset_allowed(std::uint32_t packet_length, std::int64_t offset)
 {
     if (offset < 0 || offset > std::int64_t{UINT32_MAX}) return false;
-    if (packet_length == 0) return !fires(fault::metadata_set_offset_bounds_empty);
-    if (fires(fault::metadata_set_offset_no_bound)) return true;
+    if (packet_length == 0) return true;
     return offset < packet_length ||
            (offset == packet_length && chosen_options().offset_may_equal_length);
 }
 
 bool is_settable_offset(std::uint32_t kind)
 {
-    if (kind == OFFSET_DATA) return fires(fault::metadata_set_offset_sets_data);
-    return is_offset_kind(kind);
+    return kind != OFFSET_DATA && is_offset_kind(kind);
 }
 
 std::uint32_t write_offset(packet_object &packet, std::uint32_t kind, std::int64_t offset)
 {
     if (!is_offset_allowed(packet.length, offset)) return chosen_options().bound_error;
-    const auto value = static_cast<std::uint32_t>(offset);
-    if (fires(fault::metadata_set_offset_lost)) return 0;
-    packet.metadata.offsets[kind] = value;
-    if (fires(fault::metadata_set_offset_all_kinds)) packet.metadata.offsets.fill(value);
+    packet.metadata.offsets[kind] = static_cast<std::uint32_t>(offset);
     return 0;
 }
 
@@ -91,11 +85,11 @@ std::uint32_t read_field(state &library, kel_packet packet, value_type packet_me
 
 template <typename value_type>
 std::uint32_t write_field(state &library, kel_packet packet, value_type packet_metadata::*field,
-                          value_type value, fault lost)
+                          value_type value)
 {
     packet_object *written = library.packets.find(packet);
     if (!written) return EINVAL;
-    if (!fires(lost)) written->metadata.*field = value;
+    written->metadata.*field = value;
     return 0;
 }
 
@@ -105,45 +99,39 @@ struct group_field {
     std::size_t in_metadata;
     std::size_t size;
     std::uint32_t bit;
-    fault lost;
 };
 
-#define GROUP_FIELD(bit, group_member, member, index, lost)                                        \
+#define GROUP_FIELD(bit, group_member, member, index)                                              \
     {                                                                                              \
         offsetof(kel_metadata_group, group_member),                                                \
             offsetof(packet_metadata, member) +                                                    \
                 (index) * sizeof(kel_metadata_group::group_member),                                \
-            sizeof(kel_metadata_group::group_member), bit, fault::metadata_group_set_##lost        \
+            sizeof(kel_metadata_group::group_member), bit                                          \
     }
 
 constexpr group_field GROUP_FIELDS[] = {
-    GROUP_FIELD(KEL_METADATA_TAG, tag, tag, 0, loses_tag),
-    GROUP_FIELD(KEL_METADATA_CAUSE, cause, cause, 0, loses_cause),
-    GROUP_FIELD(KEL_METADATA_PRIORITY, priority, priority, 0, loses_priority),
-    GROUP_FIELD(KEL_METADATA_LINK_TYPE, link_type, link_type, 0, loses_link_type),
-    GROUP_FIELD(KEL_METADATA_VRF_ID, vrf_id, vrf_id, 0, loses_vrf_id),
-    GROUP_FIELD(KEL_METADATA_TOPOLOGY_ID, topology_id, topology_id, 0, loses_topology_id),
-    GROUP_FIELD(KEL_METADATA_INGRESS_VLAN_ID, ingress_vlan_id, ingress_vlan_id, 0,
-                loses_ingress_vlan_id),
-    GROUP_FIELD(KEL_METADATA_EGRESS_VLAN_ID, egress_vlan_id, egress_vlan_id, 0,
-                loses_egress_vlan_id),
-    GROUP_FIELD(KEL_METADATA_OPAQUE_1, opaque_1, opaque, 0, loses_opaque),
-    GROUP_FIELD(KEL_METADATA_OPAQUE_2, opaque_2, opaque, 1, loses_opaque),
-    GROUP_FIELD(KEL_METADATA_OPAQUE_3, opaque_3, opaque, 2, loses_opaque),
-    GROUP_FIELD(KEL_METADATA_DATA_START, data_start, offsets, OFFSET_DATA, loses_data_start),
-    GROUP_FIELD(KEL_METADATA_NETWORK_START, network_start, offsets, OFFSET_NETWORK,
-                loses_network_start),
-    GROUP_FIELD(KEL_METADATA_TRANSPORT_START, transport_start, offsets, OFFSET_TRANSPORT,
-                loses_transport_start),
-    GROUP_FIELD(KEL_METADATA_APP_START, app_start, offsets, OFFSET_APP, loses_app_start),
-    GROUP_FIELD(KEL_METADATA_OPAQUE_4, opaque_4, opaque, 3, loses_opaque),
-    GROUP_FIELD(KEL_METADATA_DELTA, delta, delta, 0, loses_delta),
-    GROUP_FIELD(KEL_METADATA_IF_INPUT, if_input, ifids, IF_INPUT, loses_if_input),
-    GROUP_FIELD(KEL_METADATA_IF_OUTPUT, if_output, ifids, IF_OUTPUT, loses_if_output),
+    GROUP_FIELD(KEL_METADATA_TAG, tag, tag, 0),
+    GROUP_FIELD(KEL_METADATA_CAUSE, cause, cause, 0),
+    GROUP_FIELD(KEL_METADATA_PRIORITY, priority, priority, 0),
+    GROUP_FIELD(KEL_METADATA_LINK_TYPE, link_type, link_type, 0),
+    GROUP_FIELD(KEL_METADATA_VRF_ID, vrf_id, vrf_id, 0),
+    GROUP_FIELD(KEL_METADATA_TOPOLOGY_ID, topology_id, topology_id, 0),
+    GROUP_FIELD(KEL_METADATA_INGRESS_VLAN_ID, ingress_vlan_id, ingress_vlan_id, 0),
+    GROUP_FIELD(KEL_METADATA_EGRESS_VLAN_ID, egress_vlan_id, egress_vlan_id, 0),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_1, opaque_1, opaque, 0),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_2, opaque_2, opaque, 1),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_3, opaque_3, opaque, 2),
+    GROUP_FIELD(KEL_METADATA_DATA_START, data_start, offsets, OFFSET_DATA),
+    GROUP_FIELD(KEL_METADATA_NETWORK_START, network_start, offsets, OFFSET_NETWORK),
+    GROUP_FIELD(KEL_METADATA_TRANSPORT_START, transport_start, offsets, OFFSET_TRANSPORT),
+    GROUP_FIELD(KEL_METADATA_APP_START, app_start, offsets, OFFSET_APP),
+    GROUP_FIELD(KEL_METADATA_OPAQUE_4, opaque_4, opaque, 3),
+    GROUP_FIELD(KEL_METADATA_DELTA, delta, delta, 0),
+    GROUP_FIELD(KEL_METADATA_IF_INPUT, if_input, ifids, IF_INPUT),
+    GROUP_FIELD(KEL_METADATA_IF_OUTPUT, if_output, ifids, IF_OUTPUT),
     GROUP_FIELD(KEL_METADATA_IF_INPUT_L2_PHYSICAL, if_input_l2_physical, ifids,
-                IF_INPUT_L2_PHYSICAL, loses_if_input_l2_physical),
-    GROUP_FIELD(KEL_METADATA_IF_INPUT_L2_LOGICAL, if_input_l2_logical, ifids, IF_INPUT_L2_LOGICAL,
-                loses_if_input_l2_logical),
+                IF_INPUT_L2_PHYSICAL),
+    GROUP_FIELD(KEL_METADATA_IF_INPUT_L2_LOGICAL, if_input_l2_logical, ifids, IF_INPUT_L2_LOGICAL),
 };
 
 #undef GROUP_FIELD
@@ -209,7 +197,7 @@ void lower_offsets(packet_metadata &metadata, std::uint32_t size)
 {
     for (std::size_t kind = OFFSET_NETWORK; kind < MAX_OFFSET_KINDS; kind++) {
         std::uint32_t &offset = metadata.offsets[kind];
-        offset -= fires(fault::metadata_offset_wraps) ? size : std::min(size, offset);
+        offset -= std::min(size, offset);
     }
 }
 
@@ -224,7 +212,7 @@ uint32_t model::kel_set_length(state &library, kel_packet packet, uint32_t lengt
     packet_object *written = library.packets.find(packet);
     if (!written) return EINVAL;
     if (!length_fits(*written, length)) return chosen_options().bound_error;
-    if (!fires(fault::metadata_set_length_lost)) set_length(*written, length);
+    set_length(*written, length);
     return 0;
 }
 
@@ -236,7 +224,7 @@ kel_tag model::kel_get_tag(state &library, kel_packet packet)
 
 uint32_t model::kel_set_tag(state &library, kel_packet packet, kel_tag tag)
 {
-    return write_field(library, packet, &packet_metadata::tag, tag, fault::metadata_set_tag_lost);
+    return write_field(library, packet, &packet_metadata::tag, tag);
 }
 
 uint32_t model::kel_get_ifid(state &library, kel_packet packet, uint32_t kind, uint64_t *id)
@@ -251,10 +239,7 @@ uint32_t model::kel_set_ifid(state &library, kel_packet packet, uint32_t kind, u
 {
     packet_object *written = library.packets.find(packet);
     if (!written || kind >= INTERFACE_KINDS) return EINVAL;
-    if (fires(fault::metadata_set_ifid_lost)) return 0;
     written->metadata.ifids[kind] = id;
-    if (fires(fault::metadata_set_ifid_all_kinds)) written->metadata.ifids.fill(id);
-    if (fires(fault::metadata_set_ifid_signed)) written->metadata.ifids[kind] |= ~0ull << 32;
     return 0;
 }
 
@@ -283,9 +268,7 @@ uint32_t model::kel_adj_offset(state &library, kel_packet packet, uint32_t kind,
 {
     packet_object *written = library.packets.find(packet);
     if (!written || !is_settable_offset(kind)) return EINVAL;
-    const std::int64_t before =
-        fires(fault::metadata_adj_offset_sets) ? 0 : written->metadata.offsets[kind];
-    return write_offset(*written, kind, before + adjustment);
+    return write_offset(*written, kind, std::int64_t{written->metadata.offsets[kind]} + adjustment);
 }
 
 uint32_t model::kel_get_cause(state &library, kel_packet packet, uint32_t *cause)
@@ -295,8 +278,7 @@ uint32_t model::kel_get_cause(state &library, kel_packet packet, uint32_t *cause
 
 uint32_t model::kel_set_cause(state &library, kel_packet packet, uint32_t cause)
 {
-    return write_field(library, packet, &packet_metadata::cause, cause,
-                       fault::metadata_set_cause_lost);
+    return write_field(library, packet, &packet_metadata::cause, cause);
 }
 
 uint32_t model::kel_get_priority(state &library, kel_packet packet, uint16_t *priority)
@@ -306,8 +288,7 @@ uint32_t model::kel_get_priority(state &library, kel_packet packet, uint16_t *pr
 
 uint32_t model::kel_set_priority(state &library, kel_packet packet, uint16_t priority)
 {
-    return write_field(library, packet, &packet_metadata::priority, priority,
-                       fault::metadata_set_priority_lost);
+    return write_field(library, packet, &packet_metadata::priority, priority);
 }
 
 uint32_t model::kel_get_link_type(state &library, kel_packet packet, uint16_t *link_type)
@@ -317,8 +298,7 @@ uint32_t model::kel_get_link_type(state &library, kel_packet packet, uint16_t *l
 
 uint32_t model::kel_set_link_type(state &library, kel_packet packet, uint16_t link_type)
 {
-    return write_field(library, packet, &packet_metadata::link_type, link_type,
-                       fault::metadata_set_link_type_lost);
+    return write_field(library, packet, &packet_metadata::link_type, link_type);
 }
 
 uint32_t model::kel_get_vrf_id(state &library, kel_packet packet, uint32_t *vrf_id)
@@ -328,8 +308,7 @@ uint32_t model::kel_get_vrf_id(state &library, kel_packet packet, uint32_t *vrf_
 
 uint32_t model::kel_set_vrf_id(state &library, kel_packet packet, uint32_t vrf_id)
 {
-    return write_field(library, packet, &packet_metadata::vrf_id, vrf_id,
-                       fault::metadata_set_vrf_id_lost);
+    return write_field(library, packet, &packet_metadata::vrf_id, vrf_id);
 }
 
 uint32_t model::kel_get_topology_id(state &library, kel_packet packet, uint32_t *topology_id)
@@ -339,8 +318,7 @@ uint32_t model::kel_get_topology_id(state &library, kel_packet packet, uint32_t 
 
 uint32_t model::kel_set_topology_id(state &library, kel_packet packet, uint32_t topology_id)
 {
-    return write_field(library, packet, &packet_metadata::topology_id, topology_id,
-                       fault::metadata_set_topology_id_lost);
+    return write_field(library, packet, &packet_metadata::topology_id, topology_id);
 }
 
 uint32_t model::kel_get_ingress_vlan_id(state &library, kel_packet packet, uint16_t *vlan_id)
@@ -350,8 +328,7 @@ uint32_t model::kel_get_ingress_vlan_id(state &library, kel_packet packet, uint1
 
 uint32_t model::kel_set_ingress_vlan_id(state &library, kel_packet packet, uint16_t vlan_id)
 {
-    return write_field(library, packet, &packet_metadata::ingress_vlan_id, vlan_id,
-                       fault::metadata_set_ingress_vlan_id_lost);
+    return write_field(library, packet, &packet_metadata::ingress_vlan_id, vlan_id);
 }
 
 uint32_t model::kel_get_egress_vlan_id(state &library, kel_packet packet, uint16_t *vlan_id)
@@ -361,8 +338,7 @@ uint32_t model::kel_get_egress_vlan_id(state &library, kel_packet packet, uint16
 
 uint32_t model::kel_set_egress_vlan_id(state &library, kel_packet packet, uint16_t vlan_id)
 {
-    return write_field(library, packet, &packet_metadata::egress_vlan_id, vlan_id,
-                       fault::metadata_set_egress_vlan_id_lost);
+    return write_field(library, packet, &packet_metadata::egress_vlan_id, vlan_id);
 }
 
 uint32_t model::kel_get_caller(state &library, kel_packet packet, uint32_t *pid, uintptr_t *pc)
@@ -398,11 +374,9 @@ uint32_t model::kel_metadata_set(state &library, kel_metadata_group *group, kel_
     if (!written || !group) return EINVAL;
     if (!group_is_allowed(*group, *written)) return chosen_options().bound_error;
     const bool sets_length = group->mask & KEL_METADATA_LENGTH;
-    if (sets_length && !fires(fault::metadata_group_set_loses_length)) {
-        set_length(*written, group->length);
-    }
+    if (sets_length) set_length(*written, group->length);
     for (const group_field &field : GROUP_FIELDS) {
-        if (!(group->mask & field.bit) || fires(field.lost)) continue;
+        if (!(group->mask & field.bit)) continue;
         std::memcpy(bytes_at(written->metadata, field.in_metadata),
                     bytes_at(*group, field.in_group), field.size);
     }

@@ -25,7 +25,17 @@ void release_packets_and_buffers(state &library, client_object &client);
 // Ends all of the client's registrations of groups.
 void release_bufgroups(state &library, client_object &client);
 
-// Tags and queues (tag.cpp, transport.cpp).
+// Tags, roles and queues (tag.cpp, role.cpp, transport.cpp).
+
+// Null when nobody holds or owns the tag.
+tag_object *find_tag(state &library, kel_tag tag);
+// Whether the tags that it registers are shared. Its registration decides, not what it has
+// become since.
+bool shares_tags(const client_object &client);
+void add_holder(state &library, client_object &client, kel_tag tag);
+void remove_holder(state &library, client_object &client, kel_tag tag);
+
+void change_role(state &library, client_object &client, std::uint32_t role);
 
 // Ends the client's registrations and frees its dynamic tags.
 void release_tags(state &library, client_object &client);
@@ -37,6 +47,12 @@ client_object *receiver_of(state &library, kel_tag tag);
 void dequeue(state &library, packet_object &packet);
 
 // Events (event.cpp).
+
+void arm(state &library, client_object &client, const kel_event &event);
+// Makes an armed event a pending one.
+void fire(state &library, client_object &client, std::list<kel_event>::iterator event);
+// Shows on the client's descriptor whether events are pending.
+void show_pending(client_object &client);
 
 // The queue of `receiver` has fewer packets.
 void queue_has_room(state &library, client_object &receiver);

@@ -14,7 +14,6 @@
 
 #include "reference/bufgroup.h"
 #include "reference/chain.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -100,11 +99,6 @@ packet_object *make_packet(state &library, const packet_order &order, std::uint3
     return nullptr;
 }
 
-void shorten(buffer_object &buffer)
-{
-    set_buffer_length(buffer, buffer.length - 1);
-}
-
 kel_packet handle_of(const packet_object *packet)
 {
     return packet ? packet->handle : 0;
@@ -125,12 +119,9 @@ kel_packet make_bare_header(state &library, const packet_order &order)
 std::uint32_t free_by_handle(state &library, kel_packet packet)
 {
     if (packet_object *freed = library.packets.find(packet)) {
-        if (fires(fault::packet_free_lost)) return 0;
         return release_packet(library, *freed);
     }
-    if (!library.packets.is_stale(packet)) return EINVAL;
-    if (fires(fault::packet_double_free_accepted)) return 0;
-    return fires(fault::packet_double_free_wrong_error) ? EINVAL : EPERM;
+    return library.packets.is_stale(packet) ? EPERM : EINVAL;
 }
 
 void clear_offsets(packet_object &packet)
@@ -161,30 +152,22 @@ std::uint32_t stretch_length(const packet_object &source, std::uint64_t position
 
 void duplicate_metadata(packet_object &made, const packet_object &source, std::uint32_t position)
 {
-    if (fires(fault::packet_duplicate_loses_metadata)) return;
     made.metadata = source.metadata;
-    if (fires(fault::packet_duplicate_loses_tag)) made.metadata.tag = 0;
-    if (fires(fault::packet_duplicate_loses_ifids)) made.metadata.ifids.fill(0);
-    if (fires(fault::packet_duplicate_keeps_offsets)) return;
     lower_offsets(made.metadata, position);
     std::uint32_t &data_start = made.metadata.offsets[OFFSET_DATA];
     if (position) data_start = 0;
-    if (fires(fault::packet_duplicate_counts_data_offset)) data_start = position;
 }
 
 packet_object *duplicate(state &library, packet_object &source, std::uint32_t position,
                          std::uint32_t length, std::uint32_t &error)
 {
-    payer charged = payer_beside(*source.head);
-    if (fires(fault::packet_duplicate_other_group)) charged.group = nullptr;
+    const payer charged = payer_beside(*source.head);
     packet_object *made = make_header(library, *source.holder, charged.group);
     error = made ? 0 : ENOMEM;
     if (!made) return nullptr;
 
-    if (!fires(fault::packet_duplicate_loses_tlvs)) error = copy_tlvs(*made, source);
+    error = copy_tlvs(*made, source);
     if (!error) {
-        if (fires(fault::packet_duplicate_wrong_length)) length--;
-        if (fires(fault::packet_duplicate_from_front)) position = 0;
         const obtained_chain chain = obtain_chain(library, charged, length, layout::gathered);
         error = chain.error;
         if (chain.head) {
@@ -201,15 +184,10 @@ packet_object *duplicate(state &library, packet_object &source, std::uint32_t po
 std::uint32_t trim_packet(state &library, packet_object &packet, std::uint32_t size, bool at_head)
 {
     if (size > packet.length) return ERANGE;
-    const std::uint32_t length = packet.length;
-    const std::uint32_t kept = fires(fault::packet_trim_keeps_chain) ? 1 : 0;
     const auto trim = at_head ? trim_front : trim_back;
-    trim(library, *packet.head, size, length + kept);
-    if (fires(fault::packet_trim_keeps_length)) packet.length = length;
-    if (at_head && !fires(fault::packet_trim_head_keeps_offsets)) {
-        lower_offsets(packet.metadata, size);
-    }
-    if (!packet.head && !fires(fault::packet_trim_keeps_offsets_of_nothing)) clear_offsets(packet);
+    trim(library, *packet.head, size, packet.length);
+    if (at_head) lower_offsets(packet.metadata, size);
+    if (!packet.head) clear_offsets(packet);
     return 0;
 }
 
@@ -256,8 +234,6 @@ kel_packet model::kel_get_packet(state &library, kel_client client, kel_bufgroup
     const layout wanted = contiguous ? layout::contiguous : layout::spread;
     std::uint32_t result = 0;
     packet_object *made = make_packet(library, {client, group, size, wanted, 0, 0}, result);
-    if (made && fires(fault::packet_get_with_tag)) made->metadata.tag = 1;
-    if (made && size && fires(fault::packet_get_one_short)) shorten(*made->tail);
     store_error(error, result);
     return handle_of(made);
 }
@@ -324,16 +300,11 @@ uint32_t model::kel_append(state &library, kel_packet packet, kel_buffer buffer)
     packet_object *grown = library.packets.find(packet);
     buffer_object *added = library.buffers.find(buffer);
     if (!grown || !added || added->packet) return EINVAL;
-    const std::uint32_t length = grown->length;
     if (!grown->head) {
         link_into_empty(*grown, *added);
-    } else if (fires(fault::packet_append_in_front)) {
-        link_before(*grown->head, *added);
     } else {
         link_behind(*grown->tail, *added);
     }
-    if (fires(fault::packet_append_keeps_length)) grown->length = length;
-    if (fires(fault::packet_append_keeps_count)) grown->buffer_count = 1;
     return 0;
 }
 
@@ -342,15 +313,11 @@ uint32_t model::kel_prepend(state &library, kel_packet packet, kel_buffer buffer
     packet_object *grown = library.packets.find(packet);
     buffer_object *added = library.buffers.find(buffer);
     if (!grown || !added || added->packet) return EINVAL;
-    const std::uint32_t length = grown->length;
     if (!grown->head) {
         link_into_empty(*grown, *added);
-    } else if (fires(fault::packet_prepend_behind)) {
-        link_behind(*grown->tail, *added);
     } else {
         link_before(*grown->head, *added);
     }
-    if (fires(fault::packet_prepend_keeps_length)) grown->length = length;
     return 0;
 }
 
@@ -364,30 +331,21 @@ uint32_t model::kel_coalesce(state &library, kel_packet packet)
 {
     packet_object *gathered = library.packets.find(packet);
     if (!gathered) return EINVAL;
-    if (gathered->buffer_count <= 1 || fires(fault::packet_coalesce_lost)) return 0;
-    if (!fires(fault::packet_coalesce_keeps_charge)) return gather_chain(library, *gathered);
-
-    client_object *obtainer = gathered->tail->obtainer;
-    const std::uint32_t error = gather_chain(library, *gathered);
-    if (!error && obtainer) recharge(*gathered->head, *obtainer);
-    return error;
+    return gathered->buffer_count > 1 ? gather_chain(library, *gathered) : 0;
 }
 
 uint32_t model::kel_reserve_space(state &library, kel_packet packet, uint32_t size)
 {
     packet_object *reserved = library.packets.find(packet);
     if (!reserved || !reserved->head) return EINVAL;
-    if (reserved->space_reserved && !fires(fault::packet_reserve_space_twice)) return EINVAL;
+    if (reserved->space_reserved) return EINVAL;
     buffer_object &head = *reserved->head;
-    const bool takes_all = size == reserved->length && fires(fault::packet_reserve_space_takes_all);
-    if ((size >= reserved->length && !takes_all) || size > head.length) return ENOSPC;
+    if (size >= reserved->length || size > head.length) return ENOSPC;
 
     reserved->space_reserved = true;
     head.space_reserved = true;
-    if (!fires(fault::packet_reserve_space_keeps_start)) head.data_start += size;
-    if (fires(fault::packet_reserve_space_keeps_length)) reserved->length += size;
+    head.data_start += size;
     set_buffer_length(head, head.length - size);
-    if (fires(fault::packet_reserve_space_moves_offsets)) lower_offsets(reserved->metadata, size);
     return 0;
 }
 
@@ -404,9 +362,8 @@ uint32_t model::kel_add_head(state &library, kel_packet packet, uint32_t size)
     packet_object *grown = library.packets.find(packet);
     if (!grown || !grown->head) return EINVAL;
     buffer_object *head = grown->head;
-    const std::uint32_t asked = size && fires(fault::packet_add_head_one_short) ? size - 1 : size;
-    if (const std::uint32_t error = grow_front(library, head, asked)) return error;
-    if (!fires(fault::packet_add_head_keeps_offsets)) raise_offsets(grown->metadata, size);
+    if (const std::uint32_t error = grow_front(library, head, size)) return error;
+    raise_offsets(grown->metadata, size);
     return 0;
 }
 
@@ -414,26 +371,21 @@ uint32_t model::kel_add_tail(state &library, kel_packet packet, uint32_t size)
 {
     packet_object *grown = library.packets.find(packet);
     if (!grown || !grown->head) return EINVAL;
-    const std::uint32_t asked = size && fires(fault::packet_add_tail_one_short) ? size - 1 : size;
-    if (const std::uint32_t error = grow_back(library, *grown->head, asked)) return error;
-    if (fires(fault::packet_add_tail_moves_offsets)) raise_offsets(grown->metadata, size);
-    return 0;
+    return grow_back(library, *grown->head, size);
 }
 
 uint32_t model::kel_trim_head(state &library, kel_packet packet, uint32_t size)
 {
     packet_object *trimmed = library.packets.find(packet);
     if (!trimmed || !trimmed->head) return EINVAL;
-    const bool at_head = !fires(fault::packet_trim_head_at_tail);
-    return trim_packet(library, *trimmed, size, at_head);
+    return trim_packet(library, *trimmed, size, true);
 }
 
 uint32_t model::kel_trim_tail(state &library, kel_packet packet, uint32_t size)
 {
     packet_object *trimmed = library.packets.find(packet);
     if (!trimmed || !trimmed->head) return EINVAL;
-    const bool at_head = fires(fault::packet_trim_tail_at_head);
-    return trim_packet(library, *trimmed, size, at_head);
+    return trim_packet(library, *trimmed, size, false);
 }
 
 uint32_t model::kel_set_data(state &library, kel_packet packet, uint32_t kind, uint32_t offset,
@@ -443,9 +395,7 @@ uint32_t model::kel_set_data(state &library, kel_packet packet, uint32_t kind, u
     std::uint64_t position = 0;
     if (!written || !source || !find_position(*written, kind, offset, position)) return EINVAL;
     if (position + length > written->length) return chosen_options().write_beyond_end_error;
-    const bool first_only = written->head && fires(fault::packet_set_data_first_buffer_only);
-    copy_in(written->head, position, source,
-            first_only ? std::min(length, written->head->length) : length);
+    copy_in(written->head, position, source, length);
     return 0;
 }
 

@@ -9,7 +9,6 @@
 #include <iterator>
 
 #include "reference/caller_memory.h"
-#include "reference/faults.h"
 #include "reference/state.h"
 
 namespace kel_reference {
@@ -22,14 +21,7 @@ constexpr std::uint32_t MAX_REGION_SIZE = 256u << 20;
 
 template <typename record> int read_record(const void *argument, record &read)
 {
-    const bool is_read = read_caller_memory(argument, &read, sizeof read);
-    return is_read || fires(fault::region_probe_accepts_bad_address) ? 0 : EFAULT;
-}
-
-int unknown_id_error()
-{
-    if (fires(fault::region_query_unknown_accepted)) return 0;
-    return fires(fault::region_query_wrong_error) ? ENOENT : EINVAL;
+    return read_caller_memory(argument, &read, sizeof read) ? 0 : EFAULT;
 }
 
 // Completes the caller's record, of which the id is given.
@@ -38,7 +30,7 @@ template <typename record> int query(const std::map<std::uint32_t, record> &reco
     std::uint32_t id = 0;
     if (const int error = read_record(argument, id)) return error;
     const auto found = records.find(id);
-    if (found == records.end()) return unknown_id_error();
+    if (found == records.end()) return EINVAL;
     return write_caller_memory(argument, &found->second, sizeof found->second) ? 0 : EFAULT;
 }
 

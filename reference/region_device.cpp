@@ -19,7 +19,6 @@
 #include <mutex>
 
 #include "kelapi/region.h"
-#include "reference/faults.h"
 #include "reference/options.h"
 #include "reference/region.h"
 
@@ -150,10 +149,6 @@ bool names_device(const char *path)
 // Opens the machine's device by `open_real(flags)`, or this library's where there is none.
 template <typename open_function> int open_device(int flags, open_function open_real)
 {
-    if (fires(fault::region_open_fails)) {
-        errno = ENOENT;
-        return -1;
-    }
     const int opened = open_real(flags & ~(O_CREAT | O_EXCL)); // never makes an ordinary file
     const bool is_missing = opened < 0 && errno == ENOENT;
     return is_missing && chosen_options().device ? devices.open(flags) : opened;

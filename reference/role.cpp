@@ -5,14 +5,11 @@
 #include <cerrno>
 
 #include "reference/client.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 
 namespace kel_reference {
-
-namespace {
 
 void change_role(state &library, client_object &client, std::uint32_t role)
 {
@@ -21,8 +18,6 @@ void change_role(state &library, client_object &client, std::uint32_t role)
     for (const kel_tag tag : client.tags) receiver_has_changed(library, tag);
 }
 
-} // namespace
-
 uint32_t model::kel_client_ha_role_notify(state &library, kel_client client, uint32_t role)
 {
     client_object *changed = library.clients.find(client);
@@ -30,10 +25,8 @@ uint32_t model::kel_client_ha_role_notify(state &library, kel_client client, uin
     if (role > KEL_ROLE_STANDBY) return EINVAL;
     if (role == changed->role) return chosen_options().same_role_result;
     const bool is_fixed = changed->role == KEL_ROLE_ALWAYS || role == KEL_ROLE_ALWAYS;
-    if (is_fixed && !fires(fault::role_change_always_allowed)) {
-        return chosen_options().role_refusal_error;
-    }
-    if (!fires(fault::role_change_ignored)) change_role(library, *changed, role);
+    if (is_fixed) return chosen_options().role_refusal_error;
+    change_role(library, *changed, role);
     return 0;
 }
 

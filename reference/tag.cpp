@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "reference/client.h"
-#include "reference/faults.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -17,12 +16,6 @@ namespace kel_reference {
 namespace {
 
 constexpr kel_tag LAST_DYNAMIC_TAG = KEL_FIRST_DYNAMIC_TAG + 0xffff;
-
-tag_object *find_tag(state &library, kel_tag tag)
-{
-    const auto found = library.tags.find(tag);
-    return found == library.tags.end() ? nullptr : &found->second;
-}
 
 bool is_dynamic(kel_tag tag)
 {
@@ -36,8 +29,95 @@ void forget_if_unused(state &library, kel_tag tag)
     if (entry && entry->holders.empty() && !entry->owner) library.tags.erase(tag);
 }
 
-// Whether the tags that it registers are shared. Its registration decides, not what it has
-// become since.
+std::size_t sinks_of_all_tags(state &library)
+{
+    std::set<const client_object *> sinks;
+    for (const auto &[tag, entry] : library.tags) {
+        if (entry.shared) sinks.insert(entry.holders.begin(), entry.holders.end());
+    }
+    return sinks.size();
+}
+
+// Whether there is room for one more sink of the tag.
+bool sinks_are_left(state &library, const tag_object &entry)
+{
+    const std::size_t sinks =
+        chosen_options().sinks_limit_is_total ? sinks_of_all_tags(library) : entry.holders.size();
+    return sinks < KEL_SINKS_PER_TAG;
+}
+
+// Why `client` may not hold the tag together with those that do; 0 when it may.
+std::uint32_t sharing_refusal(state &library, const client_object &client, const tag_object &entry)
+{
+    if (entry.holders.empty() && !shares_tags(client)) return 0;
+    if (!entry.holders.empty() && (!entry.shared || !shares_tags(client))) {
+        return EEXIST;
+    }
+    return sinks_are_left(library, entry) ? 0 : chosen_options().sinks_limit_error;
+}
+
+std::uint32_t registration_refusal(state &library, const client_object &client, kel_tag tag)
+{
+    if (tag == 0) return EINVAL;
+    if (client.tags.contains(tag)) return chosen_options().own_tag_error;
+    static const tag_object UNUSED;
+    const tag_object *entry = find_tag(library, tag);
+    if (is_dynamic(tag) && !entry) return EINVAL;
+    if (!entry) entry = &UNUSED;
+    const bool is_held = !entry->holders.empty();
+    if (is_dynamic(tag) && entry->owner != &client && !is_held) {
+        return chosen_options().foreign_tag_error;
+    }
+    return sharing_refusal(library, client, *entry);
+}
+
+std::uint32_t deregister_foreign_tag(state &library, kel_tag tag)
+{
+    const tag_object *entry = find_tag(library, tag);
+    return entry && !entry->holders.empty() ? EACCES : chosen_options().unheld_tag_error;
+}
+
+// The next number to give out; 0 when none is left.
+kel_tag take_dynamic_number(state &library)
+{
+    std::set<kel_tag> &freed = library.freed_dynamic_tags;
+    const bool fresh_are_left = library.next_dynamic_tag <= LAST_DYNAMIC_TAG;
+    const bool prefer_fresh = chosen_options().dynamic_tags_increase;
+    if (fresh_are_left && (prefer_fresh || freed.empty())) return library.next_dynamic_tag++;
+    return freed.empty() ? 0 : freed.extract(freed.begin()).value();
+}
+
+// Ends all registrations of a dynamic tag, its owner's and those of sinks that share it.
+void free_dynamic_tag(state &library, client_object &owner, kel_tag tag)
+{
+    tag_object &entry = library.tags[tag];
+    const std::vector<client_object *> holders = entry.holders;
+    for (client_object *holder : holders) remove_holder(library, *holder, tag);
+    owner.allocated_tags.erase(tag);
+    entry.owner = nullptr;
+    forget_if_unused(library, tag);
+    if (is_dynamic(tag)) library.freed_dynamic_tags.insert(tag);
+}
+
+bool receives(const client_object &client)
+{
+    return client.role != KEL_ROLE_STANDBY;
+}
+
+// Whether the tag's packets go to `left` rather than to `right`.
+bool takes_precedence(const client_object &left, const client_object &right)
+{
+    return left.active_since > right.active_since;
+}
+
+} // namespace
+
+tag_object *find_tag(state &library, kel_tag tag)
+{
+    const auto found = library.tags.find(tag);
+    return found == library.tags.end() ? nullptr : &found->second;
+}
+
 bool shares_tags(const client_object &client)
 {
     const std::uint32_t role =
@@ -62,107 +142,6 @@ void remove_holder(state &library, client_object &client, kel_tag tag)
     forget_if_unused(library, tag);
     receiver_has_changed(library, tag);
 }
-
-std::size_t sinks_of_all_tags(state &library)
-{
-    std::set<const client_object *> sinks;
-    for (const auto &[tag, entry] : library.tags) {
-        if (entry.shared) sinks.insert(entry.holders.begin(), entry.holders.end());
-    }
-    return sinks.size();
-}
-
-// Whether there is room for one more sink of the tag.
-bool sinks_are_left(state &library, const tag_object &entry)
-{
-    const std::size_t sinks =
-        chosen_options().sinks_limit_is_total ? sinks_of_all_tags(library) : entry.holders.size();
-    std::size_t limit = KEL_SINKS_PER_TAG;
-    if (fires(fault::role_holders_seven)) limit--;
-    if (fires(fault::role_holders_nine)) limit++;
-    return sinks < limit;
-}
-
-// Why `client` may not hold the tag together with those that do; 0 when it may.
-std::uint32_t sharing_refusal(state &library, const client_object &client, const tag_object &entry)
-{
-    if (entry.holders.empty() && !shares_tags(client)) return 0;
-    if (!entry.holders.empty() && (!entry.shared || !shares_tags(client))) {
-        return fires(fault::tag_register_accepts_others) ? 0 : EEXIST;
-    }
-    return sinks_are_left(library, entry) ? 0 : chosen_options().sinks_limit_error;
-}
-
-std::uint32_t registration_refusal(state &library, const client_object &client, kel_tag tag)
-{
-    if (tag == 0) return fires(fault::tag_register_accepts_zero) ? 0 : EINVAL;
-    if (client.tags.contains(tag)) {
-        return fires(fault::tag_register_accepts_twice) ? 0 : chosen_options().own_tag_error;
-    }
-    static const tag_object UNUSED;
-    const tag_object *entry = find_tag(library, tag);
-    if (is_dynamic(tag) && !entry) {
-        return fires(fault::tag_register_accepts_unallocated) ? 0 : EINVAL;
-    }
-    if (!entry) entry = &UNUSED;
-    const bool is_held = !entry->holders.empty();
-    if (is_dynamic(tag) && entry->owner != &client && !is_held) {
-        return fires(fault::tag_register_accepts_others) ? 0 : chosen_options().foreign_tag_error;
-    }
-    return sharing_refusal(library, client, *entry);
-}
-
-std::uint32_t deregister_foreign_tag(state &library, kel_tag tag)
-{
-    const tag_object *entry = find_tag(library, tag);
-    if (!entry || entry->holders.empty()) {
-        return fires(fault::tag_deregister_accepts_unknown) ? 0 : chosen_options().unheld_tag_error;
-    }
-    if (fires(fault::tag_deregister_takes_others)) {
-        remove_holder(library, *entry->holders.front(), tag);
-        return 0;
-    }
-    return EACCES;
-}
-
-// The next number to give out; 0 when none is left.
-kel_tag take_dynamic_number(state &library)
-{
-    if (fires(fault::tag_alloc_static_range)) return KEL_FIRST_DYNAMIC_TAG - 1;
-    std::set<kel_tag> &freed = library.freed_dynamic_tags;
-    const bool fresh_are_left = library.next_dynamic_tag <= LAST_DYNAMIC_TAG;
-    const bool prefer_fresh = chosen_options().dynamic_tags_increase;
-    if (fresh_are_left && (prefer_fresh || freed.empty())) return library.next_dynamic_tag++;
-    return freed.empty() ? 0 : freed.extract(freed.begin()).value();
-}
-
-// Ends all registrations of a dynamic tag, its owner's and those of sinks that share it.
-void free_dynamic_tag(state &library, client_object &owner, kel_tag tag)
-{
-    tag_object &entry = library.tags[tag];
-    const std::vector<client_object *> holders = entry.holders;
-    if (!fires(fault::tag_free_stays_registered)) {
-        for (client_object *holder : holders) remove_holder(library, *holder, tag);
-    }
-    owner.allocated_tags.erase(tag);
-    entry.owner = nullptr;
-    forget_if_unused(library, tag);
-    if (is_dynamic(tag)) library.freed_dynamic_tags.insert(tag);
-}
-
-bool receives(const client_object &client)
-{
-    return client.role != KEL_ROLE_STANDBY || fires(fault::role_deliver_to_standby);
-}
-
-// Whether the tag's packets go to `left` rather than to `right`.
-bool takes_precedence(const client_object &left, const client_object &right)
-{
-    return fires(fault::role_deliver_to_oldest) ? left.active_since < right.active_since
-                                                : left.active_since > right.active_since;
-}
-
-} // namespace
 
 client_object *receiver_of(state &library, kel_tag tag)
 {
@@ -190,9 +169,7 @@ uint32_t model::kel_register_tag(state &library, kel_client client, kel_tag tag)
     client_object *holder = library.clients.find(client);
     if (!holder) return client_refusal(library, client);
     const std::uint32_t refusal = registration_refusal(library, *holder, tag);
-    if (refusal == 0 && !fires(fault::tag_register_forgets) && !holder->tags.contains(tag)) {
-        add_holder(library, *holder, tag);
-    }
+    if (!refusal) add_holder(library, *holder, tag);
     return refusal;
 }
 
@@ -200,9 +177,9 @@ uint32_t model::kel_deregister_tag(state &library, kel_client client, kel_tag ta
 {
     client_object *holder = library.clients.find(client);
     if (!holder) return client_refusal(library, client);
-    if (tag == 0) return fires(fault::tag_deregister_accepts_zero) ? 0 : EINVAL;
+    if (tag == 0) return EINVAL;
     if (!holder->tags.contains(tag)) return deregister_foreign_tag(library, tag);
-    if (!fires(fault::tag_deregister_keeps)) remove_holder(library, *holder, tag);
+    remove_holder(library, *holder, tag);
     return 0;
 }
 
@@ -220,7 +197,7 @@ uint32_t model::kel_alloc_tag(state &library, kel_client client, kel_tag *tag, c
 {
     client_object *owner = library.clients.find(client);
     if (!owner) return client_refusal(library, client);
-    if (!tag) return fires(fault::tag_alloc_accepts_null) ? 0 : chosen_options().null_result_error;
+    if (!tag) return chosen_options().null_result_error;
     const kel_tag number = take_dynamic_number(library);
     if (number == 0) return ENOSPC;
     library.tags[number].owner = owner;
@@ -234,9 +211,7 @@ uint32_t model::kel_free_tag(state &library, kel_client client, kel_tag tag)
     client_object *owner = library.clients.find(client);
     if (!owner) return client_refusal(library, client);
     const tag_object *entry = find_tag(library, tag);
-    if (!entry || !entry->owner) {
-        return fires(fault::tag_free_accepts_static) ? 0 : chosen_options().unallocated_tag_error;
-    }
+    if (!entry || !entry->owner) return chosen_options().unallocated_tag_error;
     if (entry->owner != owner) return EACCES;
     free_dynamic_tag(library, *owner, tag);
     return 0;

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <new>
 
-#include "reference/faults.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 
@@ -51,8 +50,6 @@ std::uint32_t read_tlv(const tlv_block &tlv, void *destination, std::uint32_t &l
 std::uint32_t write_tlv(tlv_block &tlv, const void *source, std::uint32_t length)
 {
     if (length > size_of(tlv)) return ENOSPC;
-    if (fires(fault::tlv_set_data_lost)) return 0;
-    if (length && fires(fault::tlv_set_data_one_short)) length--;
     if (length) std::memcpy(tlv.data.data(), source, length);
     return 0;
 }
@@ -73,15 +70,13 @@ std::uint32_t allocate_tlv(packet_object &packet, std::uint32_t id, std::uint32_
 {
     if (!id) return EINVAL;
     if (!is_tlv_size(size)) return ENOSPC;
-    if (find_tlv(packet, id) && !fires(fault::tlv_alloc_twice)) return EEXIST;
-    if (size && fires(fault::tlv_alloc_one_short)) size--;
-    const auto place = fires(fault::tlv_alloc_in_front) ? packet.tlvs.begin() : packet.tlvs.end();
+    if (find_tlv(packet, id)) return EEXIST;
     try {
         tlv_block made;
         made.id = id;
         made.version = static_cast<std::uint16_t>(chosen_options().first_tlv_version);
         made.data.assign(size, static_cast<std::byte>(chosen_options().first_tlv_byte));
-        packet.tlvs.insert(place, std::move(made));
+        packet.tlvs.push_back(std::move(made));
     } catch (const std::bad_alloc &) {
         return ENOMEM;
     }
@@ -94,9 +89,6 @@ std::uint32_t copy_tlvs(packet_object &packet, const packet_object &source)
         packet.tlvs = source.tlvs;
     } catch (const std::bad_alloc &) {
         return ENOMEM;
-    }
-    if (!packet.tlvs.empty() && fires(fault::packet_duplicate_loses_last_tlv)) {
-        packet.tlvs.pop_back();
     }
     return 0;
 }
@@ -113,13 +105,9 @@ uint32_t model::kel_tlv_free(state &library, kel_packet packet, uint32_t id)
 {
     std::uint32_t error = 0;
     const tlv_block *freed = find_on_packet(library, packet, id, true, error);
-    if (!freed || fires(fault::tlv_free_lost)) return error;
+    if (!freed) return error;
     auto &tlvs = library.packets.find(packet)->tlvs;
-    const auto neighbour = tlvs.erase(tlvs.begin() + (freed - tlvs.data()));
-    if (tlvs.empty()) return 0;
-    tlv_block &damaged = neighbour == tlvs.end() ? tlvs.back() : *neighbour;
-    if (fires(fault::tlv_free_damages_neighbour)) std::ranges::fill(damaged.data, std::byte{0});
-    if (fires(fault::tlv_free_frees_all)) tlvs.clear();
+    tlvs.erase(tlvs.begin() + (freed - tlvs.data()));
     return 0;
 }
 
@@ -136,10 +124,7 @@ uint32_t model::kel_tlv_setdata(state &library, kel_packet packet, uint32_t id, 
 {
     std::uint32_t error = 0;
     tlv_block *written = find_on_packet(library, packet, id, source, error);
-    if (!written) return error;
-    if (fires(fault::tlv_set_data_resets_version)) written->version = 0;
-    if (fires(fault::tlv_set_data_first_tlv)) written = &library.packets.find(packet)->tlvs.front();
-    return write_tlv(*written, source, length);
+    return written ? write_tlv(*written, source, length) : error;
 }
 
 uint32_t model::kel_tlv_get_head(state &library, kel_packet packet, uint32_t *id)
@@ -165,7 +150,7 @@ uint32_t model::kel_tlv_version_set(state &library, kel_packet packet, uint32_t 
 {
     std::uint32_t error = 0;
     tlv_block *written = find_on_packet(library, packet, id, version, error);
-    if (written && !fires(fault::tlv_version_set_lost)) written->version = version;
+    if (written) written->version = version;
     return error;
 }
 
@@ -196,7 +181,7 @@ uint32_t model::kel_tlv_set_versioned_data(state &library, kel_packet packet, ui
     tlv_block *written = find_on_packet(library, packet, id, source && version, error);
     if (!written) return error;
     if (length > size_of(*written)) return ENOSPC;
-    if (!fires(fault::tlv_set_versioned_data_keeps_version)) written->version = version;
+    written->version = version;
     return write_tlv(*written, source, length);
 }
 

@@ -81,8 +81,7 @@ TEST(job, is_found_by_its_id)
         const campaign::task found = book.named(job.id);
         EXPECT_EQ(found.id, job.id);
         EXPECT_EQ(found.what.test, job.what.test);
-        EXPECT_EQ(found.what.shim_faults, job.what.shim_faults);
-        EXPECT_EQ(found.what.reference_faults, job.what.reference_faults);
+        EXPECT_EQ(found.what.faults, job.what.faults);
         EXPECT_EQ(found.expected, job.expected);
         EXPECT_EQ(found.pairs_of_case, job.pairs_of_case);
         EXPECT_EQ(is_control(found), is_control(job));
@@ -98,7 +97,7 @@ TEST(job, of_no_campaign_is_refused)
           "every kel_buf_append append#2+:lost", "every kel_buf_append append#1:gone",
           "every kel_buf_append nothing#1:lost", "every kel_buf_append nocrash_set#1:lost",
           "every kel_buf_append append#1:lost ", "every kel_buf_append append#1:lost sleep#1:lost",
-          "faultless kel_none", "without effect", "pair kel_buf_append append#1:lost ref: no such",
+          "faultless kel_none", "without effect", "pair kel_buf_append append#1:lost no such",
           "FAULTLESS kel_buf_append"}) {
         EXPECT_EQ(complaint_of([&] { book.named(id); }), "no such job: " + id);
     }

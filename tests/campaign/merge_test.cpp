@@ -27,7 +27,7 @@ campaign::task task_of(const std::string &test)
 {
     campaign::task made;
     made.id = "every " + test + " append#1:lost";
-    made.what = {test, "append#1:lost", ""};
+    made.what = {test, "append#1:lost"};
     return made;
 }
 

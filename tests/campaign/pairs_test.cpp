@@ -47,15 +47,14 @@ protected:
 TEST_F(table, reads_kinds_and_faults)
 {
     const auto pairs = read("# comment\n\n"
-                            "a_case | plain | some text | append#1:lost ref:buf.free.lost#2+\n"
+                            "a_case | plain | some text | append#1:lost free_buffer#2+:lost\n"
                             "a_case | located | text | getfd#1:result=0 getfd#2:result=0 |\n"
                             "a_case | errno | EBADF | send#1:error=EBADF\n"
                             "a_case | plain | never | - | judged before\n");
     ASSERT_EQ(pairs.size(), 4u);
-    EXPECT_EQ(pairs[0].shim_faults, "append#1:lost");
-    EXPECT_EQ(pairs[0].reference_faults, "buf.free.lost#2+");
+    EXPECT_EQ(pairs[0].faults, "append#1:lost free_buffer#2+:lost");
     EXPECT_EQ(pairs[0].place(), "suite.txt:3");
-    EXPECT_EQ(pairs[1].shim_faults, "getfd#1:result=0 getfd#2:result=0");
+    EXPECT_EQ(pairs[1].faults, "getfd#1:result=0 getfd#2:result=0");
     EXPECT_EQ(pairs[2].message, std::strerror(EBADF));
     EXPECT_EQ(pairs[3].unreachable, "judged before");
 }

@@ -144,7 +144,9 @@ TEST(settings, unknown_names_end_the_process)
           {"KEL_REFERENCE_OPTIONS", "piece_size", "piece_size"},
           {"KEL_REFERENCE_OPTIONS", "=1", "=1"},
           {"KEL_REFERENCE_OPTIONS", "piece_size=16384 no_such_option=1", "no_such_option=1"},
-          {"KEL_REFERENCE_FAULTS", "no.such.fault", "no.such.fault"},
+          {"KEL_REFERENCE_FAULTS", "send#1:no_such_fault", "send#1:no_such_fault: no such fault"},
+          {"KEL_REFERENCE_FAULTS", "burn#1:lost", "burn#1:lost: no such operation"},
+          {"KEL_REFERENCE_FAULTS", "recv#0:newest", "recv#0:newest: bad call number"},
           {"KEL_REFERENCE_LIST", "everything", "everything"}}) {
         const auto result = run_probe(row.variable, row.value, "piece_size");
         EXPECT_TRUE(result.exited_with(2)) << row.value << ": " << result.exit_status;

@@ -21,7 +21,7 @@ test -n "$library"
 # fails <what>: tavor-run with a library that is wrong shows the calls that led there.
 fails() {
     status=0
-    LD_LIBRARY_PATH='' KEL_REFERENCE_FAULTS=client.register.accepts_null "$@" \
+    LD_LIBRARY_PATH='' KEL_REFERENCE_FAULTS=register_client#1+:accepts_null "$@" \
         --lib "${library%/*}" --trace 3 kel_reg_client >"$tree/run" || status=$?
     if test "$status" -ne 1 || ! grep -q 'last library calls' "$tree/run"; then
         echo "status $status, or no calls: $*"
@@ -45,7 +45,7 @@ grep -q ' 0 to be looked at$' "$tree/run"
 
 # Nothing is made up where nothing is.
 mv "$shim" "$tree/elsewhere/"
-LD_LIBRARY_PATH='' KEL_REFERENCE_FAULTS=client.register.accepts_null "$tree/usr/bin/tavor-run" \
+LD_LIBRARY_PATH='' KEL_REFERENCE_FAULTS=register_client#1+:accepts_null "$tree/usr/bin/tavor-run" \
     --lib "${library%/*}" kel_reg_client >"$tree/run" && exit 1
 grep -q ' fail ' "$tree/run"
 if grep -q 'last library calls' "$tree/run"; then

@@ -10,6 +10,7 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,7 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
     {"fixtures", {"kelapi/", "fixtures/", "runner/tests.h"}},
     {"suites", {"kelapi/", "fixtures/", "suites/", "runner/tests.h"}},
     {"reference", {"kelapi/", "reference/"}},
-    {"tools", {"kelapi/", "runner/test_list.def", "tools/"}},
+    {"tools", {"kelapi/", "runner/test_list.def", "tools/", "reference/faults/language.h"}},
 };
 
 TEST(structure, folders_include_only_what_they_may)
@@ -83,6 +84,36 @@ TEST(structure, folders_include_only_what_they_may)
                 << found.file << " includes " << found.included;
         }
     }
+}
+
+// The model knows no faults: they stand beside it. Where one can be asked for only inside, it is
+// in one form, at most once in a function, and at few places.
+TEST(structure, model_knows_no_faults)
+{
+    constexpr int MOST_INSIDE = 60;
+    const std::regex function_end("^[}]");
+    const std::regex named("(^|[^e])fault"); // but "default"
+    const std::regex asked(R"(^ *unless\(fault::\w+\)( [^;]*;)?$)");
+    const std::set<std::string> may_name = {"reference/entry.cpp", "reference/load.h",
+                                            "reference/load.cpp"};
+    int inside = 0;
+    for (const fs::path &source : sources_in("reference")) {
+        const std::string file = fs::relative(source, ROOT);
+        if (file.starts_with("reference/faults/") || may_name.contains(file)) continue;
+        std::istringstream lines(read_text(source));
+        int in_function = 0;
+        for (std::string line; std::getline(lines, line);) {
+            if (std::regex_search(line, function_end)) in_function = 0;
+            if (line == "#include \"reference/faults/inside.h\"") continue;
+            if (std::regex_match(line, asked)) {
+                inside++;
+                EXPECT_EQ(++in_function, 1) << file << ": " << line;
+            } else {
+                EXPECT_FALSE(std::regex_search(line, named)) << file << ": " << line;
+            }
+        }
+    }
+    EXPECT_LE(inside, MOST_INSIDE);
 }
 
 TEST(structure, tavor_includes_c_headers_only)

@@ -71,10 +71,7 @@ result described(const setting &where, const task &done)
     result made;
     made.id = done.id;
     made.test = done.what.test;
-    made.faults = done.what.shim_faults;
-    if (!done.what.reference_faults.empty()) {
-        made.faults += (made.faults.empty() ? "" : " ") + ("ref:" + done.what.reference_faults);
-    }
+    made.faults = done.what.faults;
     if (done.expected) {
         made.expected = done.expected->message;
         made.place = done.expected->place();

@@ -61,11 +61,8 @@ std::vector<std::string> fault_environment(const setting &where, const experimen
     if (!where.options.empty()) {
         environment.push_back("KEL_REFERENCE_OPTIONS=" + where.options);
     }
-    if (!what.reference_faults.empty()) {
-        environment.push_back("KEL_REFERENCE_FAULTS=" + what.reference_faults);
-    }
-    if (!what.shim_faults.empty()) {
-        environment.push_back("KELTRACE_FAULTS=" + what.shim_faults);
+    if (!what.faults.empty()) {
+        environment.push_back("KELTRACE_FAULTS=" + what.faults);
     }
     environment.push_back("LD_PRELOAD=" + where.shim);
     return environment;
@@ -76,7 +73,7 @@ std::vector<std::string> fault_environment(const setting &where, const experimen
 std::chrono::milliseconds time_limit(const setting &where, const experiment &what)
 {
     constexpr std::chrono::seconds LONGEST_WAITS{10};
-    const bool is_faultless = what.shim_faults.empty() && what.reference_faults.empty();
+    const bool is_faultless = what.faults.empty();
     return is_faultless ? where.timeout + LONGEST_WAITS : where.timeout;
 }
 
@@ -135,15 +132,6 @@ void read_shim_report(const std::string &path, observation &seen)
     }
 }
 
-// Lines "<name> <hits> <fired>".
-void read_reference_faults(const std::string &path, observation &seen)
-{
-    std::ifstream report(path);
-    for (std::string line; std::getline(report, line);) {
-        seen.fault_fired |= !line.ends_with(" 0");
-    }
-}
-
 // Lines "<name> <count>".
 void read_reference_census(const std::string &path, observation &seen)
 {
@@ -163,14 +151,12 @@ observation observe(const setting &where, const experiment &what)
 {
     const scratch_folder &scratch = own_scratch_folder();
     const std::string shim_report = scratch.new_file("shim");
-    const std::string faults_report = scratch.new_file("faults");
     const std::string census = scratch.new_file("census");
     tools::process_options process;
     process.arguments = {where.tavor, what.test};
     process.environment = fault_environment(where, what);
     process.environment.emplace_back("LC_ALL=C");
     process.environment.push_back("KELTRACE_REPORT=" + shim_report);
-    process.environment.push_back("KEL_REFERENCE_FAULTS_REPORT=" + faults_report);
     process.environment.push_back("KEL_REFERENCE_CENSUS=" + census);
     process.timeout = time_limit(where, what);
     process.timeout_signal = SIGTERM;
@@ -184,7 +170,6 @@ observation observe(const setting &where, const experiment &what)
     seen.wall_time = result.wall_time;
     read_verdict(result.output, seen);
     read_shim_report(shim_report, seen);
-    read_reference_faults(faults_report, seen);
     read_reference_census(census, seen);
     return seen;
 }
@@ -192,7 +177,7 @@ observation observe(const setting &where, const experiment &what)
 std::string trace_of(const setting &where, const std::string &test)
 {
     const std::string trace_file = own_scratch_folder().new_file("trace");
-    const experiment faultless{test, "", ""};
+    const experiment faultless{test, ""};
     tools::process_options process;
     process.arguments = {where.tavor, test};
     process.environment = fault_environment(where, faultless);

@@ -22,8 +22,7 @@ struct setting {
 
 struct experiment {
     std::string test;
-    std::string shim_faults;
-    std::string reference_faults;
+    std::string faults; // the shim's and the library's
 };
 
 enum class verdict { none, pass, ignore, fail };

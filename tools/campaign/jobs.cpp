@@ -25,8 +25,7 @@ constexpr std::string_view SLEEPING_CASE = "kel_bufgroup_get_bufcount_bytag";
 
 std::string id_of(const pair &shown)
 {
-    return "pair " + shown.test + " " + shown.shim_faults + " ref:" + shown.reference_faults + " " +
-           shown.message;
+    return "pair " + shown.test + " " + shown.faults + " " + shown.message;
 }
 
 [[noreturn]] void refuse(const std::string &id)
@@ -66,7 +65,7 @@ task job_book::faultless(const std::string &test) const
 {
     task made;
     made.id = std::string(FAULTLESS) + test;
-    made.what = {test, "", ""};
+    made.what = {test, ""};
     made.must_be_green = true;
     return made;
 }
@@ -75,7 +74,7 @@ task job_book::without_effect(const std::string &test) const
 {
     task made;
     made.id = std::string(WITHOUT_EFFECT) + test;
-    made.what = {test, "nocrash_set#1:nothing", ""};
+    made.what = {test, "nocrash_set#1:nothing"};
     made.must_be_missed = true;
     return made;
 }
@@ -84,7 +83,7 @@ task job_book::showing(const pair &shown) const
 {
     task made;
     made.id = id_of(shown);
-    made.what = {shown.test, shown.shim_faults, shown.reference_faults};
+    made.what = {shown.test, shown.faults};
     made.expected = &shown;
     return made;
 }
@@ -94,9 +93,9 @@ task job_book::under_fault(const std::string &test, const std::string &fault) co
     static const std::vector<pair> NO_PAIRS;
     task made;
     made.id = std::string(EVERY) + test + " " + fault;
-    made.what = {test, fault, ""};
+    made.what = {test, fault};
     if (test == SLEEPING_CASE) {
-        made.what.shim_faults += " sleep#1+:lost";
+        made.what.faults += " sleep#1+:lost";
     }
     const auto pairs_of_case = by_case.find(test);
     made.pairs_of_case = pairs_of_case == by_case.end() ? &NO_PAIRS : &pairs_of_case->second;
@@ -149,7 +148,7 @@ std::vector<task> exhaustive_jobs(const job_book &book, const setting &where,
 {
     std::vector<observation> faultless(cases.size());
     in_parallel(cases.size(), at_once, [&](std::size_t i) {
-        faultless[i] = observe(where, {cases[i], "", ""});
+        faultless[i] = observe(where, {cases[i], ""});
         return true;
     });
     std::vector<task> jobs;

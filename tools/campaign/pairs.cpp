@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "tools/campaign/columns.h"
@@ -18,23 +17,6 @@ namespace {
 
 // Columns of a verdict line that show the message.
 constexpr std::size_t SHOWN_COLUMNS = 83;
-
-std::string joined(const std::string &list, const std::string &added)
-{
-    return list.empty() ? added : list + " " + added;
-}
-
-void take_faults(pair &target, const std::string &faults)
-{
-    std::istringstream tokens(faults);
-    for (std::string token; tokens >> token;) {
-        if (token.starts_with("ref:")) {
-            target.reference_faults = joined(target.reference_faults, token.substr(4));
-        } else {
-            target.shim_faults = joined(target.shim_faults, token);
-        }
-    }
-}
 
 message_kind kind_named(const std::string &name)
 {
@@ -77,8 +59,8 @@ pair parse(const std::string &line)
             throw std::runtime_error("a pair without faults needs a reason");
         }
     } else {
-        take_faults(parsed, columns[3]);
-        if (parsed.shim_faults.empty() && parsed.reference_faults.empty()) {
+        parsed.faults = columns[3];
+        if (parsed.faults.empty()) {
             throw std::runtime_error("no faults, and no '-'");
         }
     }

@@ -16,8 +16,7 @@ struct pair {
     message_kind kind = message_kind::plain;
     std::string message; // as the verdict shows it; of a located message the literal, of a
                          // prefix what the message begins with
-    std::string shim_faults;
-    std::string reference_faults;
+    std::string faults;
     std::string unreachable; // why no fault reaches it; empty for a pair that is run
     std::string file;
     int line = 0;
@@ -27,8 +26,8 @@ struct pair {
 
 // Reads every .txt file of the folder, in name order. A line is
 //   case | plain, located, errno or prefix | message | faults | reason
-// where the message of an errno pair is the error's name and faults that begin with "ref:"
-// are the reference library's. Throws std::runtime_error with file and line on bad input.
+// where the message of an errno pair is the error's name. Throws std::runtime_error with file and
+// line on bad input.
 std::vector<pair> read_pairs(const std::filesystem::path &folder);
 
 // Whether a failing verdict shows the pair's message. Verdicts are cut and padded.

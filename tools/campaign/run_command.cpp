@@ -19,7 +19,7 @@ void print_pairs(const std::vector<pair> &pairs)
 {
     for (const pair &shown : pairs) {
         std::cout << shown.place() << '\t' << shown.test << '\t' << shown.message << '\t'
-                  << shown.shim_faults << '\t' << shown.reference_faults << '\n';
+                  << shown.faults << '\n';
     }
 }
 

@@ -224,27 +224,16 @@ problem parse_action(std::string_view text, fault &parsed)
 problem parse_fault(std::string_view text, fault &parsed)
 {
     parsed.text = text;
-    const auto mark = text.find('#');
-    if (mark == text.npos) return "no call number: <operation>#<n>[+]:<action>";
-    auto target = find_operation(text.substr(0, mark));
-    if (!target) return "unknown operation '" + std::string(text.substr(0, mark)) + "'";
+    if (const char *wrong = kel_reference::read_fault(parsed.text, parsed.written)) return wrong;
+    auto target = find_operation(parsed.written.target);
+    if (!target) return "unknown operation '" + std::string(parsed.written.target) + "'";
     parsed.target = *target;
-
-    auto rest = text.substr(mark + 1);
-    auto first = take_count(rest);
-    if (!first) return "bad call number";
-    parsed.first = *first;
-    if (rest.starts_with('+')) {
-        parsed.onward = true;
-        rest.remove_prefix(1);
-    }
-    if (!rest.starts_with(':')) return "no action: <operation>#<n>[+]:<action>";
-    return parse_action(rest.substr(1), parsed);
+    return parse_action(parsed.written.action, parsed);
 }
 
 } // namespace
 
-std::string parse_plan(std::string_view list, fault_plan &plan)
+std::string parse_plan(std::string_view list, fault_plan &plan, offer_to_library *offer)
 {
     constexpr std::string_view BLANKS = " \t\n";
     for (;;) {
@@ -255,8 +244,13 @@ std::string parse_plan(std::string_view list, fault_plan &plan)
         list.remove_prefix(text.size());
 
         fault &parsed = plan.faults.emplace_back();
-        if (auto wrong = parse_fault(text, parsed); !wrong.empty())
-            return parsed.text + ": " + wrong;
+        if (auto wrong = parse_fault(text, parsed); !wrong.empty()) {
+            const bool is_librarys = wrong.starts_with("unknown") && offer != nullptr &&
+                                     offer(parsed.text.c_str()) == nullptr;
+            if (!is_librarys) return parsed.text + ": " + wrong;
+            parsed.of_library = true;
+            continue;
+        }
         plan.by_operation[static_cast<std::size_t>(parsed.target)].push_back(&parsed);
     }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The faults asked for: `<operation>#<n>[+]:<action>`, separated by blanks. Parsing refuses what
+// The faults asked for, separated by blanks (reference/faults/language.h). Parsing refuses what
 // could never take effect, so that a plan that is accepted means what it says.
 #ifndef KELTRACE_FAULT_PLAN_H
 #define KELTRACE_FAULT_PLAN_H
@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "reference/faults/language.h"
 #include "tools/keltrace/operations.h"
 
 namespace keltrace {
@@ -35,9 +36,9 @@ enum class action {
 
 struct fault {
     std::string text;
+    kel_reference::written_fault written; // of that text
+    bool of_library = false;              // the library behind the shim carries it out
     operation target{};
-    std::uint64_t first = 0;
-    bool onward = false;
     action what = action::nothing;
     std::size_t argument = 0;        // from 0
     std::optional<std::size_t> word; // of a record: its 32-bit words, from 0
@@ -46,7 +47,7 @@ struct fault {
     std::atomic<std::uint64_t> hits{0};  // calls that it was meant for
     std::atomic<std::uint64_t> fired{0}; // calls that it changed
 
-    bool matches(std::uint64_t call) const { return onward ? call >= first : call == first; }
+    bool matches(std::uint64_t call) const { return written.matches(call); }
     std::int64_t signed_value() const { return static_cast<std::int64_t>(value); }
 };
 
@@ -55,8 +56,12 @@ struct fault_plan {
     std::array<std::vector<fault *>, OPERATION_COUNT> by_operation;
 };
 
-// Reads the list into an empty plan. Returns what is wrong, or an empty text.
-std::string parse_plan(std::string_view list, fault_plan &plan);
+// Takes a fault that is none of the shim's. Returns null, or what is wrong with it.
+using offer_to_library = const char *(const char *text);
+
+// Reads the list into an empty plan; where the library has faults of its own, those that the shim
+// does not know are offered to it. Returns what is wrong, or an empty text.
+std::string parse_plan(std::string_view list, fault_plan &plan, offer_to_library *offer = nullptr);
 
 } // namespace keltrace
 

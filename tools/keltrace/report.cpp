@@ -20,6 +20,10 @@ namespace {
 
 constinit const char *target = nullptr;
 
+// How often a fault of the library's own could act, and did.
+using counts_of_library = bool(const char *text, std::uint64_t *hits, std::uint64_t *fired);
+constinit counts_of_library *library_counts = nullptr;
+
 using long_number = unsigned long long;
 
 // Lines for a file, gathered: with a system call for each the report would cost more than the case.
@@ -83,10 +87,14 @@ void write_calls(lines &file)
 void write_faults(lines &file)
 {
     if (plan == nullptr) return;
-    for (const auto &each : plan->faults)
+    for (const auto &each : plan->faults) {
+        std::uint64_t hits = each.hits.load(std::memory_order_relaxed);
+        std::uint64_t fired = each.fired.load(std::memory_order_relaxed);
+        if (each.of_library && library_counts != nullptr)
+            library_counts(each.text.c_str(), &hits, &fired);
         file.add("fault %s hits %llu fired %llu\n", each.text.c_str(),
-                 static_cast<long_number>(each.hits.load(std::memory_order_relaxed)),
-                 static_cast<long_number>(each.fired.load(std::memory_order_relaxed)));
+                 static_cast<long_number>(hits), static_cast<long_number>(fired));
+    }
 }
 
 void write_census(lines &file)
@@ -108,6 +116,11 @@ void write_census(lines &file)
 void start(const char *path)
 {
     target = path;
+}
+
+void set_library_counts(void *function)
+{
+    library_counts = reinterpret_cast<counts_of_library *>(function);
 }
 
 void write()

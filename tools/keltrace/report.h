@@ -15,6 +15,9 @@ namespace report {
 // Where to; kept, not copied.
 void start(const char *path);
 
+// The reference library's function that counts its own faults; null where there is none.
+void set_library_counts(void *function);
+
 // Writes the report, replacing one written before. Safe in a signal handler.
 void write();
 

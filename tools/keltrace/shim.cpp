@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <initializer_list>
 #include <string>
@@ -87,7 +88,12 @@ void read_faults()
     const char *list = setting("KELTRACE_FAULTS");
     if (list == nullptr) return;
     auto *parsed = new fault_plan;
-    if (auto wrong = parse_plan(list, *parsed); !wrong.empty()) refuse("KELTRACE_FAULTS", wrong);
+    // What the reference library is asked for; others have nothing of that name.
+    auto *offer =
+        reinterpret_cast<offer_to_library *>(dlsym(RTLD_NEXT, "kel_reference_choose_fault"));
+    report::set_library_counts(dlsym(RTLD_NEXT, "kel_reference_count_fault"));
+    if (auto wrong = parse_plan(list, *parsed, offer); !wrong.empty())
+        refuse("KELTRACE_FAULTS", wrong);
     plan = parsed;
 }
 
