@@ -264,7 +264,6 @@ TEST_F(merging, what_is_added_to_a_cut_file_stands_on_a_line_of_its_own)
         const std::string path = file("cut", WHOLE.substr(0, WHOLE.size() - 9));
         campaign::results_file out(path, how, SUBJECT);
         out.append(some_result());
-        out.finish();
         EXPECT_THAT(content_of(path), HasSubstr("\n" + record_line(some_result(), SUBJECT)));
         EXPECT_EQ(out.known(TASKS[0].id) != nullptr, how == mode::resumed);
         EXPECT_EQ(out.known(TASKS[2].id), nullptr);
@@ -293,8 +292,7 @@ TEST_F(merging, what_is_no_text_can_be_recorded)
 TEST_F(merging, a_full_disk_is_noticed)
 {
     campaign::results_file out("/dev/full", mode::added_to, SUBJECT);
-    out.append(some_result());
-    EXPECT_THROW(out.finish(), std::runtime_error);
+    EXPECT_THROW(out.append(some_result()), std::runtime_error);
 }
 
 } // namespace

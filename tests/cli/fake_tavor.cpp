@@ -4,13 +4,13 @@
 // its cases what it is told to in FAKE_TAVOR, words separated by blanks:
 //
 //   fail=CASE:text    ignore=CASE    crash=CASE    hang=CASE    exit=CASE    print=CASE:text
+//   flood=CASE:lines  prints 100 MB, in lines or without their ends
 //   poison=CASE:BEFORE[+BEFORE...]   fails when all these ran before it in the same process
 //   flaky=CASE:file                  fails when the file is there, and else makes it
 //   end=status                       exit status behind the summary
 //   refuse                           ends at once
 //
 // In texts an underscore stands for a blank.
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,6 +111,11 @@ verdict run_case(const script &how, const std::string &name)
         _exit(7);
     } else if (action == "print") {
         std::puts(with_blanks(text).c_str());
+    } else if (action == "flood") {
+        const std::string line = std::string(9'999, 'x') + (text == "lines" ? '\n' : 'x');
+        for (int i = 0; i < 10'000; i++) {
+            std::fputs(line.c_str(), stdout);
+        }
     } else if (action == "poison" && all_ran(text)) {
         return {false, "poisoned"};
     } else if (action == "flaky" && came_back(text)) {
@@ -132,6 +137,8 @@ int run_single(const script &how, int number)
     }
     return 0;
 }
+
+volatile std::sig_atomic_t is_interrupted = 0;
 
 struct counts {
     unsigned run = 0;
@@ -159,8 +166,7 @@ void run_row(const script &how, const std::string &name, bool zeb, counts &all)
 
 int main(int argc, char *argv[])
 {
-    // One that hangs does not outlive a tavor-run that a test kills.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    std::signal(SIGINT, [](int) { is_interrupted = 1; });
     const script how = read_script();
     if (how.refuse) {
         std::fputs("no library\n", stderr);
@@ -188,7 +194,7 @@ int main(int argc, char *argv[])
     for (const tools::test_case &each : tools::all_cases()) {
         const bool selected = names.empty() || names.contains(std::string(each.name)) ||
                               names.contains(std::string(each.suite));
-        if (single < 0 && selected && !(stop_at_failure && all.failed > 0)) {
+        if (single < 0 && selected && !(stop_at_failure && all.failed > 0) && !is_interrupted) {
             run_row(how, std::string(each.name), zeb, all);
         }
     }

@@ -66,7 +66,9 @@ protected:
         const auto result = run(
             calls, {"KELTRACE_FAULTS=" + faults, "KELTRACE_REPORT=" + path("report"), environment});
         EXPECT_EQ(result.errors, "");
-        return content(path("report"));
+        const std::string text = content(path("report"));
+        EXPECT_TRUE(text.ends_with("end\n")) << text;
+        return text.substr(0, text.rfind("end\n"));
     }
 
     // The report's lines about objects.

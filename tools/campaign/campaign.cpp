@@ -13,9 +13,12 @@
 #include <iostream>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 #include "tools/campaign/pool.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/process.h"
+#include "tools/common/unique_fd.h"
 
 namespace campaign {
 
@@ -97,22 +100,18 @@ public:
     explicit machine_lock(const std::string &tavor)
         : within_process(one_at_a_time), fd(open(tavor.c_str(), O_RDONLY | O_CLOEXEC))
     {
-        while (fd >= 0 && flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-        }
-    }
-    machine_lock(const machine_lock &) = delete;
-    machine_lock &operator=(const machine_lock &) = delete;
-    ~machine_lock()
-    {
-        if (fd >= 0) {
-            close(fd);
+        while (fd.get() >= 0 && flock(fd.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            if (tools::asked_to_stop() != tools::stop::no) {
+                throw tools::interrupted{};
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     }
 
 private:
     static inline std::mutex one_at_a_time;
     std::lock_guard<std::mutex> within_process;
-    int fd;
+    tools::unique_fd fd;
 };
 
 class progress {

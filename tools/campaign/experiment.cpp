@@ -3,54 +3,54 @@
 // Running a case under faults and reading the reports of shim and library.
 #include "tools/campaign/experiment.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
+#include <stdexcept>
+#include <system_error>
 
+#include "tools/common/interrupt.h"
 #include "tools/common/process.h"
+#include "tools/common/unique_fd.h"
 
 namespace campaign {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// A folder for the report files of one run after the other, removed at the end.
-class scratch_folder {
+// A file in memory that another process writes to: no disk can be full, nothing is left behind.
+class report_file {
 public:
-    scratch_folder()
+    report_file() : descriptor(memfd_create("report", MFD_CLOEXEC))
     {
-        std::string name = fs::temp_directory_path() / "kel-campaign-XXXXXX";
-        path = mkdtemp(name.data());
+        if (descriptor.get() < 0) {
+            throw std::system_error(errno, std::generic_category(), "no memory for a report");
+        }
     }
-    scratch_folder(const scratch_folder &) = delete;
-    scratch_folder &operator=(const scratch_folder &) = delete;
-    ~scratch_folder()
+
+    // As long as this process lives.
+    std::string path() const
     {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
+        return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor.get());
     }
-    // The path of a file that is not there yet.
-    std::string new_file(const std::string &name) const
+
+    std::string content() const
     {
-        std::string file = path / name;
-        unlink(file.c_str());
-        return file;
+        std::string text;
+        std::array<char, 16384> chunk;
+        for (ssize_t count; (count = pread(descriptor.get(), chunk.data(), chunk.size(),
+                                           static_cast<off_t>(text.size()))) > 0;) {
+            text.append(chunk.data(), static_cast<std::size_t>(count));
+        }
+        return text;
     }
 
 private:
-    fs::path path;
+    tools::unique_fd descriptor;
 };
-
-// Of the thread that asks: making and removing a folder costs as much as a tenth of a run.
-const scratch_folder &own_scratch_folder()
-{
-    static thread_local const scratch_folder folder;
-    return folder;
-}
 
 std::vector<std::string> fault_environment(const setting &where, const experiment &what)
 {
@@ -66,6 +66,21 @@ std::vector<std::string> fault_environment(const setting &where, const experimen
     }
     environment.push_back("LD_PRELOAD=" + where.shim);
     return environment;
+}
+
+// Enough of what a case prints: its verdict is at the end.
+constexpr std::size_t KEPT_OUTPUT = 1 << 20;
+
+tools::process_result run(const tools::process_options &process)
+{
+    tools::process_result result = tools::run_process(process);
+    if (result.interrupted) {
+        throw tools::interrupted{};
+    }
+    if (!result.started) {
+        throw std::runtime_error("cannot start " + result.errors);
+    }
+    return result;
 }
 
 // However short the time in which a hang shows: without a fault a case takes what it waits on
@@ -102,9 +117,9 @@ void read_verdict(const std::string &output, observation &seen)
 
 // Lines "calls <operation> <count>", "fault <text> hits <n> fired <n>" and
 // "census <kind> <obtained> <released> <left>".
-void read_shim_report(const std::string &path, observation &seen)
+void read_shim_report(const std::string &text, observation &seen)
 {
-    std::ifstream report(path);
+    std::istringstream report(text);
     for (std::string line; std::getline(report, line);) {
         std::istringstream words(line);
         std::string word;
@@ -133,9 +148,9 @@ void read_shim_report(const std::string &path, observation &seen)
 }
 
 // Lines "<name> <count>".
-void read_reference_census(const std::string &path, observation &seen)
+void read_reference_census(const std::string &text, observation &seen)
 {
-    std::ifstream report(path);
+    std::istringstream report(text);
     std::string name;
     unsigned long count = 0;
     while (report >> name >> count) {
@@ -145,23 +160,40 @@ void read_reference_census(const std::string &path, observation &seen)
     }
 }
 
+// A program that ended by itself has written both to their last lines. What is missing would count
+// as "not reached" and "nothing left".
+void require_whole(const setting &where, const experiment &what, const std::string &shim_report,
+                   const std::string &census)
+{
+    const std::string last = census.substr(census.rfind('\n', census.size() - 2) + 1);
+    const bool census_is_whole =
+        last.starts_with("released_by_deregistration ") && last.ends_with('\n');
+    const char *const missing = !shim_report.ends_with("end\n")           ? "the shim's report"
+                                : where.has_reference && !census_is_whole ? "the library's census"
+                                                                          : nullptr;
+    if (missing) {
+        throw std::runtime_error(std::string(missing) +
+                                 " is missing or cut: " + repeat_line(where, what));
+    }
+}
+
 } // namespace
 
 observation observe(const setting &where, const experiment &what)
 {
-    const scratch_folder &scratch = own_scratch_folder();
-    const std::string shim_report = scratch.new_file("shim");
-    const std::string census = scratch.new_file("census");
+    const report_file shim_report;
+    const report_file census;
     tools::process_options process;
     process.arguments = {where.tavor, what.test};
     process.environment = fault_environment(where, what);
     process.environment.emplace_back("LC_ALL=C");
-    process.environment.push_back("KELTRACE_REPORT=" + shim_report);
-    process.environment.push_back("KEL_REFERENCE_CENSUS=" + census);
+    process.environment.push_back("KELTRACE_REPORT=" + shim_report.path());
+    process.environment.push_back("KEL_REFERENCE_CENSUS=" + census.path());
     process.timeout = time_limit(where, what);
     process.timeout_signal = SIGTERM;
+    process.kept = KEPT_OUTPUT;
 
-    const tools::process_result result = tools::run_process(process);
+    const tools::process_result result = run(process);
     observation seen;
     seen.signal = result.signal;
     seen.exit_status = result.exit_status;
@@ -169,23 +201,30 @@ observation observe(const setting &where, const experiment &what)
     seen.errors = result.errors;
     seen.wall_time = result.wall_time;
     read_verdict(result.output, seen);
-    read_shim_report(shim_report, seen);
-    read_reference_census(census, seen);
+    const std::string calls = shim_report.content();
+    const std::string left = census.content();
+    if (result.exited_with(0) && !result.timed_out) {
+        require_whole(where, what, calls, left);
+    }
+    read_shim_report(calls, seen);
+    read_reference_census(left, seen);
     return seen;
 }
 
 std::string trace_of(const setting &where, const std::string &test)
 {
-    const std::string trace_file = own_scratch_folder().new_file("trace");
+    const report_file trace;
     const experiment faultless{test, ""};
     tools::process_options process;
     process.arguments = {where.tavor, test};
     process.environment = fault_environment(where, faultless);
-    process.environment.push_back("KELTRACE_TRACE=" + trace_file);
+    process.environment.push_back("KELTRACE_TRACE=" + trace.path());
     process.timeout = time_limit(where, faultless);
-    tools::run_process(process);
-    std::ifstream trace(trace_file);
-    return {std::istreambuf_iterator<char>(trace), {}};
+    process.kept = KEPT_OUTPUT;
+    if (!run(process).exited_with(0)) {
+        throw std::runtime_error(test + ": its calls cannot be traced, it does not end by itself");
+    }
+    return trace.content();
 }
 
 std::string repeat_line(const setting &where, const experiment &what)

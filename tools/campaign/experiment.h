@@ -18,6 +18,7 @@ struct setting {
     std::string library_path; // folder of libkel.so; empty: as tavor finds it by itself
     std::string options;      // the reference library's open choices
     std::chrono::milliseconds timeout{};
+    bool has_reference = false; // the library is the reference library, which reports, too
 };
 
 struct experiment {
@@ -41,6 +42,8 @@ struct observation {
     std::chrono::microseconds wall_time{};
 };
 
+// Throws std::runtime_error when a report of a run that ended by itself is missing or cut, and
+// tools::interrupted.
 observation observe(const setting &where, const experiment &what);
 
 // The shim's trace of a faultless run of the case.

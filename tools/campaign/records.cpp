@@ -3,11 +3,20 @@
 // Writing records and reading them back.
 #include "tools/campaign/records.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <iostream>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
+
+#include "tools/common/output_file.h"
 
 namespace campaign {
 
@@ -36,14 +45,10 @@ record from_json(const nlohmann::json &read)
     return parsed;
 }
 
-bool ends_within_a_line(const std::string &path)
+bool ends_within_a_line(int file, off_t size)
 {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    if (!file || file.tellg() == std::streampos(0)) {
-        return false;
-    }
-    file.seekg(-1, std::ios::end);
-    return file.get() != '\n';
+    char last = '\n';
+    return size > 0 && pread(file, &last, 1, size - 1) == 1 && last != '\n';
 }
 
 } // namespace
@@ -64,7 +69,7 @@ std::string record_line(const result &written, const subject &of)
                                    {"build", of.build},
                                    {"library", of.library}};
     // What a broken program prints need not be UTF-8.
-    return record.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+    return record.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
 std::optional<record> parse_record(const std::string &line)
@@ -104,21 +109,31 @@ results_file::results_file(const std::string &path, mode how, subject about)
         return;
     }
     if (path == "-") {
-        out = &std::cout;
+        descriptor = STDOUT_FILENO;
         return;
     }
-    if (how == mode::resumed && std::filesystem::exists(path)) {
+    opened.reset(open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+    descriptor = opened.get();
+    if (descriptor < 0) {
+        throw_cannot_write();
+    }
+    // Several may add lines, but none while another counts on what is there.
+    const int kind = how == mode::added_to ? LOCK_SH : LOCK_EX;
+    if (flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw std::runtime_error(path + ": another campaign writes it");
+    }
+    if (how == mode::resumed) {
         take_known();
     }
-    const bool cut = how != mode::anew && ends_within_a_line(path);
-    stream.open(path, how == mode::anew ? std::ios::trunc : std::ios::app);
-    if (!stream) {
-        throw std::runtime_error(path + ": cannot be written");
+    struct stat about_file = {};
+    const bool is_regular = fstat(descriptor, &about_file) == 0 && S_ISREG(about_file.st_mode);
+    if (how == mode::anew) {
+        if (is_regular && ftruncate(descriptor, 0) != 0) {
+            throw_cannot_write();
+        }
+    } else if (is_regular && ends_within_a_line(descriptor, about_file.st_size)) {
+        write("\n");
     }
-    if (cut) {
-        stream << '\n';
-    }
-    out = &stream;
 }
 
 void results_file::take_known()
@@ -142,16 +157,21 @@ const result *results_file::known(const std::string &id) const
 
 void results_file::append(const result &added)
 {
-    if (out) {
-        *out << record_line(added, of) << std::flush;
+    if (descriptor >= 0) {
+        write(record_line(added, of));
     }
 }
 
-void results_file::finish()
+void results_file::write(const std::string &text) const
 {
-    if (out && !*out) {
-        throw std::runtime_error(name + ": cannot be written");
+    if (!tools::write_all(descriptor, text)) {
+        throw_cannot_write();
     }
+}
+
+void results_file::throw_cannot_write() const
+{
+    throw std::runtime_error(name + ": cannot be written: " + std::strerror(errno));
 }
 
 } // namespace campaign

@@ -4,15 +4,14 @@
 // lost connection, is never taken for a result.
 #pragma once
 
-#include <fstream>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "tools/campaign/results.h"
 #include "tools/campaign/subject.h"
+#include "tools/common/unique_fd.h"
 
 namespace campaign {
 
@@ -46,25 +45,25 @@ public:
     };
 
     // An empty path writes nothing, "-" to standard output. Throws std::runtime_error when the file
-    // cannot be written, or is resumed and about something else.
+    // cannot be written, another campaign writes it, or it is resumed and about something else.
     results_file(const std::string &path, mode how, subject about);
 
     // The result of an earlier run of the same campaign, or null.
     const result *known(const std::string &id) const;
 
+    // A whole line at once. Throws std::runtime_error when it cannot be written.
     void append(const result &added);
-
-    // Throws std::runtime_error when something could not be written.
-    void finish();
 
 private:
     void take_known();
+    void write(const std::string &text) const;
+    [[noreturn]] void throw_cannot_write() const;
 
     std::string name;
     subject of;
     std::unordered_map<std::string, result> earlier;
-    std::ofstream stream;
-    std::ostream *out = nullptr;
+    tools::unique_fd opened;
+    int descriptor = -1;
 };
 
 } // namespace campaign

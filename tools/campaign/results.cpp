@@ -7,6 +7,7 @@
 #include <map>
 #include <ostream>
 
+#include "tools/common/printable.h"
 #include "tools/common/registry.h"
 
 namespace campaign {
@@ -64,9 +65,10 @@ void print_finding(std::ostream &out, const result &found)
     if (!found.expected.empty()) {
         out << "    expected: " << found.expected << '\n';
     }
-    out << "    shown:    " << (found.shown.empty() ? "no failure" : found.shown) << '\n';
+    out << "    shown:    " << (found.shown.empty() ? "no failure" : tools::printable(found.shown))
+        << '\n';
     if (!found.detail.empty()) {
-        out << "    detail:   " << found.detail << '\n';
+        out << "    detail:   " << tools::printable(found.detail) << '\n';
     }
     out << "    repeat:   " << found.repeat << '\n';
 }

@@ -83,7 +83,6 @@ int run_command(const arguments &given)
     }
     options.explain = explainer(given);
     const std::vector<result> results = run_timed(given, tasks, file, options);
-    file.finish();
     return report_faults(given, book, results);
 }
 
@@ -100,7 +99,6 @@ int run_jobs_command(const arguments &given)
     options.show_progress = false;
     options.explain = explainer(given);
     run_tasks(given.where, take_shard(std::move(tasks), given.part), file, options);
-    file.finish();
     return 0;
 }
 

@@ -14,7 +14,6 @@
 
 #include "tools/common/hash.h"
 #include "tools/common/loader.h"
-#include "tools/common/process.h"
 
 namespace campaign {
 
@@ -69,21 +68,6 @@ std::uint64_t hash_of_table(const std::string &folder, std::uint64_t before)
     return before;
 }
 
-// The loader lists what it would load, and starts nothing.
-std::string library_fingerprint(const setting &where)
-{
-    tools::process_options listing;
-    listing.arguments = {where.tavor, "-h"};
-    listing.environment = {"LD_TRACE_LOADED_OBJECTS=1"};
-    if (!where.library_path.empty()) {
-        listing.environment.push_back("LD_LIBRARY_PATH=" + where.library_path);
-    }
-    listing.timeout = std::chrono::seconds(10);
-    const std::string path = tools::library_in_listing(tools::run_process(listing).output);
-    const std::string bytes = path.empty() ? "" : tools::read_bytes(path);
-    return bytes.empty() ? "" : hexadecimal(tools::hash_of(bytes));
-}
-
 } // namespace
 
 subject subject_of(const setting &where, const std::string &pairs_folder)
@@ -92,7 +76,9 @@ subject subject_of(const setting &where, const std::string &pairs_folder)
     build = hash_of_file(where.shim, build);
     build = tools::hash_of(where.options, build);
     build = hash_of_table(pairs_folder, build);
-    return {hexadecimal(build), library_fingerprint(where)};
+    const std::string library =
+        tools::read_bytes(tools::loaded_library(where.tavor, where.library_path));
+    return {hexadecimal(build), library.empty() ? "" : hexadecimal(tools::hash_of(library))};
 }
 
 } // namespace campaign

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "tools/common/loader.h"
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <utility>
 
+#include "tools/common/process.h"
+
 namespace tools {
+
+namespace fs = std::filesystem;
 
 std::string library_in_listing(const std::string &listing)
 {
@@ -21,6 +26,34 @@ std::string library_in_listing(const std::string &listing)
         return path.starts_with("not found") ? "" : path.substr(0, address);
     }
     return "";
+}
+
+std::string loaded_library(const std::string &program, const std::string &folder)
+{
+    process_options listing;
+    listing.arguments = {program, "-h"}; // a loader that does not know the variable starts it
+    listing.environment = {"LD_TRACE_LOADED_OBJECTS=1"};
+    if (!folder.empty()) {
+        listing.environment.push_back("LD_LIBRARY_PATH=" + folder);
+    }
+    listing.timeout = std::chrono::seconds(10);
+    return library_in_listing(run_process(listing).output);
+}
+
+bool is_from(const std::string &library, const std::string &folder)
+{
+    const fs::path base = fs::path(folder).lexically_normal() / "";
+    const std::string start = base.lexically_normal();
+    std::error_code error;
+    return fs::path(library).lexically_normal().string().starts_with(start) ||
+           fs::equivalent(fs::path(library).parent_path(), folder, error);
+}
+
+bool is_reference_library(const std::string &bytes)
+{
+    // The names of dynamic symbols stay when everything else is stripped.
+    static const std::string SYMBOL("\0kel_reference_take_census\0", 27);
+    return bytes.find(SYMBOL) != std::string::npos;
 }
 
 std::string read_bytes(const std::string &path)

@@ -10,6 +10,17 @@ namespace tools {
 // The path behind "libkel.so... => " in what the loader lists, empty when there is none.
 std::string library_in_listing(const std::string &listing);
 
+// The libkel that the program loads on this machine; with a folder, with it in LD_LIBRARY_PATH.
+// Empty when it cannot be told.
+std::string loaded_library(const std::string &program, const std::string &folder);
+
+// Whether a library that the loader found is from this folder, or from one below it that is made for
+// the processor.
+bool is_from(const std::string &library, const std::string &folder);
+
+// Whether these bytes are the reference library's.
+bool is_reference_library(const std::string &bytes);
+
 // A file's content; empty when it cannot be read.
 std::string read_bytes(const std::string &path);
 

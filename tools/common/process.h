@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -20,7 +21,11 @@ struct process_options {
     std::function<std::chrono::steady_clock::time_point()> deadline{};
     // Called with each piece of standard output as it comes; true asks for `stop_signal`.
     std::function<bool(std::string_view)> on_output{};
+    // Sent when this program is asked to stop soon (see interrupt.h); asked to stop now, or with 0
+    // here, it ends the process as after a time-out.
     int stop_signal = 0;
+    // Of longer output and errors beginning and end are kept, this many bytes of each stream.
+    std::size_t kept = SIZE_MAX;
 };
 
 struct process_result {
@@ -29,7 +34,8 @@ struct process_result {
     int exit_status = -1;
     int signal = 0; // that ended it, else 0
     bool timed_out = false;
-    bool started = false; // false: no such program, or no resources; `errors` tells
+    bool interrupted = false; // ended because this program was asked to stop
+    bool started = false;     // false: no such program, or no resources; `errors` tells
     std::chrono::microseconds wall_time{0};
     std::chrono::microseconds cpu_time{0};
     long peak_memory_kib = 0;
@@ -37,8 +43,9 @@ struct process_result {
     bool exited_with(int status) const { return started && signal == 0 && exit_status == status; }
 };
 
-// The program gets /dev/null as standard input and a process group of its own. Safe to call
-// from several threads at once.
+// The program gets /dev/null as standard input and a process group of its own. It is killed when
+// the thread that follows it dies, for instance with this program. Safe to call from several
+// threads at once.
 process_result run_process(const process_options &options);
 
 // The signal's name, such as "SIGSEGV".

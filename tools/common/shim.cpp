@@ -30,11 +30,26 @@ std::string find_shim(const std::string &program_under_test)
     return "";
 }
 
+std::string why_not_preloaded(const std::string &shim)
+{
+    std::error_code error;
+    if (!fs::is_regular_file(shim, error)) {
+        return "no such file: " + shim;
+    }
+    if (shim.find_first_of(" :") != std::string::npos) {
+        return "the loader takes no path with a blank or a colon: " + shim;
+    }
+    return "";
+}
+
 std::string required_shim(const std::string &named, const std::string &program_under_test)
 {
     std::string shim = named.empty() ? find_shim(program_under_test) : named;
     if (shim.empty()) {
         throw std::runtime_error("libkeltrace.so is not in its usual place: name it with --shim");
+    }
+    if (const std::string why = why_not_preloaded(shim); !why.empty()) {
+        throw std::runtime_error("--shim: " + why);
     }
     return shim;
 }

@@ -136,6 +136,7 @@ void write()
         write_calls(report);
         write_faults(report);
         write_census(report);
+        report.add("end\n");
     }
     close(file);
 }

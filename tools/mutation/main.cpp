@@ -7,19 +7,28 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <random>
 #include <set>
 #include <sstream>
+#include <stdexcept>
+#include <system_error>
 #include <thread>
 
+#include "tools/campaign/pool.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/common/process.h"
+#include "tools/common/program.h"
 #include "tools/common/shim.h"
 #include "tools/mutation/explained.h"
 #include "tools/mutation/mutant.h"
@@ -42,6 +51,9 @@ struct arguments {
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 };
 
+// Its exit status when it could not do its work.
+constexpr int CAMPAIGN_FAILED = 3;
+
 enum class fate { killed, explained, survived, does_not_compile };
 
 struct judged_mutant {
@@ -57,6 +69,20 @@ std::string read_text(const fs::path &path)
         throw std::runtime_error(path.string() + ": cannot be read");
     }
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// The result of a process that was started and not interrupted.
+tools::process_result finished(tools::process_options process)
+{
+    process.timeout_signal = SIGTERM;
+    tools::process_result result = tools::run_process(process);
+    if (result.interrupted) {
+        throw tools::interrupted{};
+    }
+    if (!result.started) {
+        throw std::runtime_error("cannot start " + result.errors);
+    }
+    return result;
 }
 
 // The suites whose cases a source defines.
@@ -159,8 +185,7 @@ private:
 
     bool shell(const std::string &line) const
     {
-        return tools::run_process(
-                   {.arguments = {"sh", "-c", "cd '" + build.string() + "' && " + line}})
+        return finished({.arguments = {"sh", "-c", "cd '" + build.string() + "' && " + line}})
             .exited_with(0);
     }
 
@@ -169,42 +194,65 @@ private:
     std::map<std::string, std::pair<std::string, std::string>> compile;
 };
 
+// A folder of its own, removed at the end.
+class scratch_folder {
+public:
+    scratch_folder()
+    {
+        std::string name = fs::temp_directory_path() / "kel-mutate-XXXXXX";
+        if (!mkdtemp(name.data())) {
+            throw std::system_error(errno, std::generic_category(), name);
+        }
+        path = name;
+    }
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    ~scratch_folder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+
+    fs::path path;
+};
+
 judged_mutant judge(const arguments &given, const builder &made, const mutation::mutant &what,
                     const std::string &text, const std::vector<mutation::explanation> &known)
 {
     judged_mutant judged{what, fate::survived, ""};
-    std::string name = fs::temp_directory_path() / "kel-mutate-XXXXXX";
-    const fs::path folder = mkdtemp(name.data());
-    if (!made.make(what.file, mutation::mutated(text, what), folder)) {
+    const scratch_folder folder;
+    if (!made.make(what.file, mutation::mutated(text, what), folder.path)) {
         judged.end = fate::does_not_compile;
-    } else {
-        tools::process_options campaign;
-        campaign.arguments = {given.campaign,
-                              "--tavor",
-                              (folder / "tavor").string(),
-                              "--shim",
-                              given.shim,
-                              "--pairs",
-                              given.source_folder + "/tests/campaign/pairs",
-                              "--quiet",
-                              "--fail-fast",
-                              "--jobs",
-                              "1",
-                              "--timeout",
-                              "20"};
-        for (const std::string &suite : suites_in(text)) {
-            campaign.arguments.push_back(suite);
-        }
-        const tools::process_result result = tools::run_process(campaign);
-        if (!result.exited_with(0)) {
-            judged.end = fate::killed;
-            judged.by = result.output.substr(0, result.output.find('\n'));
-        } else {
-            judged.by = mutation::explanation_of(what, text, known);
-            judged.end = judged.by.empty() ? fate::survived : fate::explained;
-        }
+        return judged;
     }
-    fs::remove_all(folder);
+    tools::process_options campaign;
+    campaign.arguments = {given.campaign,
+                          "--tavor",
+                          (folder.path / "tavor").string(),
+                          "--shim",
+                          given.shim,
+                          "--pairs",
+                          given.source_folder + "/tests/campaign/pairs",
+                          "--quiet",
+                          "--fail-fast",
+                          "--jobs",
+                          "1",
+                          "--timeout",
+                          "20"};
+    for (const std::string &suite : suites_in(text)) {
+        campaign.arguments.push_back(suite);
+    }
+    const tools::process_result result = finished(campaign);
+    if (result.exited_with(CAMPAIGN_FAILED)) {
+        throw std::runtime_error("the campaign did not run: " + result.errors);
+    }
+    if (!result.exited_with(0)) {
+        judged.end = fate::killed;
+        judged.by = result.output.substr(0, result.output.find('\n'));
+    } else {
+        judged.by = mutation::explanation_of(what, text, known);
+        judged.end = judged.by.empty() ? fate::survived : fate::explained;
+    }
     return judged;
 }
 
@@ -240,32 +288,29 @@ int run(const arguments &given)
     const std::vector<mutation::mutant> chosen = sample(all, given.count, given.each, given.seed);
     std::cerr << chosen.size() << " of " << all.size() << " mutants\n";
 
-    std::ofstream results(given.results_path);
-    std::atomic<std::size_t> next{0};
+    std::optional<tools::output_file> results;
+    if (!given.results_path.empty()) {
+        results.emplace(given.results_path);
+    }
     std::mutex writing;
     std::map<fate, unsigned> counts;
-    const auto work = [&] {
-        for (std::size_t i = next++; i < chosen.size(); i = next++) {
-            const judged_mutant judged =
-                judge(given, made, chosen[i], texts[chosen[i].file], known);
-            const std::lock_guard<std::mutex> guard(writing);
-            counts[judged.end]++;
-            std::ostringstream line;
-            line << judged.what.file << ':' << judged.what.line << ": " << judged.what.kind
-                 << ": \""
-                 << texts[judged.what.file].substr(judged.what.position, judged.what.length)
-                 << "\" -> \"" << judged.what.replacement << '"';
-            if (judged.end == fate::survived) {
-                std::cout << "SURVIVED " << line.str() << std::endl;
-            }
-            results << name_of(judged.end) << ' ' << line.str() << "  " << judged.by << std::endl;
+    campaign::in_parallel(chosen.size(), given.jobs, [&](std::size_t i) {
+        const judged_mutant judged = judge(given, made, chosen[i], texts[chosen[i].file], known);
+        const std::lock_guard<std::mutex> guard(writing);
+        counts[judged.end]++;
+        std::ostringstream line;
+        line << judged.what.file << ':' << judged.what.line << ": " << judged.what.kind << ": \""
+             << texts[judged.what.file].substr(judged.what.position, judged.what.length)
+             << "\" -> \"" << judged.what.replacement << '"';
+        if (judged.end == fate::survived) {
+            std::cout << "SURVIVED " << line.str() << std::endl;
         }
-    };
-    std::vector<std::jthread> pool;
-    for (unsigned job = 0; job < given.jobs; job++) {
-        pool.emplace_back(work);
-    }
-    pool.clear();
+        if (results) {
+            results->append(std::string(name_of(judged.end)) + ' ' + line.str() + "  " +
+                            tools::printable(judged.by) + '\n');
+        }
+        return true;
+    });
     std::cout << "mutants: " << counts[fate::killed] << " killed, " << counts[fate::survived]
               << " survived, " << counts[fate::explained] << " survived and are explained, "
               << counts[fate::does_not_compile] << " do not compile\n";
@@ -289,16 +334,14 @@ int main(int argc, char **argv)
     app.add_option("--seed", given.seed, "of the choice");
     app.add_option("--jobs,-j", given.jobs, "mutants at once")->check(CLI::Range(1, 64));
     app.add_option("files", given.files, "suites' sources, such as buf.cpp; all without any");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : 3;
-    }
-    try {
+    return tools::run_program("kel-mutate", 3, [&] {
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError &error) {
+            return app.exit(error) == 0 ? 0 : 3;
+        }
         given.shim = tools::required_shim(given.shim, given.campaign);
+        tools::catch_interrupts();
         return run(given);
-    } catch (const std::exception &error) {
-        std::cerr << "kel-mutate: " << error.what() << '\n';
-        return 3;
-    }
+    });
 }

@@ -2,10 +2,13 @@
 #include "tools/tavor-run/arguments.h"
 
 #include <filesystem>
+#include <iostream>
 #include <limits>
 #include <random>
 #include <set>
 
+#include "tools/common/loader.h"
+#include "tools/common/printable.h"
 #include "tools/common/registry.h"
 #include "tools/common/shim.h"
 #include "tools/tavor-run/results_file.h"
@@ -39,8 +42,22 @@ launch_options launch_options_of(const launch_arguments &given)
     if (options.tavor.empty()) {
         options.tavor = here ? default_tavor() : "tavor";
     }
+    if (here && !given.library_folder.empty() &&
+        !fs::exists(fs::path(given.library_folder) / "libkel.so")) {
+        throw usage_error("--lib: no libkel.so in " + given.library_folder);
+    }
     if (here && options.shim.empty()) {
         options.shim = tools::find_shim(found_in_path(options.tavor));
+    }
+    if (here && !options.shim.empty() && options.traced_calls > 0) {
+        const std::string why = tools::why_not_preloaded(options.shim);
+        if (!why.empty() && !given.shim.empty()) {
+            throw usage_error("--shim: " + why);
+        }
+        if (!why.empty()) {
+            std::cerr << "tavor-run: no library calls are shown: " << tools::printable(why) << "\n";
+            options.shim.clear();
+        }
     }
     return options;
 }
@@ -105,12 +122,16 @@ std::optional<std::uint64_t> seed_of(const std::string &text)
     throw usage_error("no seed: " + text);
 }
 
-void require_closed_library(const library_identity &library)
+void check_library(const launch_arguments &given, const library_identity &library)
 {
-    if (!library.was_read) {
+    if (!given.library_folder.empty() && !library.path.empty() &&
+        !tools::is_from(library.path, given.library_folder)) {
+        throw usage_error("--lib: the loader takes " + library.path);
+    }
+    if (given.closed && !library.was_read) {
         throw usage_error("--closed: which library tavor loads cannot be seen");
     }
-    if (library.is_reference) {
+    if (given.closed && library.is_reference) {
         throw usage_error("--closed: " + library.path + " is the reference library");
     }
 }

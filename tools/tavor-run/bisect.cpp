@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "tools/tavor-run/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/tavor-run/selection.h"
 
 namespace tavor_run {
@@ -13,8 +13,8 @@ namespace {
 outcome outcome_behind(const launcher &how, const run_options &options, int row,
                        std::vector<int> predecessors)
 {
-    if (interrupts() > 0) {
-        throw usage_error("interrupted");
+    if (tools::asked_to_stop() != tools::stop::no) {
+        throw tools::interrupted{};
     }
     predecessors.push_back(row);
     reporter silent{run_record{}};

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <iostream>
 
+#include "tools/common/interrupt.h"
+#include "tools/common/printable.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/bisect.h"
-#include "tools/tavor-run/interrupt.h"
 #include "tools/tavor-run/selection.h"
 
 namespace tavor_run {
@@ -51,13 +52,11 @@ int bisect_command(const run_arguments &given)
     options.fail_fast = false;
     options.until_fail = false;
     const launcher launch(launch_options_of(given.launch));
-    if (given.launch.closed) {
-        require_closed_library(launch.identify().library);
-    }
-    catch_interrupts();
+    check_library(given.launch, launch.identify().library);
+    tools::catch_interrupts();
     std::cout << given.bisected << "\n";
     const bisection found = bisect(launch, options, row, rows, [](const std::string &line) {
-        std::cout << "  " << line << std::endl;
+        std::cout << "  " << tools::printable(line) << std::endl;
     });
     if (found.needed.empty()) {
         std::cout << "no difference\n";

@@ -4,9 +4,10 @@
 #include <algorithm>
 #include <sstream>
 
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/tavor-run/baseline.h"
 #include "tools/tavor-run/comparison.h"
-#include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/outputs.h"
 
 namespace tavor_run {
@@ -58,8 +59,9 @@ std::string formatted(const std::string &format, const comparison &what, bool as
     if (format != "text") {
         throw usage_error("no such format: " + format + " (text, html, jsonl)");
     }
-    return as_table ? text_of(what, quiet)
-                    : differences_text(what.columns[0].run, what.columns[1].run);
+    const std::string text = as_table ? text_of(what, quiet)
+                                      : differences_text(what.columns[0].run, what.columns[1].run);
+    return tools::printable(text, "\n");
 }
 
 } // namespace
@@ -80,7 +82,8 @@ int compare_command(const compare_arguments &given)
     }
     for (const std::string &each : outputs) {
         const report_target target = parse_target(each);
-        output_file(target.path).replace(formatted(target.format, what, as_table, given.quiet));
+        tools::output_file(target.path)
+            .replace(formatted(target.format, what, as_table, given.quiet));
     }
     return exit_code(what);
 }

@@ -60,15 +60,27 @@ void log_reader::feed(std::string_view piece)
         if (pending.empty()) {
             take_line(without_returns(piece.substr(0, end)));
         } else {
-            pending += piece.substr(0, end);
+            keep_pending(piece.substr(0, end));
             take_line(without_returns(pending));
             pending.clear();
         }
         pending_is_open = false;
         piece.remove_prefix(end + 1);
     }
-    pending += piece;
+    keep_pending(piece);
     look_ahead();
+}
+
+// A line that is longer than any of tavor's is no verdict, however it ends.
+void log_reader::keep_pending(std::string_view piece)
+{
+    constexpr std::size_t LONGEST_LINE = 1 << 16;
+    constexpr std::string_view CUT = " ...";
+    const std::size_t room = LONGEST_LINE - std::min(LONGEST_LINE, pending.size());
+    pending += piece.substr(0, room);
+    if (room > 0 && piece.size() >= room) {
+        pending += CUT;
+    }
 }
 
 // tavor writes a name out before the case runs: it counts before its line has ended.

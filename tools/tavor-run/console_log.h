@@ -84,6 +84,7 @@ private:
         std::optional<unsigned> summary_failed{};
     };
 
+    void keep_pending(std::string_view piece);
     void look_ahead();
     void take_line(std::string_view line);
     void take_text(const stamped_line &line);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/document_writer.h"
 
-#include "tools/tavor-run/output_file.h"
+#include "tools/common/output_file.h"
 
 namespace tavor_run {
 
@@ -23,7 +23,7 @@ private:
         output.update([&] { return document(record); });
     }
 
-    output_file output;
+    tools::output_file output;
     document_of document;
 };
 

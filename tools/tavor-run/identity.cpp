@@ -9,6 +9,8 @@
 #include <cstring>
 #include <optional>
 
+#include "tools/common/loader.h"
+
 namespace tavor_run {
 
 namespace {
@@ -160,9 +162,7 @@ library_identity describe_library(const std::string &path, const std::string &by
         return identity;
     }
     identity.was_read = true;
-    // The names of dynamic symbols stay when everything else is stripped.
-    identity.is_reference =
-        bytes.find(std::string("\0kel_reference_take_census\0", 27)) != std::string::npos;
+    identity.is_reference = tools::is_reference_library(bytes);
     const int own_order = std::endian::native == std::endian::little ? ELFDATA2LSB : ELFDATA2MSB;
     if (bytes[EI_DATA] != own_order) {
         return identity;

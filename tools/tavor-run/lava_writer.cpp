@@ -2,9 +2,8 @@
 //
 // Signals by which LAVA learns of results from what a job prints: a test set is a suite. Between
 // the signals stand comments; nothing in them may look like a signal.
-#include <algorithm>
-
-#include "tools/tavor-run/output_file.h"
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
@@ -15,9 +14,7 @@ constexpr std::string_view MARK = "<LAVA_";
 
 std::string comment(std::string text)
 {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char character) { return static_cast<unsigned char>(character) < ' '; }, ' ');
+    text = tools::printable(text);
     for (std::size_t at = text.find(MARK); at != std::string::npos; at = text.find(MARK, at)) {
         text[at] = '(';
     }
@@ -127,7 +124,7 @@ private:
         return is_open ? "<LAVA_SIGNAL_TESTSET STOP>\n" : "";
     }
 
-    output_file output;
+    tools::output_file output;
     std::string_view open_set{}; // a suite of the registry
 };
 

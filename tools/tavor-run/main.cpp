@@ -3,9 +3,9 @@
 // tavor-run: runs tavor, or judges what it printed, and says what came of it.
 #include <CLI/CLI.hpp>
 #include <array>
-#include <iostream>
 
 #include "tools/common/process.h"
+#include "tools/common/program.h"
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/results.h"
 #include "tools/tavor-run/selection.h"
@@ -148,9 +148,7 @@ std::vector<std::string> with_command(std::vector<std::string> words)
     return words;
 }
 
-} // namespace
-
-int main(int argc, char *argv[])
+int execute(int argc, char *argv[])
 {
     program all;
     std::vector<std::string> words(argv, argv + argc);
@@ -163,10 +161,12 @@ int main(int argc, char *argv[])
     } catch (const CLI::ParseError &error) {
         return all.app.exit(error) == 0 ? ALL_PASSED : NOTHING_RAN;
     }
-    try {
-        return all.execute();
-    } catch (const std::exception &error) {
-        std::cerr << "tavor-run: " << error.what() << "\n";
-        return NOTHING_RAN;
-    }
+    return all.execute();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    return tools::run_program("tavor-run", NOTHING_RAN, [&] { return execute(argc, argv); });
 }

@@ -1,37 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/markup.h"
 
+#include "tools/common/printable.h"
+
 namespace tavor_run {
 
 namespace {
-
-constexpr std::string_view REPLACEMENT = "\xef\xbf\xbd";
-
-// The length of the UTF-8 sequence of a character that XML allows; 0 for none.
-std::size_t sequence_length(std::string_view text)
-{
-    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned first = byte(0);
-    if (first < 0x80) {
-        const bool allowed = first >= 0x20 || first == '\t' || first == '\n' || first == '\r';
-        return allowed ? 1 : 0;
-    }
-    const std::size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if (first < 0xc2 || first > 0xf4 || text.size() < length) {
-        return 0;
-    }
-    unsigned code = first & (0x7fU >> length);
-    for (std::size_t i = 1; i < length; i++) {
-        if ((byte(i) & 0xc0U) != 0x80) {
-            return 0;
-        }
-        code = code << 6 | (byte(i) & 0x3fU);
-    }
-    const bool too_long = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool forbidden =
-        (code >= 0xd800 && code <= 0xdfff) || code == 0xfffe || code == 0xffff || code > 0x10ffff;
-    return too_long || forbidden ? 0 : length;
-}
 
 // Both schemes keep a contrast of 4.5 and more. Tables scroll in themselves, never the page.
 constexpr std::string_view STYLE = R"(<meta name="viewport" content="width=device-width">
@@ -90,22 +64,23 @@ std::string html_head(std::string_view title)
 std::string escaped(std::string_view text)
 {
     std::string result;
-    while (!text.empty()) {
-        const std::size_t length = sequence_length(text);
-        if (length == 0) {
-            result += REPLACEMENT;
-        } else if (text[0] == '&') {
+    for (const char character : tools::printable(text, "\n\t")) {
+        switch (character) {
+        case '&':
             result += "&amp;";
-        } else if (text[0] == '<') {
+            break;
+        case '<':
             result += "&lt;";
-        } else if (text[0] == '>') {
+            break;
+        case '>':
             result += "&gt;";
-        } else if (text[0] == '"') {
+            break;
+        case '"':
             result += "&quot;";
-        } else {
-            result += text.substr(0, length);
+            break;
+        default:
+            result += character;
         }
-        text.remove_prefix(length == 0 ? 1 : length);
     }
     return result;
 }

@@ -8,8 +8,8 @@
 
 namespace tavor_run {
 
-// For element content and for attributes in double quotes. Bytes that XML cannot hold, and those
-// that are not UTF-8, become replacement characters.
+// For element content and for attributes in double quotes, made printable; line ends and tabulators
+// stay.
 std::string escaped(std::string_view text);
 
 // A page up to its first heading, with the colours of verdicts.

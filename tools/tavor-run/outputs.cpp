@@ -95,7 +95,7 @@ void add_last_results(reporter &report, const selection_arguments &given)
     }
     try {
         if (!path.empty()) {
-            report.add(make_json_writer(path));
+            report.add(make_json_writer(path), !given.last.empty());
         }
     } catch (const usage_error &) {
         if (!given.last.empty()) {

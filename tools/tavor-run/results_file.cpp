@@ -7,8 +7,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/output_file.h"
 #include "tools/common/registry.h"
-#include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
@@ -105,13 +105,13 @@ public:
     }
 
 private:
-    // Messages come from outside and need not be UTF-8.
+    // Messages come from outside and need not be UTF-8; in ASCII nothing can steer a terminal.
     void write(const json &line)
     {
-        output.append(line.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+        output.append(line.dump(-1, ' ', true, json::error_handler_t::replace) + "\n");
     }
 
-    output_file output;
+    tools::output_file output;
 };
 
 class results_reader {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/commands.h"
 
-#include "tools/tavor-run/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/tavor-run/outputs.h"
 #include "tools/tavor-run/runner.h"
 #include "tools/tavor-run/selection.h"
@@ -24,9 +24,7 @@ int run_command(const run_arguments &given)
     run_record record;
     start_record(record, given.output);
     record.identity = launch.identify();
-    if (given.launch.closed) {
-        require_closed_library(record.identity.library);
-    }
+    check_library(given.launch, record.identity.library);
     record.planned = rows.size() * options.repeat;
     record.part = given.selection.shard;
     record.seed = seed_of(given.selection.shuffle);
@@ -37,7 +35,7 @@ int run_command(const run_arguments &given)
     reporter report(std::move(record));
     add_writers(report, given.output);
     add_last_results(report, given.selection);
-    catch_interrupts();
+    tools::catch_interrupts();
     report.begin();
     try {
         runner(launch, options, report).run(rows);
@@ -45,7 +43,7 @@ int run_command(const run_arguments &given)
     } catch (const start_error &error) {
         report.note(error.what());
     }
-    if (interrupts() > 0) {
+    if (tools::asked_to_stop() != tools::stop::no) {
         report.note("interrupted");
         report.record().incomplete = true;
     }

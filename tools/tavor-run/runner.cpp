@@ -6,9 +6,9 @@
 #include <set>
 #include <sstream>
 
+#include "tools/common/interrupt.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/console_log.h"
-#include "tools/tavor-run/interrupt.h"
 #include "tools/tavor-run/selection.h"
 
 namespace tavor_run {
@@ -19,11 +19,10 @@ using steady = std::chrono::steady_clock;
 
 // The table shows no more of a message.
 constexpr std::size_t TABLE_WIDTH = 83;
+// Of what a case prints and a process says.
+constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 // Failed cases that are run a second time: with a broken library there may be hundreds.
 constexpr unsigned LOOK_CLOSER_AT = 25;
-// In place of no limit at all.
-constexpr std::chrono::seconds UNLIMITED{std::chrono::hours{24 * 365}};
-
 std::string name_of_row(int row)
 {
     return std::string(tools::all_cases()[static_cast<std::size_t>(row)].name);
@@ -61,6 +60,13 @@ std::string ending_text(const tools::process_result &process)
         text += " (" + tools::signal_name(process.exit_status - 128) + ")";
     }
     return text;
+}
+
+// By this program, or because it passed an interrupt on to a process that does not wait with it.
+bool was_interrupted(const tools::process_result &process)
+{
+    return process.interrupted ||
+           (process.signal == SIGINT && tools::asked_to_stop() != tools::stop::no);
 }
 
 std::string with_last_error(std::string text, const tools::process_result &process)
@@ -110,7 +116,7 @@ void runner::run_once(const std::vector<int> &rows)
 void runner::run_group(std::vector<int> rows)
 {
     while (!rows.empty()) {
-        if (stop_reason.empty() && interrupts() > 0) {
+        if (stop_reason.empty() && tools::asked_to_stop() != tools::stop::no) {
             stop_reason = "interrupted";
         }
         if (!stop_reason.empty()) {
@@ -170,16 +176,13 @@ void runner::follow(attempt &now)
     };
     log_reader reader(how, events);
 
-    tools::process_options process;
+    tools::process_options process{.kept = KEPT_OUTPUT};
     process.on_output = [&](std::string_view piece) {
         reader.feed(piece);
-        return interrupts() > 0;
+        return false;
     };
     process.deadline = [&] {
-        if (interrupts() > 1) {
-            return steady::now();
-        }
-        return options.timeout.count() == 0 ? steady::now() + UNLIMITED
+        return options.timeout.count() == 0 ? steady::time_point::max()
                                             : now.last_start + options.timeout;
     };
     std::vector<std::string> arguments = names_selecting(now.rows);
@@ -201,7 +204,7 @@ case_result runner::open_case_result(const attempt &now, int row) const
     what.number = row;
     what.duration =
         std::chrono::duration_cast<std::chrono::microseconds>(steady::now() - now.last_start);
-    if (now.process.timed_out && interrupts() > 1) {
+    if (was_interrupted(now.process)) {
         what.state = verdict::not_run;
         what.message = "interrupted";
     } else if (now.process.timed_out) {
@@ -274,9 +277,9 @@ void runner::explain_odd_end(const attempt &now)
     if (now.last_row < 0 || now.has_open_case || process.exited_with(0)) {
         return;
     }
-    const std::string how = process.timed_out
-                                ? (interrupts() > 1 ? "was interrupted" : "did not end")
-                                : "ended with " + ending_text(process);
+    const std::string how = was_interrupted(process) ? "was interrupted"
+                            : process.timed_out      ? "did not end"
+                                                     : "ended with " + ending_text(process);
     report.note(with_last_error("tavor " + how + " behind " + name_of_row(now.last_row), process));
     report.record().incomplete = true;
 }
@@ -289,7 +292,7 @@ void runner::look_closer(const attempt &now)
         case_result &what = results[i];
         const bool wanted = what.state == verdict::fail || what.state == verdict::crash ||
                             what.state == verdict::hang;
-        if (!wanted || interrupts() > 0) {
+        if (!wanted || tools::asked_to_stop() != tools::stop::no) {
             continue;
         }
         if (looked_at == LOOK_CLOSER_AT) {
@@ -311,7 +314,7 @@ bool runner::fetch_message(case_result &what)
     if (what.state != verdict::fail || what.message.size() < TABLE_WIDTH) {
         return false;
     }
-    tools::process_options process;
+    tools::process_options process{.kept = KEPT_OUTPUT};
     process.timeout = options.timeout;
     const command single = launch.tavor({"-s", std::to_string(what.number)});
     const std::string output = launch.run(single, process).output;
@@ -337,7 +340,7 @@ bool runner::fetch_calls(case_result &what, const attempt &now)
     log_options how;
     how.expected = {what.number};
     log_reader reader(how);
-    tools::process_options process;
+    tools::process_options process{.kept = KEPT_OUTPUT};
     process.timeout = options.timeout;
     const command again = launch.tavor({name_of_row(what.number)}, true);
     const tools::process_result second = launch.run(again, process);

@@ -2,28 +2,21 @@
 //
 // TAP: the plan first, a line a result, a YAML block where there is more to say. What is written
 // is the same in versions 13 and 14, but readers of 13 refuse another number.
-#include "tools/tavor-run/output_file.h"
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
 
 namespace {
 
-std::string one_line(std::string text)
-{
-    for (char &character : text) {
-        if (static_cast<unsigned char>(character) < ' ') {
-            character = ' ';
-        }
-    }
-    return text;
-}
+using tools::printable;
 
 // A scalar in double quotes, in which nothing has a meaning of its own.
 std::string quoted(const std::string &text)
 {
     std::string result = "\"";
-    for (const char character : one_line(text)) {
+    for (const char character : printable(text)) {
         if (character == '"' || character == '\\') {
             result += '\\';
         }
@@ -44,7 +37,7 @@ public:
             text += "1.." + std::to_string(record.planned) + "\n";
         }
         if (!library.path.empty()) {
-            text += "# library " + one_line(library.path + " " + library.build_id) + "\n";
+            text += "# library " + printable(library.path + " " + library.build_id) + "\n";
         }
         if (record.seed) {
             text += "# seed " + std::to_string(*record.seed) + "\n";
@@ -74,19 +67,19 @@ public:
 
     void details(const run_record &, const case_result &what) override
     {
-        std::string text = "# " + std::string(what.name()) + ": " + one_line(what.message) + "\n";
+        std::string text = "# " + std::string(what.name()) + ": " + printable(what.message) + "\n";
         if (!what.calls.empty()) {
-            text += "# last library calls (" + one_line(what.calls_from) + "):\n";
+            text += "# last library calls (" + printable(what.calls_from) + "):\n";
         }
         for (const std::string &call : what.calls) {
-            text += "#   " + one_line(call) + "\n";
+            text += "#   " + printable(call) + "\n";
         }
         output.append(text);
     }
 
     void note(const run_record &, const std::string &text) override
     {
-        output.append("# " + one_line(text) + "\n");
+        output.append("# " + printable(text) + "\n");
     }
 
     void end(const run_record &record) override
@@ -100,7 +93,7 @@ public:
     }
 
 private:
-    output_file output;
+    tools::output_file output;
     int version;
     std::size_t points = 0;
 };

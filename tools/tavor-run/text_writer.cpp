@@ -4,13 +4,16 @@
 #include <cstdio>
 #include <sstream>
 
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/common/registry.h"
-#include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/writer.h"
 
 namespace tavor_run {
 
 namespace {
+
+using tools::printable;
 
 constexpr int NAME_WIDTH = 50;
 constexpr int STATE_WIDTH = 8;
@@ -54,6 +57,7 @@ public:
                     : library.build_id.empty() ? ", build id unknown"
                                                : ", build id " + library.build_id;
             text += library.is_reference ? ", the reference library\n" : "\n";
+            text = printable(text, "\n");
         }
         if (record.seed) {
             text += "seed     " + std::to_string(*record.seed) + "\n";
@@ -81,14 +85,14 @@ public:
         text += padded(what.name(), NAME_WIDTH) + " ";
         text += coloured(what.state, padded(name_of(what.state), STATE_WIDTH));
         text += seconds_text(what.duration);
-        text += what.message.empty() ? "" : "  " + what.message;
-        text += what.difference.empty() ? "" : "  [" + what.difference + "]";
+        text += what.message.empty() ? "" : "  " + printable(what.message);
+        text += what.difference.empty() ? "" : "  [" + printable(what.difference) + "]";
         output.append(text.substr(0, text.find_last_not_of(' ') + 1) + "\n");
     }
 
     void note(const run_record &, const std::string &text) override
     {
-        output.append((style.live ? "\r\x1b[K" : "") + ("note: " + text) + "\n");
+        output.append((style.live ? "\r\x1b[K" : "") + ("note: " + printable(text)) + "\n");
     }
 
     void end(const run_record &record) override
@@ -120,15 +124,15 @@ private:
         if (each.runs > 1) {
             text << ", in " << each.bad << " of " << each.runs << " runs";
         }
-        text << "\n  " << what.message << "\n";
+        text << "\n  " << printable(what.message) << "\n";
         if (!what.calls.empty()) {
-            text << "  last library calls (" << what.calls_from << "):\n";
+            text << "  last library calls (" << printable(what.calls_from) << "):\n";
         }
         for (const std::string &call : what.calls) {
-            text << "    " << call << "\n";
+            text << "    " << printable(call) << "\n";
         }
         if (!what.repeat_command.empty()) {
-            text << "  again: " << what.repeat_command << "\n";
+            text << "  again: " << printable(what.repeat_command) << "\n";
         }
         return text.str() + "\n";
     }
@@ -146,7 +150,7 @@ private:
         return colour + text + "\x1b[0m";
     }
 
-    output_file output;
+    tools::output_file output;
     text_style style;
 };
 

@@ -40,12 +40,16 @@ std::unique_ptr<writer> make_json_writer(const std::string &path);
 std::unique_ptr<writer> make_html_writer(const std::string &path);
 std::unique_ptr<writer> make_lava_writer(const std::string &path);
 
-// Keeps the record and tells all writers.
+// Keeps the record and tells all writers. One that cannot write is told of and left out from then
+// on; with the last that was asked for its exception is thrown on.
 class reporter {
 public:
     explicit reporter(run_record start) : kept(std::move(start)) {}
 
-    void add(std::unique_ptr<writer> which) { writers.push_back(std::move(which)); }
+    void add(std::unique_ptr<writer> which, bool is_asked_for = true)
+    {
+        writers.push_back({std::move(which), is_asked_for});
+    }
 
     void begin();
     void started(int row);
@@ -57,8 +61,16 @@ public:
     run_record &record() { return kept; }
 
 private:
+    struct told_writer {
+        std::unique_ptr<writer> which;
+        bool is_asked_for;
+    };
+
+    template <typename Told> void tell(Told told);
+    void drop(std::size_t place, const std::string &why);
+
     run_record kept;
-    std::vector<std::unique_ptr<writer>> writers;
+    std::vector<told_writer> writers;
 };
 
 } // namespace tavor_run

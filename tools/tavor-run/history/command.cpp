@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/history/history.h"
-#include "tools/tavor-run/output_file.h"
 #include "tools/tavor-run/outputs.h"
 #include "tools/tavor-run/selection.h"
 
@@ -21,7 +22,9 @@ int history_command(const history_arguments &given)
         if (target.format != "html" && target.format != "text") {
             throw usage_error("no such format: " + target.format + " (text, html)");
         }
-        output_file(target.path).replace(target.format == "html" ? html_of(what) : text_of(what));
+        tools::output_file(target.path)
+            .replace(target.format == "html" ? html_of(what)
+                                             : tools::printable(text_of(what), "\n"));
     }
     const auto counts = what.counts();
     const auto has = [&](trend which) { return counts[static_cast<std::size_t>(which)] > 0; };
