@@ -126,6 +126,10 @@ void add_packet_faults(catalogue &faults);
 void add_bufgroup_faults(catalogue &faults);
 void add_metadata_faults(catalogue &faults);
 void add_tlv_faults(catalogue &faults);
+void add_writing_faults(catalogue &faults);
+
+// Writes what faults have put off. Called before every operation.
+void write_again(state &library);
 
 // The object that a handle names. Where it names none, an object that nobody else sees: the
 // model refuses the handle, and a fault need not ask.

@@ -70,6 +70,7 @@ const faults::catalogue &all_faults()
         faults::add_bufgroup_faults(rows);
         faults::add_metadata_faults(rows);
         faults::add_tlv_faults(rows);
+        faults::add_writing_faults(rows);
         return rows;
     }();
     return made;
@@ -140,8 +141,9 @@ thread_local std::size_t already_asked = 0;
 
 } // namespace
 
-void begin_call(state &, operation entered)
+void begin_call(state &library, operation entered)
 {
+    write_again(library);
     current_call = ++chosen().calls[static_cast<std::size_t>(entered)];
     already_asked = 0;
 }

@@ -75,7 +75,7 @@ void add_freeing_faults(catalogue &faults)
                                    });
 }
 
-void add_writing_faults(catalogue &faults)
+void add_data_faults(catalogue &faults)
 {
     faults.add<kel_tlv_setdata, kel_tlv_set_versioned_data>(
         "one_short", "the last byte is not written",
@@ -109,7 +109,7 @@ void add_tlv_faults(catalogue &faults)
 {
     add_allocating_faults(faults);
     add_freeing_faults(faults);
-    add_writing_faults(faults);
+    add_data_faults(faults);
 }
 
 } // namespace kel_reference::faults
