@@ -31,7 +31,7 @@ public:
 private:
     void run();
 
-    std::condition_variable_any wake;
+    std::condition_variable wake;
     clock::time_point wakes_at = clock::time_point::max();
     bool is_retired = false;
     pthread_t thread;

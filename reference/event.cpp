@@ -235,12 +235,14 @@ kel_event take_pending(client_object &client)
 // Sleeps, without the lock, until the gate is signalled. False when the deadline has passed.
 bool sleep_at(event_gate &gate, state &library, const std::optional<clock::time_point> &deadline)
 {
-    if (!deadline) {
-        gate.changed.wait(library.lock);
-        return true;
+    if (deadline && clock::now() >= *deadline) return false;
+    std::unique_lock held(library.lock, std::adopt_lock);
+    if (deadline) {
+        gate.changed.wait_until(held, *deadline);
+    } else {
+        gate.changed.wait(held);
     }
-    if (clock::now() >= *deadline) return false;
-    gate.changed.wait_until(library.lock, *deadline);
+    held.release();
     return true;
 }
 

@@ -30,7 +30,6 @@
 #include "reference/arena.h"
 #include "reference/handle_table.h"
 #include "reference/intrusive_list.h"
-#include "reference/mutex.h"
 #include "reference/signal.h"
 
 namespace kel_reference {
@@ -130,7 +129,7 @@ struct bufgroup_object {
 
 // Where threads wait for a client's events. It outlives the client while they leave.
 struct event_gate {
-    std::condition_variable_any changed; // on the library's lock
+    std::condition_variable changed;
     std::uint64_t clears = 0;
     bool client_is_gone = false;
 };
@@ -177,7 +176,7 @@ struct tag_object {
 using event_key = std::pair<std::uint32_t, std::uint32_t>;
 
 struct state {
-    mutex lock;
+    std::mutex lock;
     const void *caller = nullptr; // where the operation in progress was called
     arena memory;
     handle_table<client_object, handle_kind::client> clients;
@@ -219,11 +218,11 @@ public:
     locked_state() : guarded(library()), guard(guarded.lock) {}
     state *operator->() const { return &guarded; }
     state &operator*() const { return guarded; }
-    std::unique_lock<mutex> &lock() { return guard; }
+    std::unique_lock<std::mutex> &lock() { return guard; }
 
 private:
     state &guarded;
-    std::unique_lock<mutex> guard;
+    std::unique_lock<std::mutex> guard;
 };
 
 } // namespace kel_reference
