@@ -1,28 +1,52 @@
 // SPDX-License-Identifier: MIT
 //
 // The buffer memory: one area that all buffers are carved from, so that addresses, physical
-// addresses and distances mean something. Freed memory is poisoned, for AddressSanitizer
-// too where that runs.
+// addresses and distances mean something. Freed memory is poisoned, for AddressSanitizer too
+// where that runs.
 //
-// The area is divided into spans of one size. A span holds blocks of one size class, or
-// belongs with its neighbours to the elements of a reserved group. It becomes free again
-// with its last block, or, as the only one of its class with room, when another needs it: no
-// size can keep memory from the others for good, and one that comes and goes alone does not
-// open and close its span each time.
+// The area begins with a pool of blocks for each power of two: no size can keep memory from
+// another. The rest is for the elements of reserved groups.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <map>
+#include <vector>
 
 namespace kel_reference {
+
+// Memory cut into blocks of one size. What was given back last is taken first.
+class block_pool {
+public:
+    block_pool() = default;
+    block_pool(std::byte *start, std::size_t block_size, std::size_t count);
+
+    // The memory of a block, which may not be touched before it is unpoisoned; null when all are
+    // taken.
+    std::byte *take();
+    void give_back(std::byte *block) { freed.push_back(block); }
+
+    std::size_t left() const { return blocks - fresh_from + freed.size(); }
+    std::size_t bytes_in_use() const { return (fresh_from - freed.size()) * pitch; }
+    std::size_t block_size() const { return pitch; }
+    std::byte *start() const { return first; }
+    // The block that `within` is an address of.
+    std::byte *block_at(const std::byte *within) const;
+
+private:
+    std::byte *first = nullptr;
+    std::size_t pitch = 1;
+    std::size_t blocks = 0;
+    std::size_t fresh_from = 0; // blocks from this one on have never been taken
+    std::vector<std::byte *> freed;
+};
 
 class arena {
 public:
     // The largest block, and so the largest contiguous buffer that can be chosen.
     static constexpr std::uint32_t MAX_BLOCK = 65536;
-    static constexpr std::size_t SIZE = std::size_t{256} << 20;
+    static constexpr std::size_t REGIONS_SIZE = std::size_t{256} << 20;
 
     arena();
     arena(const arena &) = delete;
@@ -37,7 +61,7 @@ public:
     // A stretch of any size for the elements of a reserved group; null when there is none.
     // None of it may be touched before it is unpoisoned.
     std::byte *allocate_region(std::size_t size);
-    void free_region(std::byte *region, std::size_t size);
+    void free_region(std::byte *region);
 
     // Overwrites memory that was freed and forbids its use / allows the use.
     static void poison(std::byte *block, std::size_t size);
@@ -46,7 +70,7 @@ public:
     // Both 0 when the system refused the area: nothing can be allocated then.
     std::byte *start() const { return base; }
     std::size_t size() const { return base ? SIZE : 0; }
-    std::size_t bytes_in_use() const { return used_bytes; }
+    std::size_t bytes_in_use() const;
     static constexpr std::uint64_t PHYSICAL_START = 0x1'0000'0000;
     static constexpr std::uint64_t KERNEL_START = 0xffff'8881'0000'0000;
     std::uint64_t physical_address(const std::byte *address) const
@@ -55,43 +79,17 @@ public:
     }
 
 private:
-    static constexpr std::size_t SPAN_SIZE = std::size_t{128} << 10;
-    static constexpr std::size_t SPANS = SIZE / SPAN_SIZE;
-    // All multiples of a cache line; those of buffers in common use waste little.
-    static constexpr std::array<std::uint32_t, 18> BLOCK_SIZES = {
-        128,  256,  512,  768,  1024,  1536,  2048,  3072,  4096,
-        5120, 6144, 8192, 9216, 12288, 16384, 24576, 32768, 65536};
-    static constexpr std::size_t MAX_BLOCKS = SPAN_SIZE / BLOCK_SIZES.front();
-    static constexpr std::uint16_t NONE = 0xffff;
+    static constexpr std::uint32_t MIN_BLOCK = 128;
+    static constexpr std::size_t POOLS = 10; // from MIN_BLOCK to MAX_BLOCK
+    static_assert(MIN_BLOCK << (POOLS - 1) == MAX_BLOCK);
+    static constexpr std::size_t POOL_SIZE = std::size_t{64} << 20;
+    static constexpr std::size_t SIZE = POOLS * POOL_SIZE + REGIONS_SIZE;
 
-    static constexpr std::uint32_t UNIT = BLOCK_SIZES.front(); // divides them all
-
-    // Set up when it is opened, so that the memory of those that never are is never touched.
-    struct span {
-        std::array<std::uint64_t, MAX_BLOCKS / 64> free_blocks; // a bit each
-        std::uint16_t used_blocks;
-        // Neighbours in the list of its class's spans that have free blocks.
-        std::uint16_t next;
-        std::uint16_t previous;
-    };
-
-    static std::size_t class_of(std::uint32_t size);
-    static std::size_t blocks_in_span(std::size_t size_class);
-    std::byte *span_start(std::size_t index) const { return base + index * SPAN_SIZE; }
-    bool span_is_free(std::size_t index) const;
-    void mark_span(std::size_t index, bool is_free);
-    std::uint16_t find_free_span() const;
-    bool open_span(std::size_t size_class);
-    void close_span(std::size_t size_class, std::uint16_t index);
-    void close_empty_spans();
-    void list_span(std::size_t size_class, std::uint16_t index);
-    void unlist_span(std::size_t size_class, std::uint16_t index);
+    block_pool &pool_for(std::uint32_t size);
 
     std::byte *base = nullptr;
-    std::size_t used_bytes = 0;
-    std::unique_ptr<std::array<span, SPANS>> spans;
-    std::array<std::uint64_t, SPANS / 64> free_spans{};
-    std::array<std::uint16_t, BLOCK_SIZES.size()> with_free_blocks{};
+    std::array<block_pool, POOLS> pools;
+    std::map<std::byte *, std::size_t> regions; // taken ones, with their sizes
 };
 
 } // namespace kel_reference

@@ -33,23 +33,21 @@ struct reservation {
 bufgroup_object *make_reserved_group(state &library, const char *name, const reservation &asked)
 {
     const std::uint64_t distance = pitch_of(asked.element_size, asked.head_room);
-    if (asked.element_count > arena::SIZE / distance) return nullptr;
+    if (asked.element_count > arena::REGIONS_SIZE / distance) return nullptr;
     // Nothing is lost where there are elements: they fit into the arena.
     const auto pitch = static_cast<std::size_t>(distance);
     std::byte *elements = library.memory.allocate_region(pitch * asked.element_count);
     if (!elements) return nullptr;
     bufgroup_object *made = make_group(library, name);
     if (!made) {
-        library.memory.free_region(elements, pitch * asked.element_count);
+        library.memory.free_region(elements);
         return nullptr;
     }
     made->reserved = true;
     made->no_poison = asked.no_poison;
     made->element_size = asked.element_size;
-    made->element_count = asked.element_count;
     made->head_room = asked.head_room;
-    made->element_pitch = pitch;
-    made->elements = elements;
+    made->elements = {elements, pitch, asked.element_count};
     return made;
 }
 
@@ -69,40 +67,27 @@ std::uint32_t register_reserved(state &library, client_object &client, kel_bufgr
 
 std::uint32_t elements_left(const bufgroup_object &group)
 {
-    const auto freed = static_cast<std::uint32_t>(group.free_elements.size());
-    return group.element_count - group.untouched_from + freed;
+    return static_cast<std::uint32_t>(group.elements.left());
 }
 
-std::byte *take_element(bufgroup_object &group) noexcept
+std::byte *take_element(bufgroup_object &group)
 {
-    std::byte *taken = nullptr;
-    if (!group.free_elements.empty()) {
-        taken = group.free_elements.back();
-        group.free_elements.pop_back();
-    } else if (group.untouched_from < group.element_count) {
-        // Room to take back what is given out, so that freeing needs no memory.
-        if (group.free_elements.capacity() == group.untouched_from) {
-            group.free_elements.reserve(2 * std::size_t{group.untouched_from} + 16);
-        }
-        taken = group.elements + group.untouched_from++ * group.element_pitch;
-    } else {
-        return nullptr;
-    }
-    arena::unpoison(taken, group.element_pitch);
+    std::byte *taken = group.elements.take();
+    if (!taken) return nullptr;
+    arena::unpoison(taken, group.elements.block_size());
     return taken + group.head_room;
 }
 
 void give_back_element(bufgroup_object &group, std::byte *within)
 {
-    const auto position = static_cast<std::size_t>(within - group.elements);
-    std::byte *element = group.elements + position / group.element_pitch * group.element_pitch;
-    if (!group.no_poison) arena::poison(element, group.element_pitch);
-    group.free_elements.push_back(element);
+    std::byte *element = group.elements.block_at(within);
+    if (!group.no_poison) arena::poison(element, group.elements.block_size());
+    group.elements.give_back(element);
 }
 
 void release_elements(state &library, bufgroup_object &group)
 {
-    library.memory.free_region(group.elements, group.element_pitch * group.element_count);
+    library.memory.free_region(group.elements.start());
 }
 
 uint32_t model::kel_register_reserved_bufgroup(state &library, kel_client client,

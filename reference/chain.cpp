@@ -97,7 +97,7 @@ void charge(buffer_object &buffer, client_object *client)
 {
     if (client) {
         buffer.obtainer = client;
-        client->buffers.push_front(buffer);
+        client->buffers.push_back(buffer);
         count_in(client->used, buffer);
     }
     if (buffer.group) {

@@ -68,7 +68,7 @@ clock::time_point flush_clients(state &library)
     clock::time_point next_flush = NEVER;
     client_object *next = nullptr;
     for (client_object *each = library.clients_to_flush.front(); each; each = next) {
-        next = each->list_next;
+        next = intrusive_list<client_object>::next(*each);
         const clock::time_point due = flush_time(*each);
         if (due > now) {
             next_flush = std::min(next_flush, due);
@@ -164,7 +164,7 @@ void defer_signal(state &library, client_object &client)
     client.last_deferred_send = clock::now();
     if (!client.flush_pending) {
         client.flush_pending = true;
-        library.clients_to_flush.push_front(client);
+        library.clients_to_flush.push_back(client);
     }
     reschedule_flush(client);
 }

@@ -7,10 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <new>
-#include <vector>
+#include <optional>
 
-#include "reference/object_pool.h"
+#include "reference/intrusive_list.h"
 
 namespace kel_reference {
 
@@ -25,7 +26,7 @@ public:
     object *find(std::uint32_t handle)
     {
         slot *found = slot_of(handle);
-        return found && is_current(*found, handle) ? found->content : nullptr;
+        return found && is_current(*found, handle) ? &*found->content : nullptr;
     }
 
     // Whether the handle was valid once and is not any more.
@@ -40,40 +41,30 @@ public:
     // A fresh object; null when the table is full or there is no memory for more.
     object *create()
     {
-        object *created = objects.create();
-        if (!created) return nullptr;
-        std::uint32_t index = 0;
-        if (free_count <= QUARANTINE && add_slot()) {
-            index = static_cast<std::uint32_t>(slots.size() - 1);
-        } else if (free_count) {
-            index = take_free();
-        } else {
-            objects.destroy(*created);
-            return nullptr;
-        }
-        slot &occupied = slots[index];
-        occupied.content = created;
-        created->handle = static_cast<std::uint32_t>(kind) << KIND_SHIFT |
-                          (occupied.generation & GENERATIONS) << INDEX_BITS | index;
-        return created;
+        slot *occupied = free_slots.size() > QUARANTINE ? nullptr : add_slot();
+        if (!occupied) occupied = free_slots.front();
+        if (!occupied) return nullptr;
+        free_slots.remove(*occupied);
+        object &created = occupied->content.emplace();
+        created.handle = static_cast<std::uint32_t>(kind) << KIND_SHIFT |
+                         (occupied->generation & GENERATIONS) << INDEX_BITS | occupied->index;
+        return &created;
     }
 
     void release(object &released)
     {
-        const std::uint32_t index = released.handle & INDEX_MASK;
-        slot &freed = slots[index];
-        objects.destroy(*freed.content);
-        freed.content = nullptr;
+        slot &freed = slots[released.handle & INDEX_MASK];
+        freed.content.reset();
         freed.generation++;
-        put_free(index);
+        free_slots.push_back(freed);
     }
 
-    std::size_t size() const { return slots.size() - free_count; }
+    std::size_t size() const { return slots.size() - free_slots.size(); }
 
     // Calls visit(object &) for every live object, in slot order.
     template <typename visitor> void for_each(visitor visit)
     {
-        for (const slot &each : slots) {
+        for (slot &each : slots) {
             if (each.content) visit(*each.content);
         }
     }
@@ -84,13 +75,15 @@ private:
     static constexpr std::uint32_t GENERATIONS = 0x1ff;
     static constexpr std::uint32_t KIND_SHIFT = 29;
     static constexpr std::uint32_t MAX_SLOTS = 1u << INDEX_BITS;
-    // Freed slots rest until this many are free, so that a stale handle stays one for long.
+    // Freed slots rest until this many are free, so that it takes long until a handle is given
+    // out a second time.
     static constexpr std::uint32_t QUARANTINE = 256;
 
-    struct slot {
-        object *content = nullptr;    // null: the slot is free
+    struct slot : list_node<slot> { // node in the list of free ones
+        explicit slot(std::uint32_t position) : index(position) {}
+        const std::uint32_t index;
         std::uint32_t generation = 0; // how often the slot was freed
-        std::uint32_t next_free = 0;
+        std::optional<object> content;
     };
 
     static std::uint32_t generation_of(std::uint32_t handle)
@@ -111,43 +104,21 @@ private:
                    : nullptr;
     }
 
-    // A slot behind the last; false when there is no room for one.
-    bool add_slot()
+    // A free slot behind the last; null when there is no room for one.
+    slot *add_slot()
     {
-        if (slots.size() == MAX_SLOTS) return false;
+        if (slots.size() == MAX_SLOTS) return nullptr;
         try {
-            slots.emplace_back();
+            slots.emplace_back(static_cast<std::uint32_t>(slots.size()));
         } catch (const std::bad_alloc &) {
-            return false;
+            return nullptr;
         }
-        return true;
+        free_slots.push_back(slots.back());
+        return &slots.back();
     }
 
-    // Free slots are used again in the order in which they became free.
-    std::uint32_t take_free()
-    {
-        const std::uint32_t taken = first_free;
-        first_free = slots[taken].next_free;
-        free_count--;
-        return taken;
-    }
-
-    void put_free(std::uint32_t index)
-    {
-        if (free_count) {
-            slots[last_free].next_free = index;
-        } else {
-            first_free = index;
-        }
-        last_free = index;
-        free_count++;
-    }
-
-    std::vector<slot> slots;
-    object_pool<object> objects;
-    std::uint32_t free_count = 0;
-    std::uint32_t first_free = 0; // of free_count slots
-    std::uint32_t last_free = 0;
+    std::deque<slot> slots;
+    intrusive_list<slot> free_slots; // in the order in which they became free
 };
 
 } // namespace kel_reference

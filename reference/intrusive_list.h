@@ -1,47 +1,53 @@
 // SPDX-License-Identifier: MIT
 //
 // A doubly linked list whose links stand in its elements: adding and removing cost no
-// allocation and do not depend on its length. An element is in at most one list.
+// allocation and do not depend on its length. An element has a list_node for each list that it
+// can stand in at a time; `purpose` tells them apart.
 #pragma once
+
+#include <cstddef>
 
 namespace kel_reference {
 
-template <typename element> struct list_node {
-    element *list_next = nullptr;
-    element *list_previous = nullptr;
+template <typename element, typename purpose = void> struct list_node {
+    element *next = nullptr;
+    element *previous = nullptr;
 };
 
-template <typename element> class intrusive_list {
+template <typename element, typename purpose = void> class intrusive_list {
 public:
     element *front() const { return first; }
+    element *back() const { return last; }
     bool empty() const { return !first; }
+    std::size_t size() const { return count; }
 
-    void push_front(element &added)
+    // The one after it; null after the last.
+    static element *next(const element &listed) { return static_cast<const node &>(listed).next; }
+
+    void push_back(element &added)
     {
-        added.list_previous = nullptr;
-        added.list_next = first;
-        if (first) {
-            first->list_previous = &added;
-        }
-        first = &added;
+        node &links = added;
+        links.previous = last;
+        (last ? static_cast<node &>(*last).next : first) = &added;
+        last = &added;
+        count++;
     }
 
     void remove(element &removed)
     {
-        if (removed.list_previous) {
-            removed.list_previous->list_next = removed.list_next;
-        } else {
-            first = removed.list_next;
-        }
-        if (removed.list_next) {
-            removed.list_next->list_previous = removed.list_previous;
-        }
-        removed.list_next = nullptr;
-        removed.list_previous = nullptr;
+        node &links = removed;
+        (links.previous ? static_cast<node &>(*links.previous).next : first) = links.next;
+        (links.next ? static_cast<node &>(*links.next).previous : last) = links.previous;
+        links = {};
+        count--;
     }
 
 private:
+    using node = list_node<element, purpose>;
+
     element *first = nullptr;
+    element *last = nullptr;
+    std::size_t count = 0;
 };
 
 } // namespace kel_reference

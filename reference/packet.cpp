@@ -48,7 +48,7 @@ packet_object *make_header(state &library, client_object &holder, bufgroup_objec
     set_fresh_metadata(made->metadata);
     made->caller_pid = caller_pid();
     made->caller_pc = reinterpret_cast<std::uintptr_t>(library.caller);
-    holder.packets.push_front(*made);
+    holder.packets.push_back(*made);
     if (group) refer_to_group(*group);
     return made;
 }
@@ -208,7 +208,7 @@ void change_holder(packet_object &packet, client_object &holder)
 {
     packet.holder->packets.remove(packet);
     packet.holder = &holder;
-    holder.packets.push_front(packet);
+    holder.packets.push_back(packet);
 }
 
 void release_packets_and_buffers(state &library, client_object &client)

@@ -119,12 +119,8 @@ struct bufgroup_object {
     bool reserved = false;
     bool no_poison = false;
     std::uint32_t element_size = 0;
-    std::uint32_t element_count = 0;
-    std::uint32_t head_room = 0;   // in front of each element
-    std::size_t element_pitch = 0; // distance of two elements
-    std::byte *elements = nullptr;
-    std::uint32_t untouched_from = 0; // elements from this one on have never been given out
-    std::vector<std::byte *> free_elements;
+    std::uint32_t head_room = 0; // in front of each element
+    block_pool elements;
 };
 
 // Where threads wait for a client's events. It outlives the client while they leave.

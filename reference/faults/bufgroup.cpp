@@ -4,6 +4,7 @@
 
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "reference/bufgroup.h"
 #include "reference/chain.h"
@@ -30,10 +31,10 @@ void overlap(buffer_object *first)
 {
     for (buffer_object *each = first; each; each = each->next) {
         const bufgroup_object *group = each->group;
-        if (!group || !group->reserved || each->memory - group->head_room == group->elements) {
-            continue;
-        }
-        each->memory -= group->element_pitch - group->element_size / 2;
+        if (!group || !group->reserved) continue;
+        const block_pool &elements = group->elements;
+        if (each->memory - group->head_room == elements.start()) continue;
+        each->memory -= elements.block_size() - group->element_size / 2;
     }
 }
 
@@ -134,13 +135,13 @@ void add_element_faults(catalogue &faults)
     faults.add<kel_get_packet, kel_get_buffer, kel_get_packet_list, kel_get_buffer_list>(
         "one_too_few", "the last element of a reserved group is not given out",
         [](auto right, state &library, auto... arguments) {
-            const kept_in_all counts(library.bufgroups, &bufgroup_object::element_count,
-                                     [](const bufgroup_object &group) {
-                                         const bool is_any_left =
-                                             group.reserved && elements_left(group);
-                                         return group.element_count - is_any_left;
-                                     });
-            return right(library, arguments...);
+            std::vector<std::pair<bufgroup_object *, std::byte *>> withheld;
+            library.bufgroups.for_each([&](bufgroup_object &group) {
+                if (std::byte *last = group.elements.take()) withheld.emplace_back(&group, last);
+            });
+            const auto result = right(library, arguments...);
+            for (const auto &[group, last] : withheld) group->elements.give_back(last);
+            return result;
         });
     faults.add_to_made<kel_get_buffer>(
         "too_close", "an element of a reserved group overlaps its predecessor",

@@ -33,7 +33,7 @@ void recharge(buffer_object &buffer, client_object &client)
     buffer.obtainer->used.bytes -= buffer.charged_bytes;
     forget_obtainer(buffer);
     buffer.obtainer = &client;
-    client.buffers.push_front(buffer);
+    client.buffers.push_back(buffer);
     client.used.buffers++;
     client.used.bytes += buffer.charged_bytes;
 }

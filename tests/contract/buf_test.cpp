@@ -146,7 +146,9 @@ TEST_F(buf_contract, freeing)
         EXPECT_ERROR(kel_free_buffer(bad), EINVAL);
         EXPECT_ERROR(kel_free_bufchain(bad), EINVAL);
     }
-    for (int reuse = 0; reuse < 10'000; reuse++) EXPECT_NE(new_buffer(owner, 64), 0u);
+    for (int reuse = 0; reuse < 10'000; reuse++) {
+        EXPECT_NE(new_buffer(owner, 64), freed) << "given out again after " << reuse;
+    }
     EXPECT_ERROR(kel_free_buffer(freed), EPERM) << "a stale handle was forgotten";
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 
 using namespace contract;
 
@@ -165,6 +166,31 @@ TEST_F(reserved_contract, elements_stand_an_element_apart)
             EXPECT_GE(starts[index] - starts[index - 1], static_cast<std::ptrdiff_t>(size));
         }
     }
+}
+
+// Memory set aside for one group is no other's, and serves another when the group has gone.
+TEST_F(reserved_contract, groups_have_memory_of_their_own)
+{
+    const registration first = new_reserved(owner, "first", 1000, 4);
+    auto between = std::make_unique<registration>(new_reserved(owner, "second", 1000, 4));
+    const registration last = new_reserved(owner, "third", 1000, 4);
+    std::vector<std::pair<buffer, bytes>> held;
+    const auto fill = [&](kel_bufgroup group) {
+        for (int count = 0; count < 4; count++) {
+            held.emplace_back(new_buffer(owner, 1000, 1, group),
+                              pattern(1000, static_cast<std::uint32_t>(held.size())));
+            write_chain(held.back().first, held.back().second);
+        }
+    };
+    fill(first);
+    fill(last);
+    for (const std::uint32_t element_size : {1000u, 500u, 2000u}) {
+        between.reset();
+        between = std::make_unique<registration>(new_reserved(owner, "second", element_size, 4));
+        const buffer written = new_buffer(owner, 4 * element_size, 0, *between);
+        write_chain(written, pattern(4 * element_size, element_size));
+    }
+    for (const auto &[written, data] : held) EXPECT_EQ(read_chain(written), data);
 }
 
 // Reads memory that may have been given back: what is there is what is asked about.
