@@ -78,10 +78,10 @@ KEL_API uint32_t kel_event_clear(kel_client client);
 /*
  * Waits until one of the client's events fires and stores it in `event`, or until
  * `timeout` has passed and stores type KEL_EVENT_NONE. A null time-out waits without
- * limit; a zero one polls. May block one thread while others use the same client.
- * Errors: EINVAL; EINTR when kel_event_clear or the client's deregistration ended the
- * wait.
+ * limit; a zero one polls. What is left of the time may be stored there. May block one thread while
+ * others use the same client. Errors: EINVAL; EINTR when kel_event_clear or the client's
+ * deregistration ended the wait.
  */
-KEL_API uint32_t kel_event_wait(kel_client client, kel_event *event, const struct timeval *timeout);
+KEL_API uint32_t kel_event_wait(kel_client client, kel_event *event, struct timeval *timeout);
 
 #endif

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "reference/caller_memory.h"
 #include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -207,6 +208,8 @@ uint32_t model::kel_bufgroup_set_params(state &library, kel_client client, kel_b
     if (sets_buffers) set->buffers = *buffers;
     if (sets_bytes) set->bytes = *bytes;
     set->mask |= mask;
+    record_was_read(buffers);
+    record_was_read(bytes);
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "reference/bufgroup.h"
+#include "reference/caller_memory.h"
 #include "reference/client.h"
 #include "reference/faults/inside.h"
 #include "reference/objects.h"
@@ -252,6 +253,35 @@ void end_waits(client_object &client)
     client.gate->changed.notify_all();
 }
 
+timeval time_until(clock::time_point deadline)
+{
+    const auto left =
+        std::max(std::chrono::duration_cast<std::chrono::microseconds>(deadline - clock::now()),
+                 std::chrono::microseconds{0});
+    return {.tv_sec = static_cast<time_t>(left.count() / 1000000),
+            .tv_usec = static_cast<suseconds_t>(left.count() % 1000000)};
+}
+
+// As kel_event_wait, once its arguments are valid.
+std::uint32_t wait_for_event(state &library, kel_client client, kel_event &event,
+                             const std::optional<clock::time_point> &deadline)
+{
+    client_object *waiting = library.clients.find(client);
+    if (!waiting) return client_refusal(library, client);
+    const std::shared_ptr<event_gate> gate = waiting->gate;
+    const std::uint64_t clears = gate->clears;
+    while (waiting->pending_events.empty()) {
+        const bool timed_out = !sleep_at(*gate, library, deadline);
+        const bool interrupted = gate->client_is_gone || gate->clears != clears;
+        if (timed_out || (interrupted && !chosen_options().interrupted_wait_keeps_record)) {
+            event = {};
+        }
+        if (timed_out || interrupted) return interrupted ? EINTR : 0;
+    }
+    event = take_pending(*waiting);
+    return 0;
+}
+
 } // namespace
 
 void show_pending(client_object &client)
@@ -326,12 +356,16 @@ void release_events(state &library, client_object &client)
 
 uint32_t model::kel_event_add(state &library, kel_client client, const kel_event *event)
 {
-    return event ? add_event(library, client, *event) : EINVAL;
+    const std::uint32_t result = event ? add_event(library, client, *event) : EINVAL;
+    record_was_read(event);
+    return result;
 }
 
 uint32_t model::kel_event_remove(state &library, kel_client client, const kel_event *event)
 {
-    return event ? remove_event(library, client, *event) : EINVAL;
+    const std::uint32_t result = event ? remove_event(library, client, *event) : EINVAL;
+    record_was_read(event);
+    return result;
 }
 
 uint32_t model::kel_event_add_tag(state &library, kel_client client, kel_tag tag, uint32_t context1,
@@ -369,25 +403,13 @@ uint32_t model::kel_event_clear(state &library, kel_client client)
 }
 
 uint32_t model::kel_event_wait(state &library, kel_client client, kel_event *event,
-                               const struct timeval *timeout)
+                               struct timeval *timeout)
 {
     std::optional<clock::time_point> deadline;
     if (!event || !deadline_of(timeout, deadline)) return EINVAL;
-
-    client_object *waiting = library.clients.find(client);
-    if (!waiting) return client_refusal(library, client);
-    const std::shared_ptr<event_gate> gate = waiting->gate;
-    const std::uint64_t clears = gate->clears;
-    while (waiting->pending_events.empty()) {
-        const bool timed_out = !sleep_at(*gate, library, deadline);
-        const bool interrupted = gate->client_is_gone || gate->clears != clears;
-        if (timed_out || (interrupted && !chosen_options().interrupted_wait_keeps_record)) {
-            *event = {};
-        }
-        if (timed_out || interrupted) return interrupted ? EINTR : 0;
-    }
-    *event = take_pending(*waiting);
-    return 0;
+    const std::uint32_t result = wait_for_event(library, client, *event, deadline);
+    if (deadline && chosen_options().wait_stores_time_left) *timeout = time_until(*deadline);
+    return result;
 }
 
 } // namespace kel_reference

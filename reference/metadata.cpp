@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "reference/caller_memory.h"
 #include "reference/chain.h"
 #include "reference/operations.h"
 #include "reference/options.h"
@@ -380,6 +381,7 @@ uint32_t model::kel_metadata_set(state &library, kel_metadata_group *group, kel_
         std::memcpy(bytes_at(written->metadata, field.in_metadata),
                     bytes_at(*group, field.in_group), field.size);
     }
+    record_was_read(group);
     return 0;
 }
 

@@ -217,9 +217,9 @@ const char *free_packets(held_groups &held, uint32_t clients)
 const char *share_limited_group(held_groups &held,
                                 uint32_t (*register_group)(kel_client, kel_bufgroup *))
 {
-    const kel_bufgroup_thresholds buffers = {MAX_BUFFERS, LOW_BUFFERS, HIGH_BUFFERS};
-    const kel_bufgroup_thresholds bytes = {MAX_BUFFERS * ELEMENT_SIZE, LOW_BUFFERS * ELEMENT_SIZE,
-                                           HIGH_BUFFERS * ELEMENT_SIZE};
+    kel_bufgroup_thresholds buffers = {MAX_BUFFERS, LOW_BUFFERS, HIGH_BUFFERS};
+    kel_bufgroup_thresholds bytes = {MAX_BUFFERS * ELEMENT_SIZE, LOW_BUFFERS * ELEMENT_SIZE,
+                                     HIGH_BUFFERS * ELEMENT_SIZE};
 
     if (const char *message = register_two_clients(held)) return message;
     CHECK_LOCATED(register_group(held.clients[0], &held.groups[0][0]) == 0,
@@ -477,7 +477,7 @@ GROUP_CASE(reg_multi_group)
 
 GROUP_CASE(set_unreg_group_params)
 {
-    const kel_bufgroup_thresholds buffers = {10, 3, 7};
+    kel_bufgroup_thresholds buffers = {10, 3, 7};
 
     if (const char *message = register_two_clients(held)) return message;
     CHECK_LOCATED(register_test_group(held.clients[0], &held.groups[0][0]) == 0,
@@ -490,8 +490,10 @@ GROUP_CASE(set_unreg_group_params)
 
 GROUP_CASE(set_get_params)
 {
-    const kel_bufgroup_thresholds buffers = {10, 3, 7};
-    const kel_bufgroup_thresholds bytes = {5120, 1536, 3584};
+    constexpr kel_bufgroup_thresholds BUFFERS = {10, 3, 7};
+    constexpr kel_bufgroup_thresholds BYTES = {5120, 1536, 3584};
+    kel_bufgroup_thresholds buffers = BUFFERS;
+    kel_bufgroup_thresholds bytes = BYTES;
     kel_bufgroup_thresholds read_buffers = {};
     kel_bufgroup_thresholds read_bytes = {};
     uint32_t mask = 0xffffffff;
@@ -510,7 +512,7 @@ GROUP_CASE(set_get_params)
                   "kel_bufgroup_set_params failed");
     CHECK_LOCATED(kel_bufgroup_get_params(client, group, &mask, &read_buffers, &read_bytes) == 0,
                   "kel_bufgroup_get_params failed");
-    CHECK_LOCATED(same_thresholds(read_buffers, buffers) && same_thresholds(read_bytes, bytes),
+    CHECK_LOCATED(same_thresholds(read_buffers, BUFFERS) && same_thresholds(read_bytes, BYTES),
                   "param mismatch");
     return api_msg;
 }

@@ -337,12 +337,12 @@ kel_event make_event(uint32_t type, uint32_t object, uint32_t group_flags, uint3
     return {type, flags, 0, 0, object, group_flags};
 }
 
-uint32_t add_event(kel_client client, const kel_event &event)
+uint32_t add_event(kel_client client, kel_event event)
 {
     return kel_event_add(client, &event);
 }
 
-uint32_t remove_event(kel_client client, const kel_event &event)
+uint32_t remove_event(kel_client client, kel_event event)
 {
     return kel_event_remove(client, &event);
 }
@@ -439,10 +439,18 @@ const char *wait_without_limit_via_select(kel_client client, kel_event *event, b
 
 const char *wait_briefly(kel_client client, kel_event *event, bool *reported)
 {
-    static const struct timeval briefly = {0, 2};
+    struct timeval briefly = {0, 2};
 
     *reported = kel_event_wait(client, event, &briefly) == 0 && event->type != KEL_EVENT_NONE;
     return nullptr;
+}
+
+uint32_t poll_event(kel_client client, kel_event *event)
+{
+    struct timeval no_time = {};
+
+    *event = NOT_STORED;
+    return kel_event_wait(client, event, &no_time);
 }
 
 const char *wait_for_room(const event_objects &held, const flow_plan &plan)
@@ -493,8 +501,8 @@ const char *check_flow_control(event_objects &held, const flow_plan &plan)
 
 const char *share_group(event_objects &held)
 {
-    static const kel_bufgroup_thresholds buffers = {5, 1, 4};
-    static const kel_bufgroup_thresholds bytes = {2560, 512, 2048};
+    kel_bufgroup_thresholds buffers = {5, 1, 4};
+    kel_bufgroup_thresholds bytes = {2560, 512, 2048};
 
     if (const char *message = register_client1(held)) return message;
     if (const char *message = register_client2(held)) return message;
@@ -650,7 +658,7 @@ EVENT_CASE(generic_addremove_event)
 
 EVENT_CASE(invalid_wait)
 {
-    static const struct timeval timeout = {1, 0};
+    struct timeval timeout = {1, 0};
     kel_event event = NOT_STORED;
 
     if (const char *message = register_client_1(held, 16)) return message;
@@ -664,21 +672,19 @@ EVENT_CASE(wait_poll)
 {
     constexpr uint32_t CONTEXT1 = 0x27182818;
     constexpr uint32_t CONTEXT2 = 0x28459045;
-    static const struct timeval no_time = {};
-    kel_event event = NOT_STORED;
+    kel_event event;
 
     if (const char *message = fill_own_queue(held)) return message;
     CHECK_LOCATED(kel_event_add_tag(held.client, TAG, CONTEXT1, CONTEXT2) == 0,
                   "event_add_tag failed");
-    CHECK_LOCATED(kel_event_wait(held.client, &event, &no_time) == 0, "wait_event failed");
+    CHECK_LOCATED(poll_event(held.client, &event) == 0, "wait_event failed");
     CHECK_LOCATED(event.type == KEL_EVENT_NONE, "event_type != timeout");
     CHECK_LOCATED(kel_event_clear(held.client) == 0, "event clear failed");
 
     if (const char *message = receive_packets(held, 1)) return message;
-    event = NOT_STORED;
     CHECK_LOCATED(kel_event_add_tag(held.client, TAG, CONTEXT1, CONTEXT2) == 0,
                   "event_add_tag failed");
-    CHECK_LOCATED(kel_event_wait(held.client, &event, &no_time) == 0, "wait_event failed");
+    CHECK_LOCATED(poll_event(held.client, &event) == 0, "wait_event failed");
     CHECK_LOCATED(event.context1 == CONTEXT1 && event.context2 == CONTEXT2, "context mismatch");
     CHECK_LOCATED(event.type != KEL_EVENT_NONE, "wait timeout");
     CHECK_LOCATED(kel_event_clear(held.client) == 0, "event clear failed");
@@ -687,7 +693,7 @@ EVENT_CASE(wait_poll)
 
 EVENT_CASE(wait_timeout)
 {
-    static const struct timeval timeout = {1, 0};
+    struct timeval timeout = {1, 0};
     kel_event event = NOT_STORED;
 
     if (const char *message = fill_own_queue(held)) return message;

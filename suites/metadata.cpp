@@ -515,6 +515,7 @@ const char *access_fields(held_objects &held)
     check_fresh(group);
     fill_group(&group);
     if (kel_metadata_set(&group, held.packet)) return "kel_metadata_set(default_packet) failed";
+    group.mask = GROUP_MASK; // the library may have written to the record
     if (kel_metadata_get(&group, held.packet)) return "kel_metadata_get(modified_packet) failed";
     check_group(group);
     return failed_fields_message();

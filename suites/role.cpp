@@ -27,8 +27,6 @@ constexpr uint32_t PACKET_SIZE = 1500;
 constexpr uint32_t SINK_ATTEMPTS = 16;
 constexpr uint32_t SINK_NAME_SIZE = 33;
 
-constexpr kel_bufgroup_thresholds SOURCE_THRESHOLDS = {32, 0, 31};
-
 struct sink_record {
     kel_client client;
     kel_bufgroup group; // 0: none
@@ -72,7 +70,7 @@ void sink_destroy(sink_record *sink)
     free(sink);
 }
 
-bool sink_add_group(sink_record *sink, const char *name, const kel_bufgroup_thresholds *thresholds)
+bool sink_add_group(sink_record *sink, const char *name, kel_bufgroup_thresholds *thresholds)
 {
     uint32_t error = kel_register_bufgroup(sink->client, &sink->group, name);
 
@@ -92,7 +90,7 @@ bool sink_add_group(sink_record *sink, const char *name, const kel_bufgroup_thre
 
 // For sink_destroy to release; null when it could not be set up. Without thresholds the
 // sink has no group.
-sink_record *sink_create(const char *name, uint32_t role, const kel_bufgroup_thresholds *thresholds)
+sink_record *sink_create(const char *name, uint32_t role, kel_bufgroup_thresholds *thresholds)
 {
     sink_record *sink = static_cast<sink_record *>(malloc(sizeof(sink_record)));
 
@@ -252,7 +250,8 @@ TEST_CASE(kel_role, basic)
     // Stays so for the rest of the run.
     setvbuf(stdout, nullptr, _IONBF, 0);
 
-    sink_record *source = sink_create("source", KEL_ROLE_STANDBY, &SOURCE_THRESHOLDS);
+    kel_bufgroup_thresholds thresholds = {32, 0, 31};
+    sink_record *source = sink_create("source", KEL_ROLE_STANDBY, &thresholds);
     if (source) {
         check_sinks(source);
         sink_destroy(source);

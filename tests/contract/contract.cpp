@@ -310,7 +310,7 @@ bool is_exceptional(kel_client asked, std::chrono::microseconds timeout)
 kel_event next_event(kel_client asked, std::chrono::microseconds timeout)
 {
     kel_event event{4711, 0, 0, 0, 0, 0};
-    const timeval limit = timeval_of(timeout);
+    timeval limit = timeval_of(timeout);
     EXPECT_OK(kel_event_wait(asked, &event, &limit));
     return event;
 }

@@ -13,7 +13,6 @@ using namespace contract;
 namespace {
 
 constexpr kel_tag TAG = 5678;
-constexpr timeval NO_TIME{0, 0};
 
 class event_contract : public contract::test {
 protected:
@@ -175,13 +174,14 @@ TEST_F(event_contract, clear)
 TEST_F(event_contract, refused_waits)
 {
     kel_event event{};
-    const timeval odd{0, 1'000'000};
-    const timeval negative{-1, 0};
-    EXPECT_ERROR(kel_event_wait(0, &event, &NO_TIME), EINVAL);
+    timeval no_time{0, 0};
+    timeval odd{0, 1'000'000};
+    timeval negative{-1, 0};
+    EXPECT_ERROR(kel_event_wait(0, &event, &no_time), EINVAL);
     EXPECT_ERROR(kel_event_wait(0, &event, nullptr), EINVAL);
     EXPECT_ERROR(kel_event_wait(0, nullptr, nullptr), EINVAL);
     EXPECT_ERROR(kel_event_wait(BAD_CLIENT, &event, nullptr), EINVAL);
-    EXPECT_ERROR(kel_event_wait(owner, nullptr, &NO_TIME), EINVAL);
+    EXPECT_ERROR(kel_event_wait(owner, nullptr, &no_time), EINVAL);
     EXPECT_ERROR(kel_event_wait(owner, &event, &odd), EINVAL);
     EXPECT_ERROR(kel_event_wait(owner, &event, &negative), EINVAL);
 }

@@ -411,7 +411,7 @@ std::string same_role()
 kel_event next_event(kel_client client)
 {
     kel_event event{};
-    const timeval no_time{0, 0};
+    timeval no_time{0, 0};
     kel_event_wait(client, &event, &no_time);
     return event;
 }
@@ -469,6 +469,34 @@ std::string record_of_an_interrupted_wait()
     kel_deregister_client(client);
     waiting.join();
     return result == EINTR ? to_string(event.type) : "not interrupted";
+}
+
+// The time-out after a wait that took all of it.
+std::string time_left_of_a_wait()
+{
+    const kel_client client = new_client();
+    kel_event event{};
+    timeval limit{0, 200'000};
+    kel_event_wait(client, &event, &limit);
+    return to_string(limit.tv_sec) + " " + to_string(limit.tv_usec);
+}
+
+std::string used_records()
+{
+    const kel_client client = new_client();
+    kel_bufgroup_thresholds thresholds{5, 1, 4};
+    kel_bufgroup group = 0;
+    kel_register_bufgroup(client, &group, "probe group");
+    kel_bufgroup_set_params(client, group, KEL_BUFGROUP_BUFFERS, &thresholds, nullptr);
+    kel_event event{KEL_EVENT_BUFGROUP, 0, 0, 0, group, KEL_EVENT_GROUP_LOW};
+    kel_event_add(client, &event);
+    kel_event removed{KEL_EVENT_BUFGROUP, 0, 0, 0, group, KEL_EVENT_GROUP_LOW};
+    kel_event_remove(client, &removed);
+    kel_metadata_group record;
+    kel_metadata_init(&record);
+    kel_metadata_set(&record, new_packet(client));
+    return to_string(thresholds.max) + " " + to_string(event.type) + " " + to_string(removed.type) +
+           " " + to_string(record.mask);
 }
 
 std::string query_of_the_device()
@@ -539,6 +567,8 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
     {"event_group_type", [] { return to_string(event_beyond_the_high_threshold(true).type); }},
     {"unarmed_event_error", removal_of_an_unarmed_event},
     {"interrupted_wait_keeps_record", record_of_an_interrupted_wait},
+    {"wait_stores_time_left", time_left_of_a_wait},
+    {"records_are_used_up", used_records},
     {"device", query_of_the_device},
 };
 

@@ -128,7 +128,7 @@ void send(worker &self, std::uint32_t number_of_sender)
                 break;
             }
             kel_event event{};
-            const timeval limit{10, 0};
+            timeval limit{10, 0};
             expect_fine("kel_event_add_tag", kel_event_add_tag(sender, tag, 1, 2));
             expect_fine("kel_event_wait", kel_event_wait(sender, &event, &limit));
             if (event.type != KEL_EVENT_TAG) fail("a sender was not woken", event.type);
@@ -275,7 +275,7 @@ void watch_group(worker &self)
     expect_fine("kel_register_bufgroup", kel_register_bufgroup(owner, &group, SHARED_GROUP));
     while (!stop) {
         kel_event event{};
-        const timeval limit{0, 20'000};
+        timeval limit{0, 20'000};
         expect_fine("kel_event_add_bufgroup", kel_event_add_bufgroup(owner, group, 3, 7, 8));
         const std::uint32_t error = kel_event_wait(owner, &event, &limit);
         if (error != 0 && error != 4) fail("kel_event_wait", error);
