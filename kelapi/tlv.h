@@ -7,6 +7,8 @@
  *
  * EINVAL is the error for an unknown packet and for a null pointer; ENOENT for an id that
  * is not allocated on the packet, after the arguments have been checked.
+ *
+ * Bounds of versions are words, whose low 16 bits are compared as versions.
  */
 #ifndef KELAPI_TLV_H
 #define KELAPI_TLV_H
@@ -58,8 +60,8 @@ KEL_API uint32_t kel_tlv_version_get(kel_packet packet, uint32_t id, uint16_t *v
  * Errors: EINVAL, also for a highest version that is 0 or below the lowest; ENOENT;
  * ERANGE.
  */
-KEL_API uint32_t kel_tlv_version_check(kel_packet packet, uint32_t id, uint16_t lowest,
-                                       uint16_t highest);
+KEL_API uint32_t kel_tlv_version_check(kel_packet packet, uint32_t id, uint32_t lowest,
+                                       uint32_t highest);
 
 /* kel_tlv_setdata and kel_tlv_version_set in one call. Errors: as those. */
 KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, const void *source,
@@ -73,7 +75,7 @@ KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, cons
  * ERANGE.
  */
 KEL_API uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id, void *destination,
-                                            uint32_t *length, uint16_t lowest, uint16_t highest,
+                                            uint32_t *length, uint32_t lowest, uint32_t highest,
                                             uint16_t *version);
 
 #endif

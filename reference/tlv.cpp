@@ -39,9 +39,16 @@ tlv_block *find_on_packet(state &library, kel_packet packet, std::uint32_t id,
     return found;
 }
 
+// What a refused read returns. Only an unknown id is promised to leave the length.
+std::uint32_t refuse_read(std::uint32_t error, std::uint32_t *length)
+{
+    if (length && error != ENOENT && chosen_options().refused_tlv_read_zeroes) *length = 0;
+    return error;
+}
+
 std::uint32_t read_tlv(const tlv_block &tlv, void *destination, std::uint32_t &length)
 {
-    if (length < size_of(tlv)) return ENOSPC;
+    if (length < size_of(tlv)) return refuse_read(ENOSPC, &length);
     length = size_of(tlv);
     if (length) std::memcpy(destination, tlv.data.data(), length);
     return 0;
@@ -116,7 +123,7 @@ uint32_t model::kel_tlv_getdata(state &library, kel_packet packet, uint32_t id, 
 {
     std::uint32_t error = 0;
     const tlv_block *read = find_on_packet(library, packet, id, destination && length, error);
-    return read ? read_tlv(*read, destination, *length) : error;
+    return read ? read_tlv(*read, destination, *length) : refuse_read(error, length);
 }
 
 uint32_t model::kel_tlv_setdata(state &library, kel_packet packet, uint32_t id, const void *source,
@@ -164,8 +171,10 @@ uint32_t model::kel_tlv_version_get(state &library, kel_packet packet, uint32_t 
 }
 
 uint32_t model::kel_tlv_version_check(state &library, kel_packet packet, uint32_t id,
-                                      uint16_t lowest, uint16_t highest)
+                                      uint32_t lowest_word, uint32_t highest_word)
 {
+    const auto lowest = static_cast<std::uint16_t>(lowest_word);
+    const auto highest = static_cast<std::uint16_t>(highest_word);
     const bool is_range =
         highest && lowest <= highest && (lowest || chosen_options().version_check_from_zero);
     std::uint32_t error = 0;
@@ -186,15 +195,18 @@ uint32_t model::kel_tlv_set_versioned_data(state &library, kel_packet packet, ui
 }
 
 uint32_t model::kel_tlv_get_versioned_data(state &library, kel_packet packet, uint32_t id,
-                                           void *destination, uint32_t *length, uint16_t lowest,
-                                           uint16_t highest, uint16_t *version)
+                                           void *destination, uint32_t *length,
+                                           uint32_t lowest_word, uint32_t highest_word,
+                                           uint16_t *version)
 {
+    const auto lowest = static_cast<std::uint16_t>(lowest_word);
+    const auto highest = static_cast<std::uint16_t>(highest_word);
     const std::uint16_t limit = highest ? highest : UINT16_MAX;
     std::uint32_t error = 0;
     const tlv_block *read =
         find_on_packet(library, packet, id, destination && length && lowest <= limit, error);
-    if (!read) return error;
-    if (!is_within(read->version, lowest, limit)) return ERANGE;
+    if (!read) return refuse_read(error, length);
+    if (!is_within(read->version, lowest, limit)) return refuse_read(ERANGE, length);
     error = read_tlv(*read, destination, *length);
     if (!error && version) *version = read->version;
     return error;

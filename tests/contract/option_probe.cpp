@@ -312,6 +312,23 @@ std::string fresh_tlv_byte()
     return to_string(data[99]);
 }
 
+// The length after reads without room, with too little, of a version too low, of an unknown id.
+std::string length_after_refused_reads()
+{
+    const kel_packet packet = packet_with_tlv(10);
+    std::array<std::uint8_t, 100> data{};
+    std::uint32_t no_room = 100;
+    std::uint32_t too_small = 99;
+    std::uint32_t too_old = 100;
+    std::uint32_t unknown = 100;
+    kel_tlv_getdata(packet, 1, nullptr, &no_room);
+    kel_tlv_getdata(packet, 1, data.data(), &too_small);
+    kel_tlv_get_versioned_data(packet, 1, data.data(), &too_old, 11, 0, nullptr);
+    kel_tlv_getdata(packet, 2, data.data(), &unknown);
+    return to_string(no_room) + " " + to_string(too_small) + " " + to_string(too_old) + " " +
+           to_string(unknown);
+}
+
 // The default interval, of a few tries the shortest: a flush never comes early.
 std::string signal_interval()
 {
@@ -543,6 +560,7 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
      [] { return to_string(kel_tlv_version_check(packet_with_tlv(10), 1, 0, 20)); }},
     {"first_tlv_version", fresh_tlv_version},
     {"first_tlv_byte", fresh_tlv_byte},
+    {"refused_tlv_read_zeroes", length_after_refused_reads},
     {"signal_interval", signal_interval},
     {"stale_client_error", error_for_a_stale_client},
     {"null_result_error",

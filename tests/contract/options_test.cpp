@@ -79,6 +79,7 @@ const std::map<std::string, std::map<std::string, std::string>> OBSERVED = {
     {"event_group_flags", {{"0", "1:-1 2:4"}, {"1", "1:4 2:-1"}, {"2", "1:-1 2:5"}}},
     {"event_group_reports_level", {{"0", "none"}, {"1", "reported"}}},
     {"interrupted_wait_keeps_record", {{"0", "0"}, {"1", "4711"}}},
+    {"refused_tlv_read_zeroes", {{"0", "100 99 100 100"}, {"1", "0 0 0 100"}}},
     {"wait_stores_time_left", {{"0", "0 200000"}, {"1", "0 0"}}},
     {"records_are_used_up",
      {{"0", "5 3 3 0"}, {"1", "2779096485 2779096485 2779096485 2779096485"}}},

@@ -272,6 +272,21 @@ TEST_P(tlv_contract, refused_versioned_reads)
     EXPECT_ERROR(get(1, data.data(), &length), ENOSPC);
 }
 
+// Words, of which the low 16 bits count.
+TEST_P(tlv_contract, bounds_of_versions_are_compared_in_16_bits)
+{
+    allocate({1});
+    ASSERT_OK(kel_tlv_version_set(target, 1, 10));
+    bytes data(SIZE);
+    std::uint32_t length = SIZE;
+    EXPECT_OK(kel_tlv_version_check(target, 1, 0x1000a, 0x2000a));
+    EXPECT_ERROR(kel_tlv_version_check(target, 1, 0x1000b, 0x20014), ERANGE);
+    EXPECT_OK(kel_tlv_get_versioned_data(target, 1, data.data(), &length, 0x1000a, 0, nullptr));
+    EXPECT_ERROR(
+        kel_tlv_get_versioned_data(target, 1, data.data(), &length, 0x1000b, 0x10000, nullptr),
+        ERANGE);
+}
+
 TEST_P(tlv_contract, plain_data_keeps_the_version)
 {
     ASSERT_OK(kel_tlv_alloc(target, 1, SIZE));
