@@ -33,9 +33,9 @@ const char *run_and_release(case_steps *steps, void (*release)(const held_object
 {
     held_objects held = {};
 
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
-    const char *message = steps(held);
-    release(held);
+    const uint32_t error = create_default_client(&held.client);
+    const char *message = error ? error_text(error) : steps(held);
+    if (!error) release(held);
     cleanup_client(held.client);
     return message;
 }
@@ -377,11 +377,16 @@ BUF_CASE(append)
     uint8_t area[BUFFER_SIZE];
     uint32_t length = 2 * SMALL_SIZE;
 
-    if (uint32_t error = get_filled_buffer(held.client, SMALL_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
     }
-    if (uint32_t error =
-            get_filled_buffer(held.client, SMALL_SIZE, SECOND_SEED, &held.second_buffer)) {
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.second_buffer)) {
+        return error_text(error);
+    }
+    if (uint32_t error = fill_buffer(held.buffer, SMALL_SIZE, FIRST_SEED)) {
+        return error_text(error);
+    }
+    if (uint32_t error = fill_buffer(held.second_buffer, SMALL_SIZE, SECOND_SEED)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_append(held.buffer, held.second_buffer)) {

@@ -321,11 +321,14 @@ const char *duplicate_whole(held_objects &held, uint32_t length)
     return check_duplicate_pattern(held, area, BUFFER_SIZE);
 }
 
-// Fills the area and the `size` bytes of held.buffer's chain with the pattern.
+// Fills the `size` bytes of held.buffer's chain with the pattern by way of the area, and leaves
+// nothing there that a library could copy later.
 uint32_t fill_chain(const held_objects &held, uint8_t *area, uint32_t size)
 {
     set_data(area, static_cast<int32_t>(size), FIRST_SEED);
-    return kel_buf_set_data(held.buffer, 0, area, size);
+    const uint32_t error = kel_buf_set_data(held.buffer, 0, area, size);
+    memset(area, 0, size);
+    return error;
 }
 
 uint32_t get_chain(held_objects &held, uint32_t size, uint8_t contiguous)
@@ -560,6 +563,7 @@ BUF_CASE(dup_buf_partial)
     if (uint32_t error = fill_chain(held, pattern, BUFFER_SIZE)) return error_text(error);
     if (uint32_t error = duplicate(held, PART, PART, ERROR_NOT_STORED)) return error_text(error);
     if (const char *message = check_duplicate_length(held, PART)) return message;
+    set_data(pattern, BUFFER_SIZE, FIRST_SEED);
     return check_duplicate_bytes(held, area, PART, pattern + PART);
 }
 
@@ -603,6 +607,7 @@ BUF_CASE(dup_buf_noncont_partial)
         return error_text(error);
     }
     if (count_buffers(held.second_buffer) != HALF) return "size mismatch after dup'd";
+    set_data(held.second_area, CHAIN_SIZE, FIRST_SEED);
     return check_duplicate_bytes(held, held.area, HALF, held.second_area + HALF);
 }
 

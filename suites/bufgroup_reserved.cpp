@@ -6,6 +6,7 @@
 // the buffer groups, with located messages.
 #include <errno.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "fixtures/fixtures.h"
 #include "fixtures/frame.h"
@@ -79,8 +80,8 @@ const char *run_reserved_steps(const char *(*steps)(held_elements &held))
 {
     held_elements held = {};
 
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
-    const char *message = steps(held);
+    const uint32_t error = create_default_client(&held.client);
+    const char *message = error ? error_text(error) : steps(held);
     release(held);
     return message;
 }
@@ -323,6 +324,7 @@ RESERVED_CASE(no_poison)
     set_data(pattern, SIZE, PATTERN_SEED);
     error = kel_set_data(held.packets[0], OFFSET_DATA, 0, pattern, SIZE);
     if (error) return error_text(error);
+    memset(pattern, 0, SIZE);
     error = kel_buf_get_dptr(kel_get_buf_head(held.packets[0]), 0, &place.data, &place.length);
     if (error) return error_text(error);
     error = kel_free_packet(held.packets[0]);

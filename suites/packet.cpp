@@ -66,9 +66,26 @@ const char *check_offsets(kel_packet packet, uint32_t network, uint32_t transpor
     return check_offset(packet, OFFSET_APP, app, wrong.app);
 }
 
+// Writes at most PACKET_SIZE bytes. Their copy is wiped after the call: a library that keeps the
+// address instead of copying is caught, although the source stays for a comparison.
 uint32_t write_packet(kel_packet packet, uint32_t offset, const uint8_t *source, uint32_t length)
 {
-    return kel_set_data(packet, OFFSET_DATA, offset, source, length);
+    static uint8_t passed[PACKET_SIZE];
+
+    memcpy(passed, source, length);
+    const uint32_t error = kel_set_data(packet, OFFSET_DATA, offset, passed, length);
+    memset(passed, 0, length);
+    return error;
+}
+
+uint32_t write_buffer(kel_buffer buffer, const uint8_t *source, uint32_t length)
+{
+    static uint8_t passed[PACKET_SIZE];
+
+    memcpy(passed, source, length);
+    const uint32_t error = kel_buf_set_data(buffer, 0, passed, length);
+    memset(passed, 0, length);
+    return error;
 }
 
 // How many bytes were read is left to the check of the data.
@@ -159,15 +176,7 @@ const char *hand_over_buffer(held_objects &held, join_operation join)
     return nullptr;
 }
 
-const char *write_buffer(kel_buffer buffer, uint32_t seed)
-{
-    uint8_t source[PIECE];
-
-    set_data(source, PIECE, seed);
-    return must_work(kel_buf_set_data(buffer, 0, source, PIECE));
-}
-
-// A packet that holds pattern A and a buffer that holds pattern B.
+// A packet that holds pattern A and a buffer that holds pattern B, written from one area.
 const char *get_packet_and_buffer(held_objects &held)
 {
     uint8_t source[PIECE];
@@ -175,8 +184,11 @@ const char *get_packet_and_buffer(held_objects &held)
     if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
     if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
     set_data(source, PIECE, PATTERN_A);
-    if (uint32_t error = write_packet(held.packet, 0, source, PIECE)) return error_text(error);
-    return write_buffer(held.buffer, PATTERN_B);
+    if (uint32_t error = kel_set_data(held.packet, OFFSET_DATA, 0, source, PIECE)) {
+        return error_text(error);
+    }
+    set_data(source, PIECE, PATTERN_B);
+    return must_work(kel_buf_set_data(held.buffer, 0, source, PIECE));
 }
 
 struct joined_texts {
@@ -206,13 +218,15 @@ struct header_texts {
 const char *join_to_header(held_objects &held, join_operation join, uint32_t seed,
                            const header_texts &texts)
 {
-    uint8_t area[PACKET_SIZE] = {};
+    uint8_t area[PACKET_SIZE];
 
     if (const char *failure = get_bare_header(held, texts.no_header)) return failure;
     if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
-    if (const char *failure = write_buffer(held.buffer, seed)) return failure;
+    set_data(area, PIECE, seed);
+    if (uint32_t error = kel_buf_set_data(held.buffer, 0, area, PIECE)) return error_text(error);
     if (const char *failure = hand_over_buffer(held, join)) return failure;
     if (kel_get_length(held.packet) != PIECE) return texts.length;
+    memset(area, 0, sizeof(area));
     if (uint32_t error = read_packet(held.packet, area, PIECE)) return error_text(error);
     return verify_data(area, PIECE, seed) ? texts.verify : nullptr;
 }
@@ -688,9 +702,7 @@ constexpr offset_texts ADD_TAIL_OFFSETS = {"add_tail wrong OFFSET_NETWORK",
 const char *append_to_grown(held_objects &held)
 {
     if (uint32_t error = get_buffer(held.client, 64, &held.buffer)) return error_text(error);
-    if (uint32_t error = kel_buf_set_data(held.buffer, 0, held.area + 1564, 64)) {
-        return error_text(error);
-    }
+    if (uint32_t error = write_buffer(held.buffer, held.area + 1564, 64)) return error_text(error);
     // The handle is kept on purpose: the release frees the packet and then this buffer again,
     // which the library must survive.
     if (uint32_t error = kel_append(held.packet, held.buffer)) return error_text(error);
@@ -802,7 +814,7 @@ const char *trim_nothing(held_objects &held, sized_operation trim, const char *v
 const char *join_piece(held_objects &held, join_operation join, const uint8_t *source)
 {
     if (uint32_t error = get_buffer(held.client, 64, &held.buffer)) return error_text(error);
-    if (uint32_t error = kel_buf_set_data(held.buffer, 0, source, 64)) return error_text(error);
+    if (uint32_t error = write_buffer(held.buffer, source, 64)) return error_text(error);
     return hand_over_buffer(held, join);
 }
 

@@ -24,15 +24,17 @@ constexpr uint32_t PACKET_SIZE = 1500;
 constexpr uint32_t JUMBO_SIZE = 9000;
 constexpr uint32_t SCATTERED_SIZE = 65536;
 
-// Every byte of the area goes over the packet, comes back and is verified.
-const char *write_and_verify(kel_packet packet, uint8_t *area, uint32_t size, uint32_t seed)
+// Writes the pattern over the packet by way of the area.
+const char *write_pattern(kel_packet packet, uint8_t *area, uint32_t size, uint32_t seed)
+{
+    set_data(area, static_cast<int32_t>(size), seed);
+    return must_work(kel_set_data(packet, OFFSET_DATA, 0, area, size));
+}
+
+const char *read_and_verify(kel_packet packet, uint8_t *area, uint32_t size, uint32_t seed)
 {
     uint32_t length = size;
 
-    set_data(area, static_cast<int32_t>(size), seed);
-    if (uint32_t error = kel_set_data(packet, OFFSET_DATA, 0, area, size)) {
-        return error_text(error);
-    }
     if (uint32_t error = kel_get_data(packet, OFFSET_DATA, 0, area, &length)) {
         return error_text(error);
     }
@@ -65,7 +67,11 @@ PACKET_CASE(get_non_cont_buf_packet)
     if (kel_get_length(held.packet) != SCATTERED_SIZE) message = "packet size mismatch";
     held.area = static_cast<uint8_t *>(malloc(SCATTERED_SIZE));
     if (!held.area) return "malloc failed";
-    const char *failure = write_and_verify(held.packet, held.area, SCATTERED_SIZE, 7);
+    if (const char *failure = write_pattern(held.packet, held.area, SCATTERED_SIZE, 7)) {
+        return failure;
+    }
+    // Not cleared in between, on purpose.
+    const char *failure = read_and_verify(held.packet, held.area, SCATTERED_SIZE, 7);
     return failure ? failure : message;
 }
 
@@ -81,7 +87,9 @@ CASE_STEPS(kel_packet, get_non_cont_packet_stress, run_packets_steps, held_packe
             return error_text(error);
         }
         if (kel_get_length(held.packets[i]) != size) return "packet size mismatch";
-        if (const char *failure = write_and_verify(held.packets[i], area, size, i)) return failure;
+        if (const char *failure = write_pattern(held.packets[i], area, size, i)) return failure;
+        memset(area, 0, size);
+        if (const char *failure = read_and_verify(held.packets[i], area, size, i)) return failure;
     }
     return nullptr;
 }
@@ -210,11 +218,13 @@ int32_t compare_pkt_attributes(kel_packet a, kel_packet b)
 
 namespace {
 
-// Writes pattern A over the packet by way of the area.
-const char *write_pattern(kel_packet packet, uint8_t *area, uint32_t size)
+// Leaves nothing in the area that a library could copy later.
+const char *write_pattern_a(kel_packet packet, uint8_t *area, uint32_t size)
 {
-    set_data(area, static_cast<int32_t>(size), PATTERN_A);
-    return must_work(kel_set_data(packet, OFFSET_DATA, 0, area, size));
+    const char *failure = write_pattern(packet, area, size, PATTERN_A);
+
+    memset(area, 0, size);
+    return failure;
 }
 
 const char *duplicate_packet(held_objects &held, uint32_t kind, uint32_t offset, uint32_t length)
@@ -251,7 +261,7 @@ const char *judge_duplicate(const held_objects &held, uint8_t *area, uint32_t ex
 const char *record_whole(held_objects &held, uint8_t *area, uint32_t size, uint32_t length,
                          const char **message)
 {
-    if (const char *failure = write_pattern(held.packet, area, size)) return failure;
+    if (const char *failure = write_pattern_a(held.packet, area, size)) return failure;
     set_pkt_attributes(held.packet);
     if (const char *failure = duplicate_packet(held, OFFSET_DATA, 0, length)) return failure;
     return judge_duplicate(held, area, size, nullptr, message);
@@ -296,12 +306,13 @@ PACKET_CASE(dup_pkt_jumbo_partial)
     if (uint32_t error = get_packet(held.client, JUMBO_SIZE, &held.packet)) {
         return error_text(error);
     }
-    if (const char *failure = write_pattern(held.packet, source, JUMBO_SIZE)) return failure;
+    if (const char *failure = write_pattern_a(held.packet, source, JUMBO_SIZE)) return failure;
     set_pkt_attributes(held.packet);
     if (const char *failure = duplicate_packet(held, OFFSET_DATA, HALF, KEL_COPY_ALL)) {
         return failure;
     }
     const char *message = nullptr;
+    set_data(source, JUMBO_SIZE, PATTERN_A);
     const char *failure = judge_duplicate(held, area, HALF, source + HALF, &message);
     return failure ? failure : message;
 }
@@ -389,7 +400,7 @@ const char *duplicate_offsets(held_objects &held, uint32_t kind, uint32_t offset
     if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
         return error_text(error);
     }
-    if (const char *failure = write_pattern(held.packet, area, PACKET_SIZE)) return failure;
+    if (const char *failure = write_pattern_a(held.packet, area, PACKET_SIZE)) return failure;
     if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
     set_pkt_attributes(held.packet);
     if (const char *failure = duplicate_packet(held, kind, offset, KEL_COPY_ALL)) return failure;

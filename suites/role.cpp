@@ -100,7 +100,6 @@ sink_record *sink_create(const char *name, uint32_t role, kel_bufgroup_threshold
     *sink = {};
     if (uint32_t error = kel_register_client(&sink->client, name, role, QUEUE_DEPTH)) {
         printf("kel_register_client(%s): %d\n", name, static_cast<int>(error));
-        sink->client = 0;
         sink_destroy(sink);
         return nullptr;
     }
