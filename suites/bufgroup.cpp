@@ -6,11 +6,11 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "fixtures/fixtures.h"
 #include "fixtures/frame.h"
 #include "fixtures/message.h"
+#include "fixtures/wait.h"
 #include "kelapi/buf.h"
 #include "kelapi/bufgroup.h"
 #include "kelapi/client.h"
@@ -393,7 +393,7 @@ GROUP_CASE(get_bufcount_bytag)
         CHECK_LOCATED(held.packets[i] != 0, "get_packet failed");
         CHECK_LOCATED(kel_set_tag(held.packets[i], COUNTED_TAG) == 0, "set_tag failed");
         CHECK_LOCATED(kel_send(client, held.packets[i]) == 0, "kel_send failed");
-        sleep(2);
+        wait_seconds(2);
     }
     return check_tag_count(0, SENT, TAG_COUNTS_OF_ALL, __LINE__);
 }

@@ -12,7 +12,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include "fixtures/descriptor.h"
 #include "fixtures/fixtures.h"
@@ -20,6 +19,7 @@
 #include "fixtures/helper_thread.h"
 #include "fixtures/message.h"
 #include "fixtures/pattern.h"
+#include "fixtures/wait.h"
 #include "kelapi/buf.h"
 #include "kelapi/bufgroup.h"
 #include "kelapi/client.h"
@@ -49,6 +49,7 @@ constexpr uint32_t GROUP_PACKETS = 10;
 constexpr uint32_t GROUP_BOTH = KEL_EVENT_GROUP_LOW | KEL_EVENT_GROUP_HIGH;
 
 constexpr suseconds_t RECEIVE_SLICE = 50000; // microseconds
+constexpr uint32_t CLEAR_AGAIN_AFTER = 75;   // milliseconds
 
 // Shows when a wait stores nothing.
 constexpr kel_event NOT_STORED = {UINT32_MAX, UINT32_MAX, UINT32_MAX,
@@ -59,7 +60,7 @@ struct event_job {
     kel_packet *packets;
     uint32_t count;
     kel_tag tag;
-    uint32_t ended; // set to 1: the receiving thread gives up
+    uint32_t ended; // set to 1: the thread gives up
 };
 
 struct event_objects {
@@ -83,6 +84,12 @@ void join_thread(event_objects &held)
         pthread_join(held.thread, nullptr);
         held.running = false;
     }
+}
+
+void end_thread(event_objects &held)
+{
+    __atomic_store_n(&held.job.ended, 1, __ATOMIC_RELEASE);
+    join_thread(held);
 }
 
 void release(const event_objects &held)
@@ -113,8 +120,7 @@ const char *run_event_steps(const char *(*steps)(event_objects &held))
     event_objects held = {};
     const char *message = steps(held);
 
-    __atomic_store_n(&held.job.ended, 1, __ATOMIC_RELEASE);
-    join_thread(held);
+    end_thread(held);
     release(held);
     return message;
 }
@@ -226,10 +232,25 @@ const char *wait_via_select_first(bool via_select, kel_client client)
     return nullptr;
 }
 
+bool is_ended(const event_job *job)
+{
+    return __atomic_load_n(&job->ended, __ATOMIC_ACQUIRE);
+}
+
+bool ended_within(const event_job *job, uint32_t milliseconds)
+{
+    constexpr uint32_t SLICE = 5;
+
+    for (uint32_t waited = 0; waited < milliseconds && !is_ended(job); waited += SLICE) {
+        wait_milliseconds(SLICE);
+    }
+    return is_ended(job);
+}
+
 // Waits without limit, in slices, so that a case that fails can end the thread.
 bool wait_for_packet(const event_job *job)
 {
-    while (!__atomic_load_n(&job->ended, __ATOMIC_ACQUIRE)) {
+    while (!is_ended(job)) {
         struct timeval slice = {0, RECEIVE_SLICE};
 
         if (wait_for_descriptor(kel_getfd(job->client), DESCRIPTOR_READABLE, &slice) > 0) {
@@ -314,12 +335,16 @@ void *pkt_free_helper(void *argument)
     return nullptr;
 }
 
+// Clears until the main thread says that its wait returned: one that was held up before its wait
+// has not heard of the first.
 void *wait_interrupt_helper(void *argument)
 {
     const event_job *job = static_cast<const event_job *>(argument);
 
-    sleep(1);
-    kel_event_clear(job->client);
+    wait_seconds(1);
+    do {
+        kel_event_clear(job->client);
+    } while (!ended_within(job, CLEAR_AGAIN_AFTER));
     return nullptr;
 }
 
@@ -327,7 +352,7 @@ void *reg_tag_helper(void *argument)
 {
     const event_job *job = static_cast<const event_job *>(argument);
 
-    sleep(1);
+    wait_seconds(1);
     kel_register_tag(job->client, job->tag);
     return nullptr;
 }
@@ -753,8 +778,9 @@ EVENT_CASE(wait_interrupt)
             start_thread(held, wait_interrupt_helper, {held.client, nullptr, 0, 0, 0})) {
         return message;
     }
-    CHECK_LOCATED(kel_event_wait(held.client, &event, nullptr) == EINTR, "wait interrupted");
-    join_thread(held);
+    const uint32_t result = kel_event_wait(held.client, &event, nullptr);
+    end_thread(held);
+    CHECK_LOCATED(result == EINTR, "wait interrupted");
     return receive_packets(held, SMALL_QUEUE);
 }
 

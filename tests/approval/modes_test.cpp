@@ -188,4 +188,23 @@ TEST(modes, interrupt_lets_the_running_case_complete)
     EXPECT_TRUE(result.exited_with(0));
 }
 
+// The case sleeps five times, of which the first is left.
+TEST(modes, interrupt_does_not_shorten_a_wait)
+{
+    const auto result = run_tavor({"kel_bufgroup_get_bufcount_bytag"},
+                                  {.faults = "sleep#2+:lost", .stop_after = "bytag"});
+    EXPECT_EQ(names_in(result.output), std::vector<std::string>{"kel_bufgroup_get_bufcount_bytag"});
+    EXPECT_NE(result.output.find(" PASS\n"), std::string::npos) << result.output;
+    EXPECT_GE(result.wall_time, std::chrono::seconds(2));
+    EXPECT_TRUE(result.exited_with(0));
+}
+
+// The helper's first clear comes before the wait.
+TEST(modes, a_main_thread_held_up_before_its_wait_is_interrupted)
+{
+    const auto result =
+        run_tavor({"kel_event_wait_interrupt"}, {.faults = "event_wait#1:delay=1500"});
+    EXPECT_NE(result.output.find(" PASS\n"), std::string::npos) << result.output;
+}
+
 } // namespace
