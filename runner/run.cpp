@@ -18,6 +18,7 @@ bool is_named(const test_entry &entry, const char *name)
     return strcmp(entry.suite_name, name) == 0 || strcmp(entry.test_name, name) == 0;
 }
 
+// Asked after each row, never before the first.
 bool run_is_over(int continue_flag)
 {
     return (results.tests_failed != 0 && !continue_flag) || results.stop_requested;
@@ -83,24 +84,28 @@ void run_single_test(int number)
 
 void run_tests_once(int continue_flag)
 {
-    for (uint32_t row = 0; row < number_of_tests && !run_is_over(continue_flag); row++) {
+    for (uint32_t row = 0; row < number_of_tests; row++) {
         run_test(row);
+        if (run_is_over(continue_flag)) return;
     }
 }
 
 void run_tests_loop(int continue_flag)
 {
-    for (uint32_t row = 0; !run_is_over(continue_flag); row = (row + 1) % number_of_tests) {
+    uint32_t row = 0;
+
+    do {
         run_test(row);
-    }
+        row = (row + 1) % number_of_tests;
+    } while (!run_is_over(continue_flag));
 }
 
 void run_tests_random(int continue_flag)
 {
     // Never seeded, so that every random run can be repeated.
-    while (!run_is_over(continue_flag)) {
+    do {
         run_test(static_cast<uint32_t>(random()) % number_of_tests);
-    }
+    } while (!run_is_over(continue_flag));
 }
 
 void sig_handler(int)
