@@ -26,25 +26,32 @@ constexpr uint32_t KMALLOC_MEMORY = 11;
 
 constexpr uintptr_t INVALID_ADDRESS = 0xFFFFFFFF;
 
-// What the placeholder cases are about. No live case reads the tables: `used` keeps them.
-[[gnu::used]] const kel_region_desc regions[] = {
+// Keeps what no code reads through the compiler and through the linker's collection of sections.
+#if __has_attribute(retain)
+#define KEPT [[gnu::used, gnu::retain]]
+#else
+#define KEPT [[gnu::used]]
+#endif
+
+// What the placeholder cases are about. No live case reads the tables.
+KEPT const kel_region_desc regions[] = {
     {BPA_REGION, BPA_MEMORY, 0x200000, {0, 0}, "KEL_TEST_BPA_MEM"},
     {KMALLOC_REGION, KMALLOC_MEMORY, 0x800000, {0, 0}, "KEL_TEST_KMALLOC_MEM"},
 };
 
-[[gnu::used]] const kel_subregion_desc subregions[] = {
+KEPT const kel_subregion_desc subregions[] = {
     {0xABCE, BPA_REGION, 0x100000, {512, 512}, {0, 0}, "TEST-SUB1"},
     {0xABCF, BPA_REGION, 0x80000, {0, 0}, {0, 0}, "TEST-SUB2"},
     {0xABD0, BPA_REGION, 0x80000, {0, 0}, {0, 0}, "TEST-SUB3"},
 };
 
-[[gnu::used]] const kel_region_desc invalid_regions[] = {
+KEPT const kel_region_desc invalid_regions[] = {
     {BPA_REGION, BPA_MEMORY, 0, {0, 0}, "size=0"},
     {BPA_REGION, 0xDEADBEEF, 0x200000, {0, 0}, "region=0xDEADBEEF"},
     {BPA_REGION, BPA_MEMORY, 0x20000000, {0, 0}, "ask for 512mb mem"},
 };
 
-[[gnu::used]] const kel_subregion_desc invalid_subregions[] = {
+KEPT const kel_subregion_desc invalid_subregions[] = {
     {0xABCE, 0xDEADBEEF, 0x100000, {2044, 2048}, {0, 0}, "invalid parent region"},
     {0xABCF, BPA_REGION, 0x400000, {512, 512}, {0, 0}, "invalid size"},
 };

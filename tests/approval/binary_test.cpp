@@ -58,6 +58,22 @@ TEST(binary, carries_its_identification)
     }
 }
 
+// No code reads them, and neither compiler nor linker may leave them out.
+TEST(binary, keeps_the_tables_of_regions)
+{
+    const std::string stripped = std::filesystem::temp_directory_path() / "tavor.tables";
+    output_of({"strip", "-o", stripped, TAVOR_BINARY});
+    std::ifstream file(stripped, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    for (const std::string name : {"KEL_TEST_BPA_MEM", "KEL_TEST_KMALLOC_MEM", "TEST-SUB1",
+                                   "TEST-SUB2", "TEST-SUB3", "size=0", "region=0xDEADBEEF",
+                                   "ask for 512mb mem", "invalid parent region", "invalid size"}) {
+        EXPECT_NE(bytes.find(name + std::string(32 - name.size(), '\0')), std::string::npos)
+            << name;
+    }
+    std::filesystem::remove(stripped);
+}
+
 // Nearly all of it are the cases and their messages; the C++ run-time library alone would be ten
 // times as much.
 TEST(binary, is_small)
