@@ -413,40 +413,26 @@ const char *group_get_null(held_objects &held)
     return must_hold(error == EINVAL, "group_get_null_ptr did not fail");
 }
 
-struct group_field {
-    const char *name;
-    uint32_t bit;
-    uint32_t offset;
-    uint32_t width;
-    uint64_t value; // of which the low `width` bytes stand in the record
-};
-
-#define GROUP_FIELD(name, member, value)                                                           \
-    {                                                                                              \
-#name, KEL_METADATA_##name, offsetof(kel_metadata_group, member),                          \
-            sizeof(kel_metadata_group::member), value                                              \
-    }
-
-constexpr group_field GROUP_FIELDS[] = {
-    GROUP_FIELD(LENGTH, length, 1500),
-    GROUP_FIELD(TAG, tag, TAG),
-    GROUP_FIELD(CAUSE, cause, 2),
-    GROUP_FIELD(PRIORITY, priority, 1),
-    GROUP_FIELD(LINK_TYPE, link_type, 4),
-    GROUP_FIELD(VRF_ID, vrf_id, 3),
-    GROUP_FIELD(TOPOLOGY_ID, topology_id, 7),
-    GROUP_FIELD(INGRESS_VLAN_ID, ingress_vlan_id, 10),
-    GROUP_FIELD(EGRESS_VLAN_ID, egress_vlan_id, 10),
-    GROUP_FIELD(DATA_START, data_start, 64),
-    GROUP_FIELD(NETWORK_START, network_start, 64),
-    GROUP_FIELD(TRANSPORT_START, transport_start, 64),
-    GROUP_FIELD(APP_START, app_start, 64),
-    GROUP_FIELD(DELTA, delta, 32),
-    GROUP_FIELD(IF_INPUT, if_input, IFID),
-    GROUP_FIELD(IF_OUTPUT, if_output, IFID),
-    GROUP_FIELD(IF_INPUT_L2_PHYSICAL, if_input_l2_physical, IFID),
-    GROUP_FIELD(IF_INPUT_L2_LOGICAL, if_input_l2_logical, IFID),
-};
+// FIELD(name, member of the record, value) in the order in which they are compared.
+#define GROUP_FIELDS(FIELD)                                                                        \
+    FIELD(LENGTH, length, 1500)                                                                    \
+    FIELD(TAG, tag, TAG)                                                                           \
+    FIELD(CAUSE, cause, 2)                                                                         \
+    FIELD(PRIORITY, priority, 1)                                                                   \
+    FIELD(LINK_TYPE, link_type, 4)                                                                 \
+    FIELD(VRF_ID, vrf_id, 3)                                                                       \
+    FIELD(TOPOLOGY_ID, topology_id, 7)                                                             \
+    FIELD(INGRESS_VLAN_ID, ingress_vlan_id, 10)                                                    \
+    FIELD(EGRESS_VLAN_ID, egress_vlan_id, 10)                                                      \
+    FIELD(DATA_START, data_start, 64)                                                              \
+    FIELD(NETWORK_START, network_start, 64)                                                        \
+    FIELD(TRANSPORT_START, transport_start, 64)                                                    \
+    FIELD(APP_START, app_start, 64)                                                                \
+    FIELD(DELTA, delta, 32)                                                                        \
+    FIELD(IF_INPUT, if_input, IFID)                                                                \
+    FIELD(IF_OUTPUT, if_output, IFID)                                                              \
+    FIELD(IF_INPUT_L2_PHYSICAL, if_input_l2_physical, IFID)                                        \
+    FIELD(IF_INPUT_L2_LOGICAL, if_input_l2_logical, IFID)
 
 // Every field but the last opaque one.
 constexpr uint32_t GROUP_MASK = 0x3effff;
@@ -470,19 +456,19 @@ void check_fresh(const kel_metadata_group &group)
 
 void fill_group(kel_metadata_group *group)
 {
-    for (const group_field &field : GROUP_FIELDS) {
-        group->mask |= field.bit;
-        memcpy(reinterpret_cast<uint8_t *>(group) + field.offset, &field.value, field.width);
-    }
+#define FILL(name, member, value)                                                                  \
+    group->mask |= KEL_METADATA_##name;                                                            \
+    group->member = value;
+    GROUP_FIELDS(FILL)
+#undef FILL
 }
 
 void check_group(const kel_metadata_group &group)
 {
-    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(&group);
-
-    for (const group_field &field : GROUP_FIELDS) {
-        if (memcmp(bytes + field.offset, &field.value, field.width) != 0) add_failed(field.name);
-    }
+#define CHECK(name, member, value)                                                                 \
+    if (group.member != value) add_failed(#name);
+    GROUP_FIELDS(CHECK)
+#undef CHECK
 }
 
 // Null when no field failed; else a text that names them, as far as there is room.
