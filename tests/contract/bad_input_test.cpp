@@ -204,7 +204,8 @@ template <class Kind> auto good_value(const world &given)
         return 3u;
     } else if constexpr (Kind::form == shown_as::flag) {
         return type{0};
-    } else if constexpr (std::is_same_v<Kind, argument::number16>) {
+    } else if constexpr (std::is_same_v<Kind, argument::number16> ||
+                         std::is_same_v<Kind, argument::version_bound>) {
         return type{10};
     } else if constexpr (std::is_same_v<Kind, argument::count> ||
                          std::is_same_v<Kind, argument::count16>) {

@@ -30,11 +30,9 @@ std::vector<compilation> compilations_of_tavor()
     for (const nlohmann::json &entry : nlohmann::json::parse(file)) {
         const std::string path = entry.at("file");
         if (!path.starts_with(root)) continue;
-        const std::string source = path.substr(root.size());
-        if (source.starts_with("runner/") || source.starts_with("fixtures/") ||
-            source.starts_with("suites/")) {
-            found.push_back({entry.at("directory"), entry.at("command"), source});
-        }
+        const std::string command = entry.at("command");
+        if (command.find("CMakeFiles/tavor.dir/") == std::string::npos) continue;
+        found.push_back({entry.at("directory"), command, path.substr(root.size())});
     }
     return found;
 }
