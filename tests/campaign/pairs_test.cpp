@@ -50,13 +50,19 @@ TEST_F(table, reads_kinds_and_faults)
                             "a_case | plain | some text | append#1:lost free_buffer#2+:lost\n"
                             "a_case | located | text | getfd#1:result=0 getfd#2:result=0 |\n"
                             "a_case | errno | EBADF | send#1:error=EBADF\n"
-                            "a_case | plain | never | - | judged before\n");
-    ASSERT_EQ(pairs.size(), 4u);
+                            "a_case | plain | never | - | judged before\n"
+                            "b_case | errors | getfd#1:error=EIO send#2:after=EBUSY\n");
+    ASSERT_EQ(pairs.size(), 6u);
     EXPECT_EQ(pairs[0].faults, "append#1:lost free_buffer#2+:lost");
     EXPECT_EQ(pairs[0].place(), "suite.txt:3");
     EXPECT_EQ(pairs[1].faults, "getfd#1:result=0 getfd#2:result=0");
     EXPECT_EQ(pairs[2].message, std::strerror(EBADF));
     EXPECT_EQ(pairs[3].unreachable, "judged before");
+    EXPECT_EQ(pairs[4].message, std::strerror(EIO));
+    EXPECT_EQ(pairs[4].faults, "getfd#1:error=EIO");
+    EXPECT_EQ(pairs[5].test, "b_case");
+    EXPECT_EQ(pairs[5].message, std::strerror(EBUSY));
+    EXPECT_EQ(pairs[5].faults, "send#2:after=EBUSY");
 }
 
 TEST_F(table, refuses_bad_lines_with_their_place)
@@ -67,6 +73,9 @@ TEST_F(table, refuses_bad_lines_with_their_place)
               "suite.txt:2: unknown kind of message: loud");
     EXPECT_EQ(complaint("a | errno | EWHAT | x#1:lost\n"),
               "suite.txt:1: unknown error name: EWHAT");
+    EXPECT_EQ(complaint("a | errors | x#1:lost\n"), "suite.txt:1: no error in x#1:lost");
+    EXPECT_EQ(complaint("a | errors | EIO | x#1:error=EIO\n"),
+              "suite.txt:1: expected: case | errors | faults");
     EXPECT_EQ(complaint("a | plain | text | -\n"),
               "suite.txt:1: a pair without faults needs a reason");
     EXPECT_EQ(complaint("a | plain | text |  |\n"), "suite.txt:1: no faults, and no '-'");

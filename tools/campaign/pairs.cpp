@@ -42,9 +42,33 @@ std::string text_of_error(const std::string &name)
     return std::strerror(static_cast<int>(error));
 }
 
-pair parse(const std::string &line)
+// Of a call that fails in the setting up of a case: the case's message is the text of that error.
+pair parse_failing_call(const std::string &test, const std::string &fault)
 {
-    const std::vector<std::string> columns = columns_of(line);
+    const std::size_t value = fault.find('=');
+    if (value == std::string::npos) throw std::runtime_error("no error in " + fault);
+    pair parsed;
+    parsed.test = test;
+    parsed.kind = message_kind::error_text;
+    parsed.message = text_of_error(fault.substr(value + 1));
+    parsed.faults = fault;
+    return parsed;
+}
+
+std::vector<pair> parse_failing_calls(const std::vector<std::string> &columns)
+{
+    if (columns.size() != 3) throw std::runtime_error("expected: case | errors | faults");
+    std::vector<pair> parsed;
+    std::istringstream faults(columns[2]);
+    for (std::string fault; faults >> fault;) {
+        parsed.push_back(parse_failing_call(columns[0], fault));
+    }
+    if (parsed.empty()) throw std::runtime_error("no faults");
+    return parsed;
+}
+
+pair parse_pair(const std::vector<std::string> &columns)
+{
     if (columns.size() < 4 || columns.size() > 5) {
         throw std::runtime_error("expected: case | kind | message | faults | reason");
     }
@@ -67,6 +91,13 @@ pair parse(const std::string &line)
     return parsed;
 }
 
+std::vector<pair> parse(const std::string &line)
+{
+    const std::vector<std::string> columns = columns_of(line);
+    if (columns.size() > 1 && columns[1] == "errors") return parse_failing_calls(columns);
+    return {parse_pair(columns)};
+}
+
 void read_file(const std::filesystem::path &path, std::vector<pair> &pairs)
 {
     std::ifstream stream(path);
@@ -75,10 +106,11 @@ void read_file(const std::filesystem::path &path, std::vector<pair> &pairs)
     }
     for (const numbered_line &line : meaningful_lines(stream)) {
         try {
-            pair parsed = parse(line.text);
-            parsed.file = path.filename().string();
-            parsed.line = line.number;
-            pairs.push_back(std::move(parsed));
+            for (pair &parsed : parse(line.text)) {
+                parsed.file = path.filename().string();
+                parsed.line = line.number;
+                pairs.push_back(std::move(parsed));
+            }
         } catch (const std::runtime_error &error) {
             throw std::runtime_error(path.filename().string() + ":" + std::to_string(line.number) +
                                      ": " + error.what());

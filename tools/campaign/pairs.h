@@ -26,8 +26,10 @@ struct pair {
 
 // Reads every .txt file of the folder, in name order. A line is
 //   case | plain, located, errno or prefix | message | faults | reason
-// where the message of an errno pair is the error's name. Throws std::runtime_error with file and
-// line on bad input.
+// where the message of an errno pair is the error's name. A line
+//   case | errors | fault fault ...
+// is a pair for each of the faults: the error that it makes is the message. Throws
+// std::runtime_error with file and line on bad input.
 std::vector<pair> read_pairs(const std::filesystem::path &folder);
 
 // Whether a failing verdict shows the pair's message. Verdicts are cut and padded.
