@@ -49,7 +49,7 @@ message(STATUS "${output}")
 count_tests(-L "^real$" -L "^kel_send$")
 expect(3 0 0)
 
-set(ENV{KEL_REFERENCE_FAULTS} tlv_setdata#1+:one_short)
+set(ENV{KEL_REFERENCE_FAULTS} "tlv_setdata#1+:one_short")
 count_tests(-R "^real.kel_tlv_setdata$")
 expect(1 1 0)
 unset(ENV{KEL_REFERENCE_FAULTS})
