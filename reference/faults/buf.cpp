@@ -104,9 +104,9 @@ void add_chain_faults(catalogue &faults)
             buffer_object &appended = *library.buffers.find(added);
             if (first.next == &appended) return;
             buffer_object &last = tail_of(first);
-            // Its successor's way back leads past it.
             appended.previous->next = nullptr;
             if (first.packet) first.packet->tail = appended.previous;
+            first.next->previous = &last;
             last.next = first.next;
             first.next = &appended;
             appended.previous = &first;

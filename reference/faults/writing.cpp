@@ -21,7 +21,7 @@ enum class when { once, always };
 
 struct repeated_write {
     when wanted;
-    std::function<void(state &)> write;
+    std::function<bool(state &)> write; // false: there is nothing to write to, or from, any more
 };
 
 std::vector<repeated_write> &repeated()
@@ -30,23 +30,21 @@ std::vector<repeated_write> &repeated()
     return instance;
 }
 
-// `write(library, now)` after a success, with a copy of what stands at `source` by then. Where the
-// memory is gone nothing is written.
+// `write(library, now)` after a success, with a copy of what stands at `source` by then.
 void repeat(when wanted, const void *source, std::uint32_t length, auto write)
 {
-    repeated().push_back({wanted, [=](state &library) {
-                              std::vector<std::byte> now(length);
-                              if (read_caller_memory(source, now.data(), length)) {
-                                  write(library, now.data());
-                              }
-                          }});
+    const auto write_now = [=](state &library) {
+        std::vector<std::byte> now(length);
+        return read_caller_memory(source, now.data(), length) && write(library, now.data());
+    };
+    repeated().push_back({wanted, write_now});
 }
 
 // Likewise for a record.
 template <typename record> void repeat(when wanted, const record *source, auto write)
 {
     repeat(wanted, source, sizeof(record), [=](state &library, std::byte *now) {
-        write(library, reinterpret_cast<record *>(now));
+        return write(library, reinterpret_cast<record *>(now));
     });
 }
 
@@ -80,10 +78,11 @@ void repeat_in_chain(when wanted, const buffer_object *first, std::uint64_t posi
     const auto written = stretches_of(first, position, length);
     repeat(wanted, source, length, [written](state &library, const std::byte *now) {
         for (const stretch &each : written) {
-            const bool is_there = library.buffers.find(each.buffer);
-            if (is_there) std::memcpy(each.memory, now, each.length);
+            if (!library.buffers.find(each.buffer)) return false;
+            std::memcpy(each.memory, now, each.length);
             now += each.length;
         }
+        return true;
     });
 }
 
@@ -108,14 +107,14 @@ void add_data_faults(catalogue &faults, const char *kind, const char *meaning)
         kind, meaning,
         [](state &, kel_packet packet, uint32_t id, const void *source, uint32_t length) {
             repeat(wanted, source, length, [=](state &later, const void *now) {
-                model::kel_tlv_setdata(later, packet, id, now, length);
+                return model::kel_tlv_setdata(later, packet, id, now, length) == 0;
             });
         });
     faults.add_after<kel_tlv_set_versioned_data>(
         kind, meaning,
         [](state &, kel_packet packet, uint32_t id, const void *source, uint32_t length, uint16_t) {
             repeat(wanted, source, length, [=](state &later, const void *now) {
-                model::kel_tlv_setdata(later, packet, id, now, length);
+                return model::kel_tlv_setdata(later, packet, id, now, length) == 0;
             });
         });
 }
@@ -128,7 +127,7 @@ void add_record_faults(catalogue &faults, const char *kind, const char *meaning)
             const std::uint32_t mask = group->mask;
             repeat(wanted, group, [=](state &later, kel_metadata_group *now) {
                 now->mask = mask;
-                model::kel_metadata_set(later, now, packet);
+                return model::kel_metadata_set(later, now, packet) == 0;
             });
         });
     faults.add_after<kel_bufgroup_set_params>(
@@ -139,6 +138,7 @@ void add_record_faults(catalogue &faults, const char *kind, const char *meaning)
                 if (!(mask & bit)) return;
                 repeat(wanted, source, [=](state &later, kel_bufgroup_thresholds *now) {
                     named<bufgroup_object>(later, group).*member = *now;
+                    return later.bufgroups.find(group) != nullptr;
                 });
             };
             repeat_record(KEL_BUFGROUP_BUFFERS, buffers, &bufgroup_object::buffers);
@@ -156,6 +156,7 @@ void add_record_faults(catalogue &faults, const char *kind, const char *meaning)
                         each.context2 = now->context2;
                     }
                 }
+                return owner.handle != 0;
             });
         });
 }
@@ -164,8 +165,9 @@ void add_record_faults(catalogue &faults, const char *kind, const char *meaning)
 
 void write_again(state &library)
 {
-    for (const repeated_write &each : repeated()) each.write(library);
-    std::erase_if(repeated(), [](const repeated_write &each) { return each.wanted == when::once; });
+    std::erase_if(repeated(), [&](const repeated_write &each) {
+        return !each.write(library) || each.wanted == when::once;
+    });
 }
 
 void add_writing_faults(catalogue &faults)

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+//
+// Every fault of the reference library is noticed as noticed.txt says: by a case with a message,
+// by a case that waits, or by none.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "tests/support/tavor.h"
+#include "tools/campaign/columns.h"
+#include "tools/common/registry.h"
+
+namespace {
+
+struct row {
+    std::string fault; // operation:kind
+    std::string test;  // "-": no case
+    std::string message;
+};
+
+std::vector<row> read_rows()
+{
+    std::ifstream table(NOTICED);
+    std::vector<row> rows;
+    for (const campaign::numbered_line &line : campaign::meaningful_lines(table)) {
+        std::vector<std::string> columns = campaign::columns_of(line.text);
+        columns.resize(3);
+        rows.push_back({columns[0], columns[1], columns[2]});
+    }
+    return rows;
+}
+
+// The library's faults, in the order in which it lists them.
+std::vector<std::string> listed_faults()
+{
+    std::vector<std::string> faults;
+    const auto listing = support::run_tavor({}, {.environment = {"KEL_REFERENCE_LIST=faults"}});
+    for (const std::string &line : support::lines_of(listing.output)) {
+        faults.push_back(line.substr(0, line.find('\t')));
+    }
+    return faults;
+}
+
+std::string on_every_call(const std::string &fault)
+{
+    const std::size_t colon = fault.find(':');
+    return fault.substr(0, colon) + "#1+" + fault.substr(colon);
+}
+
+// Cases that wait for seconds, in which no fault shows that would not show elsewhere.
+const std::set<std::string> WAITING = {"kel_event_wait_timeout", "kel_event_wait_interrupt",
+                                       "kel_sendrecv_recv_no_sig_prog_flush"};
+
+tools::process_result run_cases(const std::vector<std::string> &cases, const std::string &fault)
+{
+    const bool waits = cases.size() == 1 && WAITING.contains(cases.front());
+    std::string faults = on_every_call(fault);
+    if (!waits) faults += " sleep#1+:lost";
+    std::vector<std::string> arguments = {TAVOR_BINARY};
+    arguments.insert(arguments.end(), cases.begin(), cases.end());
+    return tools::run_process(
+        {.arguments = arguments,
+         .environment = {"LD_PRELOAD=" KELTRACE_LIBRARY, "KELTRACE_FAULTS=" + faults},
+         .timeout = std::chrono::seconds(cases.size() > 1 ? 30 : 5),
+         .kept = 1 << 16});
+}
+
+// What the table of a run says of the fault; what it says is wrong otherwise.
+std::string found_by(const row &expected, const tools::process_result &run)
+{
+    if (run.timed_out) return "waits";
+    for (const std::string &line : support::lines_of(run.output)) {
+        const std::size_t at = line.find("FAIL : ");
+        if (at == std::string::npos) continue;
+        const std::size_t end = line.find_last_not_of(' ');
+        std::string message = line.substr(at + 7, end - at - 6);
+        // The number of the line changes with the suites' sources.
+        if (const auto number = message.find("' line="); number != message.npos) {
+            message.resize(number + 1);
+        }
+        return expected.test == "-" ? line.substr(0, line.find(' ')) + ": " + message : message;
+    }
+    return run.signal ? tools::signal_name(run.signal) : "";
+}
+
+TEST(faults, all_are_in_the_table)
+{
+    std::vector<std::string> in_table;
+    for (const row &each : read_rows()) in_table.push_back(each.fault);
+    EXPECT_EQ(in_table, listed_faults());
+}
+
+TEST(faults, are_noticed_as_the_table_says)
+{
+    std::vector<std::string> all;
+    for (const tools::test_case &listed : tools::all_cases()) {
+        if (!WAITING.contains(std::string(listed.name))) all.emplace_back(listed.name);
+    }
+    const std::vector<row> rows = read_rows();
+    std::vector<std::string> found(rows.size());
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        for (std::size_t i = next++; i < rows.size(); i = next++) {
+            const bool is_unseen = rows[i].test == "-";
+            const auto cases = is_unseen ? all : std::vector<std::string>{rows[i].test};
+            found[i] = found_by(rows[i], run_cases(cases, rows[i].fault));
+        }
+    };
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 3; i++) threads.emplace_back(work);
+    threads.clear();
+    for (std::size_t i = 0; i < rows.size(); i++) {
+        EXPECT_EQ(found[i], rows[i].message) << rows[i].fault << " in " << rows[i].test;
+    }
+}
+
+} // namespace
