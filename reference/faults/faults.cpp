@@ -185,8 +185,16 @@ void choose_faults(const std::vector<std::string_view> &words)
     }
 }
 
-// A line each: the fault and its meaning, a tab between.
 void list_faults()
+{
+    kel_reference_list_faults();
+}
+
+} // namespace kel_reference
+
+using namespace kel_reference;
+
+void kel_reference_list_faults()
 {
     for (const faults::row &row : all_faults().rows) {
         std::printf("%s:%s\t%s\n", name_of(row.target), row.kind, row.meaning);
@@ -195,10 +203,6 @@ void list_faults()
         std::printf("%s:%s\t%s\n", row.target, row.kind, row.meaning);
     }
 }
-
-} // namespace kel_reference
-
-using namespace kel_reference;
 
 const char *kel_reference_choose_fault(const char *text)
 {

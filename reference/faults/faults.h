@@ -37,5 +37,8 @@ kel_reference_choose_fault(const char *text);
 extern "C" __attribute__((visibility("default"))) bool
 kel_reference_count_fault(const char *text, std::uint64_t *hits, std::uint64_t *fired);
 
+// Prints a line for each fault: operation:kind, a tab and its meaning.
+extern "C" __attribute__((visibility("default"))) void kel_reference_list_faults();
+
 // Called on every fault that acts; does nothing and holds a breakpoint.
 extern "C" __attribute__((visibility("default"))) void kel_reference_fault_fired(const char *text);

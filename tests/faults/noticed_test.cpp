@@ -93,6 +93,28 @@ TEST(faults, all_are_in_the_table)
     EXPECT_EQ(in_table, listed_faults());
 }
 
+TEST(faults, stand_in_one_list_with_those_of_the_shim)
+{
+    const auto listing = tools::run_process(
+        {.arguments = {TAVOR_BINARY},
+         .environment = {"LD_PRELOAD=" KELTRACE_LIBRARY, "KELTRACE_LIST=faults"}});
+    std::set<std::string> listed;
+    for (const std::string &line : support::lines_of(listing.output)) {
+        listed.insert(line.substr(0, line.find('\t')));
+    }
+    EXPECT_TRUE(listed.contains("append:error=E"));
+    EXPECT_TRUE(listed.contains("sleep:lost"));
+    EXPECT_FALSE(listed.contains("append:flip=K"));
+    for (const std::string &fault : listed_faults()) EXPECT_TRUE(listed.contains(fault)) << fault;
+}
+
+TEST(faults, unknown_ones_end_the_program_with_their_name)
+{
+    const auto refused = run_cases({"kel_buf_append"}, "append:nowhere");
+    EXPECT_TRUE(refused.exited_with(2));
+    EXPECT_EQ(refused.errors, "keltrace: KELTRACE_FAULTS: append#1+:nowhere: unknown action\n");
+}
+
 TEST(faults, are_noticed_as_the_table_says)
 {
     std::vector<std::string> all;

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "tools/keltrace/census.h"
+#include "tools/keltrace/fault_list.h"
 #include "tools/keltrace/fault_plan.h"
 #include "tools/keltrace/numbers.h"
 #include "tools/keltrace/own_code.h"
@@ -83,6 +84,15 @@ void catch_signals()
     set_handler(SIGUSR1, on_request, SA_RESTART);
 }
 
+void read_list()
+{
+    const char *what = setting("KELTRACE_LIST");
+    if (what == nullptr) return;
+    if (strcmp(what, "faults") != 0) refuse("KELTRACE_LIST", "not faults");
+    list_faults();
+    _exit(0);
+}
+
 void read_faults()
 {
     const char *list = setting("KELTRACE_FAULTS");
@@ -122,6 +132,7 @@ void read_ring()
 {
     self = getpid();
     look_up_allocator();
+    read_list();
     read_faults();
     read_ring();
     if (const char *path = setting("KELTRACE_TRACE"))

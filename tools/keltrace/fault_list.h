@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+//
+// All faults that can be asked for: with KELTRACE_LIST=faults a line each, operation:action, a tab
+// and what happens.
+#ifndef KELTRACE_FAULT_LIST_H
+#define KELTRACE_FAULT_LIST_H
+
+namespace keltrace {
+
+// Prints the shim's, and those of the library behind it that has some.
+void list_faults();
+
+} // namespace keltrace
+
+#endif
