@@ -188,7 +188,7 @@ TEST_F(keltrace, words_of_records_are_replaced)
                      "event_wait#1:arg2[0]=0"),
               "  bufgroup_get_params(client=257 group=258 mask=& buffers=& bytes=&)\n"
               "bufgroup_get_params = 0 3:32 4:3,1,9 5:2,1,2\n"
-              "  event_wait(client=257 event=& timeout=&)\nevent_wait = 0 2:0,0,1\n");
+              "  event_wait(client=257 event=& timeout=&)\nevent_wait = 0 2:0,4,1\n");
 }
 
 TEST_F(keltrace, a_null_argument_is_left_alone)
@@ -471,7 +471,7 @@ TEST_F(keltrace, traces_threads_and_the_start_of_calls_that_may_block)
               "2 t2 kel_recv(client=0x101) = 0x5001\n"
               "3 t1 kel_event_wait(client=0x101, event=&, timeout={0.000000 s}) ...\n"
               "3 t1 kel_event_wait(client=0x101, event=&, timeout={0.000000 s}) = 0"
-              " [event={TAG object 0x20 group_flags 0 context 0x1 0x2}]\n"
+              " [event={TAG flags 0x4 object 0x20 group_flags 0 context 0x1 0x2}]\n"
               "4 t1 sleep(1) ...\n"
               "4 t1 sleep(1) = 0 !sleep#1:lost\n");
 }

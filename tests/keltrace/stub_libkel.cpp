@@ -41,7 +41,7 @@ template <operation Id, std::size_t I, typename Arguments> void print(const Argu
 
 void store(kel_event &event)
 {
-    event = {KEL_EVENT_TAG, 0, 1, 2, 0x20, 0};
+    event = {KEL_EVENT_TAG, 4, 1, 2, 0x20, 0};
 }
 
 void store(kel_bufgroup_thresholds &thresholds)

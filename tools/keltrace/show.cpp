@@ -83,8 +83,8 @@ void show_target(trace_line &line, const kel_event *event)
     static constexpr const char *TYPES[] = {"NONE", "ALL", "TAG", "BUFGROUP", "TAG_REGISTERED"};
     line.add("{");
     show_kind(line, TYPES, event->type);
-    line.add(" object 0x%x group_flags %u context 0x%x 0x%x}", event->object, event->group_flags,
-             event->context1, event->context2);
+    line.add(" flags 0x%x object 0x%x group_flags %u context 0x%x 0x%x}", event->flags,
+             event->object, event->group_flags, event->context1, event->context2);
 }
 
 void show_target(trace_line &line, const kel_bufgroup_thresholds *thresholds)
