@@ -123,6 +123,8 @@ endif()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/kelapi" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
         COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN "*.def")
 install(FILES "${PROJECT_SOURCE_DIR}/runner/test_list.def" DESTINATION "${data}" COMPONENT dev)
+# The tree may be moved: the file leads to the prefix.
+file(RELATIVE_PATH TAVOR_PC_PREFIX "${CMAKE_INSTALL_FULL_DATADIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 configure_file("${packaging}/kelapi.pc.in" "${prepared}/kelapi.pc" @ONLY)
 install(FILES "${prepared}/kelapi.pc" DESTINATION "${CMAKE_INSTALL_DATADIR}/pkgconfig"
         COMPONENT dev)

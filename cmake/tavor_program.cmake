@@ -2,6 +2,8 @@
 #
 # How tavor is compiled and linked, for itself and for the programs that it is measured against.
 
+include(hardening)
+
 # tavor_program(<target>): C++ without the C++ run-time library, as small as it gets.
 function(tavor_program target)
   # Even <stdlib.h> would be the C++ library's, and every case would pay for it.
@@ -15,4 +17,5 @@ function(tavor_program target)
   if(NOT TAVOR_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,--gc-sections)
   endif()
+  tavor_harden(${target})
 endfunction()

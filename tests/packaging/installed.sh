@@ -10,13 +10,33 @@ trap 'rm -rf "$tree"' EXIT
 XDG_STATE_HOME=$tree/state
 export XDG_STATE_HOME
 
-for component in tavor tools reference; do
+for component in tavor tools reference dev; do
     "$cmake" --install "$build" --prefix "$tree/usr" --component "$component" >/dev/null
 done
 shim=$(find "$tree/usr" -name libkeltrace.so)
 library=$(find "$tree/usr" -name libkel.so)
 test -n "$shim"
 test -n "$library"
+
+# Whatever fails in memory fails early: tables of addresses are made before main, arrays on the stack
+# have guards, libc's calls are checked.
+for file in "$tree/usr/bin/tavor" "$tree/usr/bin/tavor-run" "$tree/usr/bin/kel-campaign" "$shim"; do
+    readelf -dW "$file" | grep -q 'Flags:.*NOW'
+    symbols=$(readelf -sW --dyn-syms "$file")
+    for needed in __stack_chk_fail 'printf_chk\|read_chk\|mem[a-z]*_chk'; do
+        if ! printf '%s\n' "$symbols" | grep -q "$needed"; then
+            echo "$file: no $needed"
+            exit 1
+        fi
+    done
+done
+
+# The interface is found wherever the tree lies.
+mv "$tree/usr" "$tree/moved"
+pc=$(find "$tree/moved" -name kelapi.pc)
+found=$(PKG_CONFIG_PATH=${pc%/*} pkg-config --cflags-only-I kelapi | sed 's/^-I//; s/ *$//')
+test "$(realpath "$found")" = "$(realpath "$tree/moved/include")"
+mv "$tree/moved" "$tree/usr"
 
 # fails <what>: tavor-run with a library that is wrong shows the calls that led there.
 fails() {
