@@ -223,7 +223,7 @@ const char *join_to_header(held_objects &held, join_operation join, uint32_t see
     if (const char *failure = get_bare_header(held, texts.no_header)) return failure;
     if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
     set_data(area, PIECE, seed);
-    if (uint32_t error = kel_buf_set_data(held.buffer, 0, area, PIECE)) return error_text(error);
+    if (uint32_t error = write_buffer(held.buffer, area, PIECE)) return error_text(error);
     if (const char *failure = hand_over_buffer(held, join)) return failure;
     if (kel_get_length(held.packet) != PIECE) return texts.length;
     memset(area, 0, sizeof(area));

@@ -12,6 +12,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/time.h>
 
 #include "fixtures/descriptor.h"
@@ -202,6 +203,7 @@ const char *prepare_packets(send_objects &held, const exchange_plan &plan, uint8
         set_data(area, static_cast<int32_t>(length), i);
         CHECK_LOCATED(kel_set_data(held.packets[i], OFFSET_DATA, 0, area, length) == 0,
                       "set_data failed");
+        memset(area, 0, length); // else a library that copies late is not caught
         CHECK_LOCATED(kel_set_tag(held.packets[i], EXCHANGE_TAG) == 0, "set_tag failed");
     }
     return nullptr;

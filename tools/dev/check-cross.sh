@@ -55,12 +55,12 @@ fails_at() {
 check_fields() {
     tavor="$root/build/cross-$1/bin/tavor"
     settings="KEL_REFERENCE_LIST=faults"
-    points=$(emulated "$1" "$tavor" | grep -o 'metadata\.group_set\.loses_[a-z0-9_]*' |
+    kinds=$(emulated "$1" "$tavor" | sed -n 's/^metadata_set:\(loses_[a-z0-9_]*\).*/\1/p' |
         grep -vE '_(opaque|length)$')
-    test "$(echo "$points" | wc -l)" -eq 17 || { say "$1: not 17 fields to lose" && return 1; }
-    for point in $points; do
-        settings="KEL_REFERENCE_FAULTS=$point"
-        fails_at "$(echo "${point##*.loses_}" | tr '[:lower:]' '[:upper:]')" "$1" || return 1
+    test "$(echo "$kinds" | wc -l)" -eq 17 || { say "$1: not 17 fields to lose" && return 1; }
+    for kind in $kinds; do
+        settings="KEL_REFERENCE_FAULTS=metadata_set#1:$kind"
+        fails_at "$(echo "${kind#loses_}" | tr '[:lower:]' '[:upper:]')" "$1" || return 1
     done
     settings="LD_PRELOAD=$root/build/cross-$1/lib/libkeltrace.so
               KELTRACE_FAULTS=metadata_get#2:arg1[1]=1499"

@@ -118,7 +118,7 @@ void read_ring()
         const auto parsed = parse_number(calls);
         if (!parsed || parsed->negative || parsed->magnitude == 0 || parsed->magnitude > RING_MAX)
             refuse("KELTRACE_RING", "bad number of calls '" + std::string(calls) + "'");
-        count = parsed->magnitude;
+        count = static_cast<std::size_t>(parsed->magnitude);
     }
     int file = STDERR_FILENO;
     if (path != nullptr) {
