@@ -76,7 +76,7 @@ void enable_test(uint32_t row);
     constexpr uint32_t counter_of_file = __COUNTER__ + 1;                                          \
     }
 
-// Defines a case: TEST_CASE(kel_buf, append) { ... return nullptr; }
+// Defines a case without a frame: fixtures/frame.h has the form that cases have.
 #define TEST_CASE(suite, name)                                                                     \
     static_assert(row_##suite##_##name == first_row_of_file + __COUNTER__ - counter_of_file,       \
                   "cases are defined in table order");                                             \

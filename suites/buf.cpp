@@ -1,57 +1,41 @@
 // SPDX-License-Identifier: MIT
 //
 // Buffers, first half: the buffer memory, tags and packet headers, obtaining buffers, physical
-// addresses, joining, data pointers, lengths and head room. Most cases run in the common frame
-// with the default client, which frees the buffer chains and deregisters the client; two free
-// what they got in a way of their own, and those that need no client do without.
+// addresses, joining, data pointers, lengths and head room. Two cases free
+// what they obtained in a way of their own.
 #include <errno.h>
 #include <string.h>
 
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/buf.h"
 #include "kelapi/bufgroup_reserved.h"
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
-#include "runner/tests.h"
 #include "suites/buf_case.h"
 
 TEST_FILE(kel_buf, get_tag_null_buf)
 
 namespace {
 
-constexpr uint32_t SMALL_SIZE = 512;
 constexpr uint32_t MAX_CHAIN_BUFFERS = 12;
 constexpr uint16_t LIST_COUNT = 10;
 
-using case_steps = const char *(held_objects &held);
-
-// As run_client_steps, for cases that free what they got in a way of their own.
-const char *run_and_release(case_steps *steps, void (*release)(const held_objects &held))
-{
-    held_objects held = {};
-
-    const uint32_t error = create_default_client(&held.client);
-    const char *message = error ? error_text(error) : steps(held);
-    if (!error) release(held);
-    cleanup_client(held.client);
-    return message;
-}
-
 // The header is freed as such, and even when there is none.
-const char *run_pkthdr_steps(case_steps *steps)
+void release_pkthdr(held_objects &held)
 {
-    return run_and_release(steps, [](const held_objects &held) { kel_free_pkthdr(held.packet); });
+    if (held.client) kel_free_pkthdr(held.packet);
+    cleanup_client(held.client);
 }
 
-const char *run_single_buffer_steps(case_steps *steps)
+void release_single_buffer(held_objects &held)
 {
-    return run_and_release(steps, [](const held_objects &held) {
-        if (held.buffer) kel_free_buffer(held.buffer);
-    });
+    if (held.buffer) kel_free_buffer(held.buffer);
+    cleanup_client(held.client);
 }
+
+constexpr case_frame<held_objects> with_pkthdr = {register_default_client, release_pkthdr};
+constexpr case_frame<held_objects> with_single_buffer = {register_default_client,
+                                                         release_single_buffer};
 
 const char *judge_free_pkthdr(uint32_t result)
 {
@@ -64,14 +48,14 @@ const char *judge_unknown_client(kel_client client)
 {
     uint32_t error = ERROR_NOT_STORED;
 
-    if (kel_get_buffer(client, 0, BUFFER_SIZE, 1, &error) == 0) return nullptr;
-    if (error == EINVAL) return "kel_get_buffer was successful"; // deliberately reversed
+    if (kel_get_buffer(client, 0, STANDARD_SIZE, 1, &error) == 0) return nullptr;
+    if (error == EINVAL) return "kel_get_buffer was successful"; // sic
     return "kel_get_buffer wrong error";
 }
 
 const char *judge_unknown_client_null_error(held_objects &held, kel_client client)
 {
-    held.buffer = kel_get_buffer(client, 0, BUFFER_SIZE, 1, nullptr);
+    held.buffer = kel_get_buffer(client, 0, STANDARD_SIZE, 1, nullptr);
     return held.buffer ? "kel_get_buffer was successful" : nullptr;
 }
 
@@ -100,7 +84,7 @@ const char *judge_bad_offset(held_objects &held, int32_t offset)
     void *data = nullptr;
     uint32_t length = 0;
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_refusal(kel_buf_get_dptr(held.buffer, offset, &data, &length), EINVAL,
@@ -139,7 +123,7 @@ const char *judge_reserve(uint32_t result, uint32_t expected)
 
 const char *judge_reserve_too_much(held_objects &held, uint32_t size)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_reserve(kel_buf_reserve_space(held.buffer, size), ENOSPC);
@@ -148,7 +132,7 @@ const char *judge_reserve_too_much(held_objects &held, uint32_t size)
 // Gets a buffer and reserves `size` bytes of it as head room.
 uint32_t get_reserved_buffer(held_objects &held, uint32_t size)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) return error;
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) return error;
     return kel_buf_reserve_space(held.buffer, size);
 }
 
@@ -161,7 +145,7 @@ const char *judge_set_length(uint32_t result, uint32_t expected)
 // A fresh buffer must take the length.
 const char *check_set_length(held_objects &held, uint32_t length)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_set_length(held.buffer, length)) return error_text(error);
@@ -170,15 +154,13 @@ const char *check_set_length(held_objects &held, uint32_t length)
 
 } // namespace
 
-// Not a BUF_CASE: even a client that failed to register is released.
-CLIENTLESS_CASE(get_tag_null_buf)
+CASE(kel_buf, get_tag_null_buf, with_client)
 {
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
     CHECK_LOCATED(kel_get_tag(0) == 0, "get tag failed");
     return api_msg;
 }
 
-TEST_CASE(kel_buf, get_bufmem_start)
+CASE(kel_buf, get_bufmem_start, with_nothing)
 {
     uint64_t start = 0;
     uint32_t length = 0;
@@ -190,7 +172,7 @@ TEST_CASE(kel_buf, get_bufmem_start)
     return api_msg;
 }
 
-TEST_CASE(kel_buf, get_bufmem_info)
+CASE(kel_buf, get_bufmem_info, with_nothing)
 {
     uint64_t paddr = 0;
     uint64_t vaddr = 0;
@@ -206,7 +188,7 @@ TEST_CASE(kel_buf, get_bufmem_info)
     return api_msg;
 }
 
-CASE_STEPS(kel_buf, set_get_tag, run_pkthdr_steps, held_objects)
+CASE(kel_buf, set_get_tag, with_pkthdr)
 {
     held.packet = kel_get_pkthdr(held.client);
     CHECK_LOCATED(held.packet != 0, "kel_get_pkthdr failed");
@@ -215,78 +197,49 @@ CASE_STEPS(kel_buf, set_get_tag, run_pkthdr_steps, held_objects)
     return api_msg;
 }
 
-CLIENTLESS_CASE(get_pkthdr_null_client)
+CASE(kel_buf, get_pkthdr_null_client, with_nothing)
 {
     held.packet = kel_get_pkthdr(0);
     return held.packet ? "kel_get_pkthdr was successful" : nullptr;
 }
 
-CLIENTLESS_CASE(get_pkthdr_bad_client)
+CASE(kel_buf, get_pkthdr_bad_client, with_nothing)
 {
     held.packet = kel_get_pkthdr(BAD_CLIENT);
     return held.packet ? "kel_get_pkthdr was successful" : nullptr;
 }
 
-TEST_CASE(kel_buf, free_pkthdr_null_pkt)
-{
-    return judge_free_pkthdr(kel_free_pkthdr(0));
-}
+CASE(kel_buf, free_pkthdr_null_pkt, with_nothing, judge_free_pkthdr(kel_free_pkthdr(0)))
+CASE(kel_buf, free_pkthdr_bad_pkt, with_nothing, judge_free_pkthdr(kel_free_pkthdr(KEL_BAD_HANDLE)))
+CASE(kel_buf, get_buf_null_client, with_nothing, judge_unknown_client(0))
+CASE(kel_buf, get_buf_null_client_error, with_nothing, judge_unknown_client_null_error(held, 0))
+CASE(kel_buf, get_buf_bad_client, with_nothing, judge_unknown_client(BAD_CLIENT))
+CASE(kel_buf, get_buf_bad_client_null_error, with_nothing,
+     judge_unknown_client_null_error(held, BAD_CLIENT))
 
-TEST_CASE(kel_buf, free_pkthdr_bad_pkt)
+CASE(kel_buf, get_buf_list_null_list, with_client)
 {
-    return judge_free_pkthdr(kel_free_pkthdr(KEL_BAD_HANDLE));
-}
-
-TEST_CASE(kel_buf, get_buf_null_client)
-{
-    return judge_unknown_client(0);
-}
-
-CLIENTLESS_CASE(get_buf_null_client_error)
-{
-    return judge_unknown_client_null_error(held, 0);
-}
-
-TEST_CASE(kel_buf, get_buf_bad_client)
-{
-    return judge_unknown_client(BAD_CLIENT);
-}
-
-CLIENTLESS_CASE(get_buf_bad_client_null_error)
-{
-    return judge_unknown_client_null_error(held, BAD_CLIENT);
-}
-
-BUF_CASE(get_buf_list_null_list)
-{
-    if (kel_get_buffer_list(held.client, 0, BUFFER_SIZE, 1, LIST_COUNT, nullptr) != EINVAL) {
+    if (kel_get_buffer_list(held.client, 0, STANDARD_SIZE, 1, LIST_COUNT, nullptr) != EINVAL) {
         return "kel_get_buffer_list was successful";
     }
     return nullptr;
 }
 
-TEST_CASE(kel_buf, get_buf_list_null_client)
+CASE(kel_buf, get_buf_list_null_client, with_nothing)
 {
     kel_buffer_list list = {};
 
-    const uint32_t result = kel_get_buffer_list(0, 0, BUFFER_SIZE, 1, LIST_COUNT, &list);
+    const uint32_t result = kel_get_buffer_list(0, 0, STANDARD_SIZE, 1, LIST_COUNT, &list);
     for (uint32_t i = 0; i < LIST_COUNT; i++) {
         if (list.buffers[i]) free_buffer(list.buffers[i]);
     }
     return result == EINVAL ? nullptr : "kel_get_buffer_list was successful";
 }
 
-BUF_CASE(get_cont_buf_toobig)
-{
-    return judge_too_big(held, CHAIN_SIZE, 1);
-}
+CASE(kel_buf, get_cont_buf_toobig, with_client, judge_too_big(held, CHAIN_SIZE, 1))
+CASE(kel_buf, get_buf_too_big_not_cont, with_client, judge_too_big(held, 99999999, 0))
 
-BUF_CASE(get_buf_too_big_not_cont)
-{
-    return judge_too_big(held, 99999999, 0);
-}
-
-BUF_CASE(get_buf_not_contiguous)
+CASE(kel_buf, get_buf_not_contiguous, with_client)
 {
     uint32_t error = ERROR_NOT_STORED;
 
@@ -294,7 +247,7 @@ BUF_CASE(get_buf_not_contiguous)
     return held.buffer ? nullptr : "kel_get_buffer failed";
 }
 
-CASE_STEPS(kel_buf, get_buf_paddr, run_single_buffer_steps, held_objects)
+CASE(kel_buf, get_buf_paddr, with_single_buffer)
 {
     uint32_t error = ERROR_NOT_STORED;
     uint64_t paddr = 0;
@@ -309,7 +262,7 @@ CASE_STEPS(kel_buf, get_buf_paddr, run_single_buffer_steps, held_objects)
     return api_msg;
 }
 
-BUF_CASE(get_buf_iov_not_cont)
+CASE(kel_buf, get_buf_iov_not_cont, with_client)
 {
     kel_iovec entries[MAX_CHAIN_BUFFERS] = {};
     uint32_t error = ERROR_NOT_STORED;
@@ -332,7 +285,7 @@ BUF_CASE(get_buf_iov_not_cont)
     return api_msg;
 }
 
-BUF_CASE(get_buf_jumbo)
+CASE(kel_buf, get_buf_jumbo, with_client)
 {
     uint32_t error = ERROR_NOT_STORED;
 
@@ -340,7 +293,7 @@ BUF_CASE(get_buf_jumbo)
     return held.buffer ? nullptr : "kel_get_buffer jumbo packet failed";
 }
 
-BUF_CASE(append_null_buf)
+CASE(kel_buf, append_null_buf, with_client)
 {
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
@@ -348,7 +301,7 @@ BUF_CASE(append_null_buf)
     return judge_append(kel_buf_append(0, held.buffer));
 }
 
-BUF_CASE(append_invalid_buf)
+CASE(kel_buf, append_invalid_buf, with_client)
 {
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
@@ -356,7 +309,7 @@ BUF_CASE(append_invalid_buf)
     return judge_append(kel_buf_append(BAD_BUFFER, held.buffer));
 }
 
-BUF_CASE(append_null_newbuf)
+CASE(kel_buf, append_null_newbuf, with_client)
 {
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
@@ -364,7 +317,7 @@ BUF_CASE(append_null_newbuf)
     return judge_append(kel_buf_append(held.buffer, 0));
 }
 
-BUF_CASE(append_invalid_newbuf)
+CASE(kel_buf, append_invalid_newbuf, with_client)
 {
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
@@ -372,9 +325,9 @@ BUF_CASE(append_invalid_newbuf)
     return judge_append(kel_buf_append(held.buffer, BAD_BUFFER));
 }
 
-BUF_CASE(append)
+CASE(kel_buf, append, with_client)
 {
-    uint8_t area[BUFFER_SIZE];
+    uint8_t area[STANDARD_SIZE];
     uint32_t length = 2 * SMALL_SIZE;
 
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
@@ -383,10 +336,10 @@ BUF_CASE(append)
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.second_buffer)) {
         return error_text(error);
     }
-    if (uint32_t error = fill_buffer(held.buffer, SMALL_SIZE, FIRST_SEED)) {
+    if (uint32_t error = fill_buffer(held.buffer, SMALL_SIZE, PATTERN_A)) {
         return error_text(error);
     }
-    if (uint32_t error = fill_buffer(held.second_buffer, SMALL_SIZE, SECOND_SEED)) {
+    if (uint32_t error = fill_buffer(held.second_buffer, SMALL_SIZE, PATTERN_B)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_append(held.buffer, held.second_buffer)) {
@@ -397,22 +350,22 @@ BUF_CASE(append)
     if (uint32_t error = kel_buf_get_data(held.buffer, 0, area, &length)) {
         return error_text(error);
     }
-    if (verify_data(area, SMALL_SIZE, FIRST_SEED)) return "kel_buf_append verify first failed";
-    if (verify_data(area + SMALL_SIZE, SMALL_SIZE, SECOND_SEED)) {
+    if (verify_data(area, SMALL_SIZE, PATTERN_A)) return "kel_buf_append verify first failed";
+    if (verify_data(area + SMALL_SIZE, SMALL_SIZE, PATTERN_B)) {
         return "kel_buf_append verify second failed";
     }
     return nullptr;
 }
 
-BUF_CASE(append_self)
+CASE(kel_buf, append_self, with_client)
 {
-    if (uint32_t error = get_filled_buffer(held.client, SMALL_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, SMALL_SIZE, PATTERN_A, &held.buffer)) {
         return error_text(error);
     }
     return judge_append(kel_buf_append(held.buffer, held.buffer));
 }
 
-BUF_CASE(dptr_null_buf)
+CASE(kel_buf, dptr_null_buf, with_client)
 {
     void *data = nullptr;
     uint32_t length = 0;
@@ -420,7 +373,7 @@ BUF_CASE(dptr_null_buf)
     return judge_dptr_failure(kel_buf_get_dptr(0, 0, &data, &length));
 }
 
-BUF_CASE(dptr_invalid_buf)
+CASE(kel_buf, dptr_invalid_buf, with_client)
 {
     void *data = nullptr;
     uint32_t length = 0;
@@ -428,171 +381,138 @@ BUF_CASE(dptr_invalid_buf)
     return judge_dptr_failure(kel_buf_get_dptr(BAD_BUFFER, 0, &data, &length));
 }
 
-BUF_CASE(dptr_null_dptr)
+CASE(kel_buf, dptr_null_dptr, with_client)
 {
     uint32_t length = 0;
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_dptr_failure(kel_buf_get_dptr(held.buffer, 0, nullptr, &length));
 }
 
-BUF_CASE(dptr_null_dlen)
+CASE(kel_buf, dptr_null_dlen, with_client)
 {
     void *data = nullptr;
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_dptr_failure(kel_buf_get_dptr(held.buffer, 0, &data, nullptr));
 }
 
-BUF_CASE(get_dptr)
+CASE(kel_buf, get_dptr, with_client)
 {
     void *data = nullptr;
     uint32_t length = 0;
 
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_get_dptr(held.buffer, 0, &data, &length)) {
         return error_text(error);
     }
-    if (length != BUFFER_SIZE) return "buf_get_ptr wrong length";
-    if (!data || verify_data(data, BUFFER_SIZE, FIRST_SEED)) {
+    if (length != STANDARD_SIZE) return "buf_get_ptr wrong length";
+    if (!data || verify_data(data, STANDARD_SIZE, PATTERN_A)) {
         return "buf_get_ptr verify data failed";
     }
     return nullptr;
 }
 
-BUF_CASE(get_dptr_bigoff)
-{
-    return judge_bad_offset(held, 1501);
-}
+CASE(kel_buf, get_dptr_bigoff, with_client, judge_bad_offset(held, 1501))
+CASE(kel_buf, get_dptr_big_negoff, with_client, judge_bad_offset(held, -64))
 
-BUF_CASE(get_dptr_big_negoff)
+CASE(kel_buf, get_dptr_offset, with_client)
 {
-    return judge_bad_offset(held, -64);
-}
-
-BUF_CASE(get_dptr_offset)
-{
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error_text(error);
     }
     return check_dptr_offset(held, 64);
 }
 
-BUF_CASE(get_dptr_neg_offset)
+CASE(kel_buf, get_dptr_neg_offset, with_client)
 {
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_reserve_space(held.buffer, 128)) return error_text(error);
     return check_dptr_offset(held, -64);
 }
 
-BUF_CASE(get_length_null_buf)
+CASE(kel_buf, get_length_null_buf, with_client)
 {
     uint32_t length = 0;
 
     return judge_get_length(kel_buf_get_length(0, &length));
 }
 
-BUF_CASE(get_length_invalid_buf)
+CASE(kel_buf, get_length_invalid_buf, with_client)
 {
     uint32_t length = 0;
 
     return judge_get_length(kel_buf_get_length(BAD_BUFFER, &length));
 }
 
-BUF_CASE(get_length_null_len)
+CASE(kel_buf, get_length_null_len, with_client)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_get_length(kel_buf_get_length(held.buffer, nullptr));
 }
 
-BUF_CASE(get_length)
+CASE(kel_buf, get_length, with_client)
 {
-    uint32_t length = BUFFER_SIZE - 1;
+    uint32_t length = STANDARD_SIZE - 1;
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_get_length(held.buffer, &length)) return error_text(error);
-    return length == BUFFER_SIZE ? nullptr : "buf_get_length wrong length";
+    return length == STANDARD_SIZE ? nullptr : "buf_get_length wrong length";
 }
 
-BUF_CASE(reserve_null_buf)
-{
-    return judge_reserve(kel_buf_reserve_space(0, 512), EINVAL);
-}
+CASE(kel_buf, reserve_null_buf, with_client, judge_reserve(kel_buf_reserve_space(0, 512), EINVAL))
+CASE(kel_buf, reserve_invalid_buf, with_client,
+     judge_reserve(kel_buf_reserve_space(BAD_BUFFER, 512), EINVAL))
+CASE(kel_buf, reserve_toobig, with_client, judge_reserve_too_much(held, 1501))
+CASE(kel_buf, reserve_nospaceleft, with_client, judge_reserve_too_much(held, 1500))
 
-BUF_CASE(reserve_invalid_buf)
-{
-    return judge_reserve(kel_buf_reserve_space(BAD_BUFFER, 512), EINVAL);
-}
-
-BUF_CASE(reserve_toobig)
-{
-    return judge_reserve_too_much(held, 1501);
-}
-
-BUF_CASE(reserve_nospaceleft)
-{
-    return judge_reserve_too_much(held, 1500);
-}
-
-BUF_CASE(reserve_multi_times)
+CASE(kel_buf, reserve_multi_times, with_client)
 {
     if (uint32_t error = get_reserved_buffer(held, 1)) return error_text(error);
     return judge_reserve(kel_buf_reserve_space(held.buffer, 1), EINVAL);
 }
 
-BUF_CASE(reserve)
+CASE(kel_buf, reserve, with_client)
 {
     if (uint32_t error = get_reserved_buffer(held, 1499)) return error_text(error);
     return nullptr;
 }
 
-BUF_CASE(set_length_null_buf)
-{
-    return judge_set_length(kel_buf_set_length(0, 1500), EINVAL);
-}
+CASE(kel_buf, set_length_null_buf, with_client,
+     judge_set_length(kel_buf_set_length(0, 1500), EINVAL))
+CASE(kel_buf, set_length_invalid_buf, with_client,
+     judge_set_length(kel_buf_set_length(BAD_BUFFER, 1500), EINVAL))
 
-BUF_CASE(set_length_invalid_buf)
+CASE(kel_buf, set_length_toobig, with_client)
 {
-    return judge_set_length(kel_buf_set_length(BAD_BUFFER, 1500), EINVAL);
-}
-
-BUF_CASE(set_length_toobig)
-{
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return judge_set_length(kel_buf_set_length(held.buffer, 1501), ENOSPC);
 }
 
-BUF_CASE(set_length_zero)
-{
-    return check_set_length(held, 0);
-}
+CASE(kel_buf, set_length_zero, with_client, check_set_length(held, 0))
+CASE(kel_buf, set_length, with_client, check_set_length(held, 1499))
 
-BUF_CASE(set_length)
-{
-    return check_set_length(held, 1499);
-}
-
-BUF_CASE(set_length_off_toobig)
+CASE(kel_buf, set_length_off_toobig, with_client)
 {
     if (uint32_t error = get_reserved_buffer(held, 512)) return error_text(error);
     return judge_set_length(kel_buf_set_length(held.buffer, 989), ENOSPC);
 }
 
-BUF_CASE(set_length_off)
+CASE(kel_buf, set_length_off, with_client)
 {
     if (uint32_t error = get_reserved_buffer(held, 512)) return error_text(error);
     if (uint32_t error = kel_buf_set_length(held.buffer, 988)) return error_text(error);

@@ -1,18 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// Buffers, second half: trimming chains at either end, growing and duplicating them. The cases
-// run in the common frame with the default client, which frees the chain, the duplicate and the
-// work areas and deregisters the client.
+// Buffers, second half: trimming chains at either end, growing and duplicating them.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/buf.h"
-#include "runner/tests.h"
 #include "suites/buf_case.h"
 
 TEST_FILE(kel_buf, trim_head_null_buf)
@@ -20,9 +14,9 @@ TEST_FILE(kel_buf, trim_head_null_buf)
 namespace {
 
 constexpr uint32_t TRIMMED = 512;
-constexpr uint32_t LEFT = BUFFER_SIZE - TRIMMED;
-constexpr uint32_t REBUILD_SEED = 0x1234578; // same pattern: the low byte of FIRST_SEED
-constexpr uint32_t MAX_READ = 3 * BUFFER_SIZE;
+constexpr uint32_t LEFT = STANDARD_SIZE - TRIMMED;
+constexpr uint32_t REBUILD_SEED = 0x1234578; // same pattern: the low byte of PATTERN_A
+constexpr uint32_t MAX_READ = 3 * STANDARD_SIZE;
 
 // Bounds the walk along a chain that a faulty library makes endless.
 constexpr uint32_t MAX_WALK = 4096;
@@ -49,20 +43,30 @@ struct trim_texts {
 };
 
 constexpr trim_texts HEAD_TEXTS = {
-    "buf_trim_head was successful",       "buf_trim_head wrong error",
-    "buf_trim_head didn't consume chain", "buf_trim_head wrong return buf",
-    "buf_trim_head wrong length",         "buf_trim_head verify failed",
+    .was_successful = "buf_trim_head was successful",
+    .wrong_error = "buf_trim_head wrong error",
+    .not_consumed = "buf_trim_head didn't consume chain",
+    .wrong_head = "buf_trim_head wrong return buf",
+    .wrong_length = "buf_trim_head wrong length",
+    .verify_failed = "buf_trim_head verify failed",
 };
 
 constexpr trim_texts TAIL_TEXTS = {
-    "buf_trim_tail was successful",       "buf_trim_tail wrong error",
-    "buf_trim_tail didn't consume chain", "buf_trim_tail wrong return buf",
-    "buf_trim_tail wrong length",         "buf_trim_tail verify failed",
+    .was_successful = "buf_trim_tail was successful",
+    .wrong_error = "buf_trim_tail wrong error",
+    .not_consumed = "buf_trim_tail didn't consume chain",
+    .wrong_head = "buf_trim_tail wrong return buf",
+    .wrong_length = "buf_trim_tail wrong length",
+    .verify_failed = "buf_trim_tail verify failed",
 };
 
 constexpr trim_texts ADJ_TEXTS = {
-    "buf_adj was successful",   "buf_adj wrong error",  "buf_adj didn't consume chain",
-    "buf_adj wrong return buf", "buf_adj wrong length", "buf_adj verify failed",
+    .was_successful = "buf_adj was successful",
+    .wrong_error = "buf_adj wrong error",
+    .not_consumed = "buf_adj didn't consume chain",
+    .wrong_head = "buf_adj wrong return buf",
+    .wrong_length = "buf_adj wrong length",
+    .verify_failed = "buf_adj verify failed",
 };
 
 // What is read back after a trim. It holds whatever a read asks for, so that a trim that did
@@ -73,7 +77,7 @@ struct data_area {
 
 void clear_area(data_area *area)
 {
-    memset(area->bytes, 0, BUFFER_SIZE);
+    memset(area->bytes, 0, STANDARD_SIZE);
 }
 
 // Clears the area and puts the bytes that a trim of TRIMMED removes from the head back.
@@ -104,26 +108,26 @@ const char *judge_null_buffer(trim_function trim, const trim_texts &texts)
 
 const char *judge_too_big(held_objects &held, trim_function trim, const trim_texts &texts)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
-    return judge_refusal(trim(&held.buffer, BUFFER_SIZE + 1), ERANGE, texts.was_successful,
+    return judge_refusal(trim(&held.buffer, STANDARD_SIZE + 1), ERANGE, texts.was_successful,
                          texts.wrong_error);
 }
 
 const char *trim_all(held_objects &held, trim_function trim, const trim_texts &texts)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
-    if (uint32_t error = trim(&held.buffer, BUFFER_SIZE)) return error_text(error);
+    if (uint32_t error = trim(&held.buffer, STANDARD_SIZE)) return error_text(error);
     return held.buffer ? texts.not_consumed : nullptr;
 }
 
 // Gets the buffer that most cases trim, with its pattern, and trims it.
 uint32_t trim_single(held_objects &held, trim_function trim, uint32_t size)
 {
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error;
     }
     return trim(&held.buffer, size);
@@ -132,14 +136,14 @@ uint32_t trim_single(held_objects &held, trim_function trim, uint32_t size)
 const char *trim_zero(held_objects &held, trim_function trim, const trim_texts &texts)
 {
     data_area area;
-    uint32_t length = BUFFER_SIZE;
+    uint32_t length = STANDARD_SIZE;
 
     if (uint32_t error = trim_single(held, trim, 0)) return error_text(error);
     clear_area(&area);
     if (uint32_t error = kel_buf_get_data(held.buffer, 0, area.bytes, &length)) {
         return error_text(error);
     }
-    return verify_data(area.bytes, BUFFER_SIZE, FIRST_SEED) ? texts.verify_failed : nullptr;
+    return verify_data(area.bytes, STANDARD_SIZE, PATTERN_A) ? texts.verify_failed : nullptr;
 }
 
 const char *trim_part_of_head(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -152,7 +156,7 @@ const char *trim_part_of_head(held_objects &held, trim_function trim, const trim
     if (uint32_t error = kel_buf_get_data(held.buffer, 0, area.bytes + TRIMMED, &length)) {
         return error_text(error);
     }
-    return verify_data(area.bytes, BUFFER_SIZE, FIRST_SEED) ? texts.verify_failed : nullptr;
+    return verify_data(area.bytes, STANDARD_SIZE, PATTERN_A) ? texts.verify_failed : nullptr;
 }
 
 const char *trim_part_of_tail(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -161,17 +165,17 @@ const char *trim_part_of_tail(held_objects &held, trim_function trim, const trim
 
     if (uint32_t error = trim_single(held, trim, TRIMMED)) return error_text(error);
     rebuild_area(&area);
-    return check_short_read(held.buffer, &area, BUFFER_SIZE, LEFT, FIRST_SEED, texts);
+    return check_short_read(held.buffer, &area, STANDARD_SIZE, LEFT, PATTERN_A, texts);
 }
 
 // Puts a second filled buffer behind the first and stores its handle.
 uint32_t get_chain_of_two(held_objects &held, kel_buffer *second)
 {
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error;
     }
     if (uint32_t error =
-            get_filled_buffer(held.client, BUFFER_SIZE, SECOND_SEED, &held.second_buffer)) {
+            get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_B, &held.second_buffer)) {
         return error;
     }
     *second = held.second_buffer;
@@ -182,7 +186,7 @@ uint32_t get_chain_of_two(held_objects &held, kel_buffer *second)
 
 uint32_t append_filled_buffer(held_objects &held, uint32_t seed, kel_buffer *added)
 {
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, seed, &held.second_buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, seed, &held.second_buffer)) {
         return error;
     }
     *added = held.second_buffer;
@@ -193,11 +197,11 @@ uint32_t append_filled_buffer(held_objects &held, uint32_t seed, kel_buffer *add
 
 uint32_t get_chain_of_three(held_objects &held, kel_buffer *third)
 {
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error;
     }
-    if (uint32_t error = append_filled_buffer(held, SECOND_SEED, third)) return error;
-    return append_filled_buffer(held, THIRD_SEED, third);
+    if (uint32_t error = append_filled_buffer(held, PATTERN_B, third)) return error;
+    return append_filled_buffer(held, PATTERN_C, third);
 }
 
 // Trims all buffers of held.buffer's chain of `size` bytes but one, which must be `remaining`
@@ -207,10 +211,10 @@ const char *trim_to_one(held_objects &held, trim_function trim, uint32_t size, k
 {
     data_area area;
 
-    if (uint32_t error = trim(&held.buffer, size - BUFFER_SIZE)) return error_text(error);
+    if (uint32_t error = trim(&held.buffer, size - STANDARD_SIZE)) return error_text(error);
     if (held.buffer != remaining) return texts.wrong_head;
     clear_area(&area);
-    return check_short_read(held.buffer, &area, size, BUFFER_SIZE, seed, texts);
+    return check_short_read(held.buffer, &area, size, STANDARD_SIZE, seed, texts);
 }
 
 const char *trim_first(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -218,7 +222,7 @@ const char *trim_first(held_objects &held, trim_function trim, const trim_texts 
     kel_buffer second = 0;
 
     if (uint32_t error = get_chain_of_two(held, &second)) return error_text(error);
-    return trim_to_one(held, trim, 2 * BUFFER_SIZE, second, SECOND_SEED, texts);
+    return trim_to_one(held, trim, 2 * STANDARD_SIZE, second, PATTERN_B, texts);
 }
 
 const char *trim_first_two(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -226,7 +230,7 @@ const char *trim_first_two(held_objects &held, trim_function trim, const trim_te
     kel_buffer third = 0;
 
     if (uint32_t error = get_chain_of_three(held, &third)) return error_text(error);
-    return trim_to_one(held, trim, 3 * BUFFER_SIZE, third, THIRD_SEED, texts);
+    return trim_to_one(held, trim, 3 * STANDARD_SIZE, third, PATTERN_C, texts);
 }
 
 const char *trim_last(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -234,7 +238,7 @@ const char *trim_last(held_objects &held, trim_function trim, const trim_texts &
     kel_buffer second = 0;
 
     if (uint32_t error = get_chain_of_two(held, &second)) return error_text(error);
-    return trim_to_one(held, trim, 2 * BUFFER_SIZE, held.buffer, FIRST_SEED, texts);
+    return trim_to_one(held, trim, 2 * STANDARD_SIZE, held.buffer, PATTERN_A, texts);
 }
 
 const char *trim_last_two(held_objects &held, trim_function trim, const trim_texts &texts)
@@ -242,7 +246,7 @@ const char *trim_last_two(held_objects &held, trim_function trim, const trim_tex
     kel_buffer third = 0;
 
     if (uint32_t error = get_chain_of_three(held, &third)) return error_text(error);
-    return trim_to_one(held, trim, 3 * BUFFER_SIZE, held.buffer, FIRST_SEED, texts);
+    return trim_to_one(held, trim, 3 * STANDARD_SIZE, held.buffer, PATTERN_A, texts);
 }
 
 const char *judge_add_head(kel_buffer *buffer)
@@ -268,7 +272,7 @@ uint32_t duplicate(held_objects &held, uint32_t offset, uint32_t length, uint32_
 const char *judge_bad_stretch(held_objects &held, uint32_t offset, uint32_t length,
                               const char *text)
 {
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
     return duplicate(held, offset, length, 0) == EINVAL ? nullptr : text;
@@ -295,7 +299,7 @@ uint32_t read_duplicate(const held_objects &held, uint8_t *area, uint32_t length
 const char *check_duplicate_pattern(const held_objects &held, uint8_t *area, uint32_t length)
 {
     if (uint32_t error = read_duplicate(held, area, length)) return error_text(error);
-    if (verify_data(area, static_cast<int32_t>(length), FIRST_SEED)) {
+    if (verify_data(area, static_cast<int32_t>(length), PATTERN_A)) {
         return "dup'd buf data verification failed";
     }
     return nullptr;
@@ -311,21 +315,21 @@ const char *check_duplicate_bytes(const held_objects &held, uint8_t *area, uint3
 // A whole buffer's duplicate, asked for by `length`.
 const char *duplicate_whole(held_objects &held, uint32_t length)
 {
-    uint8_t area[BUFFER_SIZE];
+    uint8_t area[STANDARD_SIZE];
 
-    if (uint32_t error = get_filled_buffer(held.client, BUFFER_SIZE, FIRST_SEED, &held.buffer)) {
+    if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
         return error_text(error);
     }
     if (uint32_t error = duplicate(held, 0, length, ERROR_NOT_STORED)) return error_text(error);
-    if (const char *message = check_duplicate_length(held, BUFFER_SIZE)) return message;
-    return check_duplicate_pattern(held, area, BUFFER_SIZE);
+    if (const char *message = check_duplicate_length(held, STANDARD_SIZE)) return message;
+    return check_duplicate_pattern(held, area, STANDARD_SIZE);
 }
 
 // Fills the `size` bytes of held.buffer's chain with the pattern by way of the area, and leaves
 // nothing there that a library could copy later.
 uint32_t fill_chain(const held_objects &held, uint8_t *area, uint32_t size)
 {
-    set_data(area, static_cast<int32_t>(size), FIRST_SEED);
+    set_data(area, static_cast<int32_t>(size), PATTERN_A);
     const uint32_t error = kel_buf_set_data(held.buffer, 0, area, size);
     memset(area, 0, size);
     return error;
@@ -355,219 +359,86 @@ uint32_t count_buffers(kel_buffer buffer)
 
 } // namespace
 
-BUF_CASE(trim_head_null_buf)
+CASE(kel_buf, trim_head_null_buf, with_client, judge_null_buffer(kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head_toobig, with_client, judge_too_big(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head_all, with_client, trim_all(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head_zero, with_client, trim_zero(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head, with_client, trim_part_of_head(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head_first, with_client, trim_first(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_head_second, with_client, trim_first_two(held, kel_buf_trim_head, HEAD_TEXTS))
+CASE(kel_buf, trim_tail_null_buf, with_client, judge_null_buffer(kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail_toobig, with_client, judge_too_big(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail_all, with_client, trim_all(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail_zero, with_client, trim_zero(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail, with_client, trim_part_of_tail(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail_last, with_client, trim_last(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, trim_tail_second, with_client, trim_last_two(held, kel_buf_trim_tail, TAIL_TEXTS))
+CASE(kel_buf, adj_head_null_buf, with_client, judge_null_buffer(adjust_head, ADJ_TEXTS))
+CASE(kel_buf, adj_head_toobig, with_client, judge_too_big(held, adjust_head, ADJ_TEXTS))
+CASE(kel_buf, adj_head_all, with_client, trim_all(held, adjust_head, ADJ_TEXTS))
+CASE(kel_buf, adj_zero, with_client, trim_zero(held, adjust_head, ADJ_TEXTS))
+CASE(kel_buf, adj_head, with_client, trim_part_of_head(held, adjust_head, ADJ_TEXTS))
+CASE(kel_buf, adj_head_first, with_client, trim_first(held, adjust_head, ADJ_TEXTS))
+
+CASE(kel_buf, adj_head_second, with_client)
 {
-    return judge_null_buffer(kel_buf_trim_head, HEAD_TEXTS);
+    return trim_first_two(held, kel_buf_trim_head, ADJ_TEXTS); // sic
 }
 
-BUF_CASE(trim_head_toobig)
-{
-    return judge_too_big(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_head_all)
-{
-    return trim_all(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_head_zero)
-{
-    return trim_zero(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_head)
-{
-    return trim_part_of_head(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_head_first)
-{
-    return trim_first(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_head_second)
-{
-    return trim_first_two(held, kel_buf_trim_head, HEAD_TEXTS);
-}
-
-BUF_CASE(trim_tail_null_buf)
-{
-    return judge_null_buffer(kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail_toobig)
-{
-    return judge_too_big(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail_all)
-{
-    return trim_all(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail_zero)
-{
-    return trim_zero(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail)
-{
-    return trim_part_of_tail(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail_last)
-{
-    return trim_last(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(trim_tail_second)
-{
-    return trim_last_two(held, kel_buf_trim_tail, TAIL_TEXTS);
-}
-
-BUF_CASE(adj_head_null_buf)
-{
-    return judge_null_buffer(adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_head_toobig)
-{
-    return judge_too_big(held, adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_head_all)
-{
-    return trim_all(held, adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_zero)
-{
-    return trim_zero(held, adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_head)
-{
-    return trim_part_of_head(held, adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_head_first)
-{
-    return trim_first(held, adjust_head, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_head_second)
-{
-    return trim_first_two(held, kel_buf_trim_head, ADJ_TEXTS); // deliberately trim_head
-}
-
-BUF_CASE(adj_tail_null_buf)
-{
-    return judge_null_buffer(adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_tail_toobig)
-{
-    return judge_too_big(held, adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_tail_all)
-{
-    return trim_all(held, adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_tail)
-{
-    return trim_part_of_tail(held, adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_tail_last)
-{
-    return trim_last(held, adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(adj_tail_second)
-{
-    return trim_last_two(held, adjust_tail, ADJ_TEXTS);
-}
-
-BUF_CASE(addhead_null_bufptr)
-{
-    return judge_add_head(nullptr);
-}
-
-BUF_CASE(addhead_null_buf)
-{
-    return judge_add_head(&held.buffer);
-}
+CASE(kel_buf, adj_tail_null_buf, with_client, judge_null_buffer(adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, adj_tail_toobig, with_client, judge_too_big(held, adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, adj_tail_all, with_client, trim_all(held, adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, adj_tail, with_client, trim_part_of_tail(held, adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, adj_tail_last, with_client, trim_last(held, adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, adj_tail_second, with_client, trim_last_two(held, adjust_tail, ADJ_TEXTS))
+CASE(kel_buf, addhead_null_bufptr, with_client, judge_add_head(nullptr))
+CASE(kel_buf, addhead_null_buf, with_client, judge_add_head(&held.buffer))
 
 // The handle stays out of the record: it is not the case's to free.
-BUF_CASE(addhead_invalid_buf)
+CASE(kel_buf, addhead_invalid_buf, with_client)
 {
     kel_buffer buffer = BAD_BUFFER;
 
     return judge_add_head(&buffer);
 }
 
-BUF_CASE(addtail_null_buf)
-{
-    return judge_add_tail(0);
-}
+CASE(kel_buf, addtail_null_buf, with_client, judge_add_tail(0))
+CASE(kel_buf, addtail_invalid_buf, with_client, judge_add_tail(BAD_BUFFER))
 
-BUF_CASE(addtail_invalid_buf)
+CASE(kel_buf, dup_buf_invalid_buf, with_nothing)
 {
-    return judge_add_tail(BAD_BUFFER);
-}
-
-CLIENTLESS_CASE(dup_buf_invalid_buf)
-{
-    if (duplicate(held, 0, BUFFER_SIZE, ERROR_NOT_STORED) != EINVAL) {
+    if (duplicate(held, 0, STANDARD_SIZE, ERROR_NOT_STORED) != EINVAL) {
         return "dup invalid buf succeed";
     }
     return nullptr;
 }
 
-BUF_CASE(dup_buf_invalid_len)
-{
-    return judge_bad_stretch(held, 0, 1501, "dup invalid length buf succeed");
-}
+CASE(kel_buf, dup_buf_invalid_len, with_client,
+     judge_bad_stretch(held, 0, 1501, "dup invalid length buf succeed"))
+CASE(kel_buf, dup_buf_invalid_offset, with_client,
+     judge_bad_stretch(held, 1501, 1500, "dup invalid offset buf succeed"))
+CASE(kel_buf, dup_buf_no_truncate, with_client,
+     judge_bad_stretch(held, 750, 1500, "dup buf truncate succeed"))
+CASE(kel_buf, dup_buf, with_client, duplicate_whole(held, STANDARD_SIZE))
+CASE(kel_buf, dup_buf_copyall, with_client, duplicate_whole(held, KEL_COPY_ALL))
 
-BUF_CASE(dup_buf_invalid_offset)
+CASE(kel_buf, dup_buf_partial, with_client)
 {
-    return judge_bad_stretch(held, 1501, 1500, "dup invalid offset buf succeed");
-}
-
-BUF_CASE(dup_buf_no_truncate)
-{
-    return judge_bad_stretch(held, 750, 1500, "dup buf truncate succeed");
-}
-
-BUF_CASE(dup_buf)
-{
-    return duplicate_whole(held, BUFFER_SIZE);
-}
-
-BUF_CASE(dup_buf_copyall)
-{
-    return duplicate_whole(held, KEL_COPY_ALL);
-}
-
-BUF_CASE(dup_buf_partial)
-{
-    constexpr uint32_t PART = BUFFER_SIZE / 2;
-    uint8_t pattern[BUFFER_SIZE];
+    constexpr uint32_t PART = STANDARD_SIZE / 2;
+    uint8_t pattern[STANDARD_SIZE];
     uint8_t area[PART];
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
-    if (uint32_t error = fill_chain(held, pattern, BUFFER_SIZE)) return error_text(error);
+    if (uint32_t error = fill_chain(held, pattern, STANDARD_SIZE)) return error_text(error);
     if (uint32_t error = duplicate(held, PART, PART, ERROR_NOT_STORED)) return error_text(error);
     if (const char *message = check_duplicate_length(held, PART)) return message;
-    set_data(pattern, BUFFER_SIZE, FIRST_SEED);
+    set_data(pattern, STANDARD_SIZE, PATTERN_A);
     return check_duplicate_bytes(held, area, PART, pattern + PART);
 }
 
-BUF_CASE(dup_buf_jumbo)
+CASE(kel_buf, dup_buf_jumbo, with_client)
 {
     uint8_t area[JUMBO_SIZE];
 
@@ -580,7 +451,7 @@ BUF_CASE(dup_buf_jumbo)
     return check_duplicate_pattern(held, area, JUMBO_SIZE);
 }
 
-BUF_CASE(dup_buf_noncont)
+CASE(kel_buf, dup_buf_noncont, with_client)
 {
     if (uint32_t error = get_chain(held, CHAIN_SIZE, 0)) return error_text(error);
     held.area = static_cast<uint8_t *>(malloc(CHAIN_SIZE));
@@ -593,7 +464,7 @@ BUF_CASE(dup_buf_noncont)
     return check_duplicate_pattern(held, held.area, CHAIN_SIZE);
 }
 
-BUF_CASE(dup_buf_noncont_partial)
+CASE(kel_buf, dup_buf_noncont_partial, with_client)
 {
     constexpr uint32_t HALF = CHAIN_SIZE / 2;
 
@@ -607,18 +478,18 @@ BUF_CASE(dup_buf_noncont_partial)
         return error_text(error);
     }
     if (count_buffers(held.second_buffer) != HALF) return "size mismatch after dup'd";
-    set_data(held.second_area, CHAIN_SIZE, FIRST_SEED);
+    set_data(held.second_area, CHAIN_SIZE, PATTERN_A);
     return check_duplicate_bytes(held, held.area, HALF, held.second_area + HALF);
 }
 
-BUF_CASE(dup_buf_diff_chain)
+CASE(kel_buf, dup_buf_diff_chain, with_client)
 {
-    uint8_t area[2 * BUFFER_SIZE];
+    uint8_t area[2 * STANDARD_SIZE];
 
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.buffer)) {
         return error_text(error);
     }
-    if (uint32_t error = get_buffer(held.client, BUFFER_SIZE, &held.second_buffer)) {
+    if (uint32_t error = get_buffer(held.client, STANDARD_SIZE, &held.second_buffer)) {
         return error_text(error);
     }
     if (uint32_t error = kel_buf_append(held.buffer, held.second_buffer)) {

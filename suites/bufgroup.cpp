@@ -7,9 +7,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "fixtures/wait.h"
 #include "kelapi/buf.h"
 #include "kelapi/bufgroup.h"
@@ -17,18 +14,13 @@
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
 #include "suites/bufgroup_case.h"
 #include "suites/case_helpers.h"
-
-#define GROUP_CASE(name) CASE_STEPS(kel_bufgroup, name, run_group_steps, held_groups)
 
 TEST_FILE(kel_bufgroup, reg_bufgroup_null_client)
 
 namespace {
 
-constexpr uint32_t PACKET_SIZE = 1500;
-constexpr uint32_t CHAIN_SIZE = 65536; // more than one buffer can hold
 constexpr kel_tag COUNTED_TAG = 333;
 constexpr char GROUP_NAME[] = "test group";
 
@@ -59,32 +51,13 @@ constexpr count_texts GROUP_COUNTS = {"get_count_bygroup failed", "buffer count 
                                       "bytes count wrong"};
 constexpr count_texts GROUP_EMPTY = {"get_count_bygroup failed", "buffer count != 0",
                                      "bytes count != 0"};
-// Reported when all packets are taken; as published.
+// Reported when all packets are taken; sic.
 constexpr count_texts GROUP_FULL = {"get_count_bygroup failed", "buffer count != 1",
                                     "bytes count != 512"};
 constexpr count_texts TAG_COUNTS = {"get_bufcount_bytag failed", "buffer count mismatch",
                                     "bytes count mismatch"};
 constexpr count_texts TAG_COUNTS_OF_ALL = {"NULL client get_bufcount_bytag failed",
                                            "buffer count mismatch", "bytes count mismatch"};
-
-void release(const held_groups &held)
-{
-    for (uint32_t i = 0; i < PACKETS; i++) {
-        if (held.packets[i]) kel_free_packet(held.packets[i]);
-    }
-    if (held.buffer) free_buffer(held.buffer);
-    for (uint32_t name = 0; name < NAMES; name++) {
-        for (uint32_t i = MAX_CLIENTS; i-- > 0;) {
-            if (held.groups[i][name]) {
-                kel_deregister_bufgroup(held.clients[i], held.groups[i][name]);
-            }
-        }
-    }
-    if (held.tag) kel_deregister_tag(held.clients[0], held.tag);
-    for (uint32_t i = 0; i < MAX_CLIENTS; i++) {
-        cleanup_client(held.clients[i]);
-    }
-}
 
 uint32_t register_client(kel_client *client, const char *name)
 {
@@ -154,7 +127,7 @@ const char *check_group_count(const held_groups &held, uint32_t index, uint32_t 
 
     const uint32_t result = kel_get_count_bygroup(held.clients[index], held.groups[index][0],
                                                   &counted.buffers, &counted.bytes);
-    return judge_count(result, counted, {buffers, buffers * ELEMENT_SIZE}, texts, line);
+    return judge_count(result, counted, {buffers, buffers * SMALL_SIZE}, texts, line);
 }
 
 // At least `buffers` elements must carry the tag.
@@ -166,7 +139,7 @@ const char *check_tag_count(kel_client client, uint32_t buffers, const count_tex
         kel_get_count_bytag(client, COUNTED_TAG, &counted.buffers, &counted.bytes);
     if (result) return publish_located(texts.query_failed, line);
     if (counted.buffers < buffers) return publish_located(texts.wrong_buffers, line);
-    if (counted.bytes < buffers * ELEMENT_SIZE) return publish_located(texts.wrong_bytes, line);
+    if (counted.bytes < buffers * SMALL_SIZE) return publish_located(texts.wrong_bytes, line);
     api_msg = nullptr;
     return api_msg;
 }
@@ -193,7 +166,7 @@ const char *take_packets(held_groups &held, uint32_t clients)
             return message;
         }
         held.packets[i] =
-            kel_get_packet(held.clients[turn], held.groups[turn][0], ELEMENT_SIZE, 1, nullptr);
+            kel_get_packet(held.clients[turn], held.groups[turn][0], SMALL_SIZE, 1, nullptr);
         CHECK_LOCATED(held.packets[i] != 0, "kel_get_packet failed");
     }
     return api_msg;
@@ -208,7 +181,7 @@ const char *free_packets(held_groups &held, uint32_t clients)
             return message;
         }
         CHECK_LOCATED(kel_free_packet(held.packets[i]) == 0,
-                      "kel_free_pkthdr failed"); // as published
+                      "kel_free_pkthdr failed"); // sic
         held.packets[i] = 0;
     }
     return api_msg;
@@ -217,19 +190,17 @@ const char *free_packets(held_groups &held, uint32_t clients)
 const char *share_limited_group(held_groups &held,
                                 uint32_t (*register_group)(kel_client, kel_bufgroup *))
 {
-    kel_bufgroup_thresholds buffers = {MAX_BUFFERS, LOW_BUFFERS, HIGH_BUFFERS};
-    kel_bufgroup_thresholds bytes = {MAX_BUFFERS * ELEMENT_SIZE, LOW_BUFFERS * ELEMENT_SIZE,
-                                     HIGH_BUFFERS * ELEMENT_SIZE};
-
     if (const char *message = register_two_clients(held)) return message;
     CHECK_LOCATED(register_group(held.clients[0], &held.groups[0][0]) == 0,
                   "kel_register_bufgroup failed");
     CHECK_LOCATED(register_group(held.clients[1], &held.groups[1][0]) == 0,
                   "kel_register_bufgroup failed");
     CHECK_LOCATED(held.groups[0][0] == held.groups[1][0], "group mismatch");
-    CHECK_LOCATED(kel_bufgroup_set_params(held.clients[0], held.groups[0][0],
-                                          KEL_BUFGROUP_BUFFERS | KEL_BUFGROUP_BYTES, &buffers,
-                                          &bytes) == 0,
+    CHECK_LOCATED(set_thresholds(held.clients[0], held.groups[0][0],
+                                 {.max = MAX_BUFFERS, .low = LOW_BUFFERS, .high = HIGH_BUFFERS},
+                                 {.max = MAX_BUFFERS * SMALL_SIZE,
+                                  .low = LOW_BUFFERS * SMALL_SIZE,
+                                  .high = HIGH_BUFFERS * SMALL_SIZE}) == 0,
                   "kel_bufgroup_set_params failed");
     return api_msg;
 }
@@ -246,8 +217,7 @@ const char *take_beyond_max(held_groups &held)
         if (i > MAX_BUFFERS) {
             CHECK_LOCATED(error == ENOBUFS, "max-thresh check");
         }
-        held.packets[i] =
-            kel_get_packet(held.clients[0], held.groups[0][0], ELEMENT_SIZE, 1, &error);
+        held.packets[i] = kel_get_packet(held.clients[0], held.groups[0][0], SMALL_SIZE, 1, &error);
         if (error && error != KEL_HIGH_THRESHOLD_REACHED) continue;
         CHECK_LOCATED(held.packets[i] != 0, "kel_get_packet failed");
     }
@@ -258,7 +228,7 @@ const char *refuse_other_client(held_groups &held)
 {
     uint32_t error = ERROR_NOT_STORED;
 
-    held.buffer = kel_get_buffer(held.clients[1], held.groups[1][0], ELEMENT_SIZE, 1, &error);
+    held.buffer = kel_get_buffer(held.clients[1], held.groups[1][0], SMALL_SIZE, 1, &error);
     CHECK_LOCATED(held.buffer == 0, "buf != NULL");
     CHECK_LOCATED(error == ENOBUFS, "max-thresh check");
     return api_msg;
@@ -279,9 +249,23 @@ const char *free_to_low(held_groups &held)
 
 } // namespace
 
-const char *run_group_steps(const char *(*steps)(held_groups &held))
+void release_groups(held_groups &held)
 {
-    return run_in_frame(steps, release);
+    for (uint32_t i = 0; i < PACKETS; i++) {
+        if (held.packets[i]) kel_free_packet(held.packets[i]);
+    }
+    if (held.buffer) free_buffer(held.buffer);
+    for (uint32_t name = 0; name < NAMES; name++) {
+        for (uint32_t i = MAX_CLIENTS; i-- > 0;) {
+            if (held.groups[i][name]) {
+                kel_deregister_bufgroup(held.clients[i], held.groups[i][name]);
+            }
+        }
+    }
+    if (held.tag) kel_deregister_tag(held.clients[0], held.tag);
+    for (uint32_t i = 0; i < MAX_CLIENTS; i++) {
+        cleanup_client(held.clients[i]);
+    }
 }
 
 const char *threshold_steps(held_groups &held,
@@ -293,7 +277,7 @@ const char *threshold_steps(held_groups &held,
     return free_to_low(held);
 }
 
-GROUP_CASE(reg_bufgroup_null_client)
+CASE(kel_bufgroup, reg_bufgroup_null_client, with_groups)
 {
     kel_bufgroup group = 0;
 
@@ -302,7 +286,7 @@ GROUP_CASE(reg_bufgroup_null_client)
     return api_msg;
 }
 
-GROUP_CASE(reg_bufgroup_null_group)
+CASE(kel_bufgroup, reg_bufgroup_null_group, with_groups)
 {
     if (const char *message = register_one_client(held)) return message;
     CHECK_LOCATED(kel_register_bufgroup(held.clients[0], nullptr, nullptr) == EINVAL,
@@ -310,7 +294,7 @@ GROUP_CASE(reg_bufgroup_null_group)
     return deregister_client(held);
 }
 
-GROUP_CASE(reg_bufgroup_null_name)
+CASE(kel_bufgroup, reg_bufgroup_null_name, with_groups)
 {
     if (const char *message = register_one_client(held)) return message;
     CHECK_LOCATED(kel_register_bufgroup(held.clients[0], &held.groups[0][0], nullptr) == EINVAL,
@@ -320,7 +304,7 @@ GROUP_CASE(reg_bufgroup_null_name)
     return api_msg;
 }
 
-GROUP_CASE(free_null_bufgroup)
+CASE(kel_bufgroup, free_null_bufgroup, with_groups)
 {
     if (const char *message = register_one_client(held)) return message;
     CHECK_LOCATED(kel_deregister_bufgroup(held.clients[0], 0) == EINVAL,
@@ -328,7 +312,7 @@ GROUP_CASE(free_null_bufgroup)
     return deregister_client(held);
 }
 
-GROUP_CASE(get_null_input)
+CASE(kel_bufgroup, get_null_input, with_groups)
 {
     if (const char *message = register_one_client(held)) return message;
     CHECK_LOCATED(kel_get_bufcount_byclient(held.clients[0], nullptr, nullptr) == EINVAL,
@@ -336,29 +320,30 @@ GROUP_CASE(get_null_input)
     return deregister_client(held);
 }
 
-GROUP_CASE(get_bufcount_byclient)
+CASE(kel_bufgroup, get_bufcount_byclient, with_groups)
 {
     if (const char *message = register_one_client(held)) return message;
     const kel_client client = held.clients[0];
     for (uint32_t i = 0; i < PACKETS; i++) {
         if (const char *message =
-                check_client_count(client, i, PACKET_SIZE, CLIENT_COUNTS, __LINE__)) {
+                check_client_count(client, i, STANDARD_SIZE, CLIENT_COUNTS, __LINE__)) {
             return message;
         }
-        CHECK_LOCATED(get_packet(client, PACKET_SIZE, &held.packets[i]) == 0, "get_packet failed");
+        CHECK_LOCATED(get_packet(client, STANDARD_SIZE, &held.packets[i]) == 0,
+                      "get_packet failed");
     }
     for (uint32_t i = 0; i < PACKETS; i++) {
         if (const char *message =
-                check_client_count(client, PACKETS - i, PACKET_SIZE, CLIENT_COUNTS, __LINE__)) {
+                check_client_count(client, PACKETS - i, STANDARD_SIZE, CLIENT_COUNTS, __LINE__)) {
             return message;
         }
         CHECK_LOCATED(kel_free_packet(held.packets[i]) == 0, "free packet failed");
         held.packets[i] = 0;
     }
-    return check_client_count(client, 0, PACKET_SIZE, CLIENT_EMPTY, __LINE__);
+    return check_client_count(client, 0, STANDARD_SIZE, CLIENT_EMPTY, __LINE__);
 }
 
-GROUP_CASE(get_bufcount_byclient_noncont)
+CASE(kel_bufgroup, get_bufcount_byclient_noncont, with_groups)
 {
     uint32_t error = ERROR_NOT_STORED;
     counts counted = {};
@@ -377,7 +362,7 @@ GROUP_CASE(get_bufcount_byclient_noncont)
 }
 
 // The packets wait in the client's queue to the end and are freed there.
-GROUP_CASE(get_bufcount_bytag)
+CASE(kel_bufgroup, get_bufcount_bytag, with_groups)
 {
     constexpr uint32_t SENT = 5;
 
@@ -389,7 +374,7 @@ GROUP_CASE(get_bufcount_bytag)
         if (const char *message = check_tag_count(client, i, TAG_COUNTS, __LINE__)) {
             return message;
         }
-        held.packets[i] = kel_get_packet(client, 0, ELEMENT_SIZE, 1, nullptr);
+        held.packets[i] = kel_get_packet(client, 0, SMALL_SIZE, 1, nullptr);
         CHECK_LOCATED(held.packets[i] != 0, "get_packet failed");
         CHECK_LOCATED(kel_set_tag(held.packets[i], COUNTED_TAG) == 0, "set_tag failed");
         CHECK_LOCATED(kel_send(client, held.packets[i]) == 0, "kel_send failed");
@@ -399,7 +384,7 @@ GROUP_CASE(get_bufcount_bytag)
 }
 
 // The packet, and with it the buffer, is left to the deregistration of its client.
-GROUP_CASE(get_bufcount_add_trim)
+CASE(kel_bufgroup, get_bufcount_add_trim, with_groups)
 {
     uint32_t error = ERROR_NOT_STORED;
 
@@ -420,7 +405,7 @@ GROUP_CASE(get_bufcount_add_trim)
     return api_msg;
 }
 
-GROUP_CASE(get_bufcount_bygroup)
+CASE(kel_bufgroup, get_bufcount_bygroup, with_groups)
 {
     if (const char *message = register_client_and_group(held)) return message;
     if (const char *message = check_group_count(held, 0, 0, GROUP_EMPTY, __LINE__)) {
@@ -434,7 +419,7 @@ GROUP_CASE(get_bufcount_bygroup)
     return check_group_count(held, 0, 0, GROUP_EMPTY, __LINE__);
 }
 
-GROUP_CASE(mul_cli_get_bufcount_bygroup)
+CASE(kel_bufgroup, mul_cli_get_bufcount_bygroup, with_groups)
 {
     for (uint32_t i = 0; i < MAX_CLIENTS; i++) {
         CHECK_LOCATED(register_client(&held.clients[i], "client1") == 0, "register_client failed");
@@ -459,7 +444,7 @@ GROUP_CASE(mul_cli_get_bufcount_bygroup)
     return api_msg;
 }
 
-GROUP_CASE(reg_multi_group)
+CASE(kel_bufgroup, reg_multi_group, with_groups)
 {
     if (const char *message = register_two_clients(held)) return message;
     for (uint32_t i = 0; i < NAMES; i++) {
@@ -475,9 +460,9 @@ GROUP_CASE(reg_multi_group)
     return api_msg;
 }
 
-GROUP_CASE(set_unreg_group_params)
+CASE(kel_bufgroup, set_unreg_group_params, with_groups)
 {
-    kel_bufgroup_thresholds buffers = {10, 3, 7};
+    kel_bufgroup_thresholds buffers = {.max = 10, .low = 3, .high = 7};
 
     if (const char *message = register_two_clients(held)) return message;
     CHECK_LOCATED(register_test_group(held.clients[0], &held.groups[0][0]) == 0,
@@ -488,12 +473,10 @@ GROUP_CASE(set_unreg_group_params)
     return api_msg;
 }
 
-GROUP_CASE(set_get_params)
+CASE(kel_bufgroup, set_get_params, with_groups)
 {
-    constexpr kel_bufgroup_thresholds BUFFERS = {10, 3, 7};
-    constexpr kel_bufgroup_thresholds BYTES = {5120, 1536, 3584};
-    kel_bufgroup_thresholds buffers = BUFFERS;
-    kel_bufgroup_thresholds bytes = BYTES;
+    constexpr kel_bufgroup_thresholds BUFFERS = {.max = 10, .low = 3, .high = 7};
+    constexpr kel_bufgroup_thresholds BYTES = {.max = 5120, .low = 1536, .high = 3584};
     kel_bufgroup_thresholds read_buffers = {};
     kel_bufgroup_thresholds read_bytes = {};
     uint32_t mask = 0xffffffff;
@@ -508,7 +491,7 @@ GROUP_CASE(set_get_params)
     CHECK_LOCATED(kel_bufgroup_get_params(client, group, &mask, &read_buffers, &read_bytes) == 0 &&
                       mask == 0,
                   "kel_bufgroup_get_params failed");
-    CHECK_LOCATED(kel_bufgroup_set_params(client, group, 3, &buffers, &bytes) == 0,
+    CHECK_LOCATED(set_thresholds(client, group, BUFFERS, BYTES) == 0,
                   "kel_bufgroup_set_params failed");
     CHECK_LOCATED(kel_bufgroup_get_params(client, group, &mask, &read_buffers, &read_bytes) == 0,
                   "kel_bufgroup_get_params failed");
@@ -517,7 +500,4 @@ GROUP_CASE(set_get_params)
     return api_msg;
 }
 
-GROUP_CASE(threshold_test)
-{
-    return threshold_steps(held, register_test_group);
-}
+CASE(kel_bufgroup, threshold_test, with_groups, threshold_steps(held, register_test_group))

@@ -12,7 +12,6 @@
 constexpr uint32_t MAX_CLIENTS = 5;
 constexpr uint32_t PACKETS = 10;
 constexpr uint32_t NAMES = 10;
-constexpr uint32_t ELEMENT_SIZE = 512;
 
 // 0 is nothing. Released in this order: packets, the buffer, groups, the tag of the first
 // client, clients.
@@ -24,7 +23,10 @@ struct held_groups {
     kel_client clients[MAX_CLIENTS];
 };
 
-const char *run_group_steps(const char *(*steps)(held_groups &held));
+void release_groups(held_groups &held);
+
+// The cases register their clients themselves.
+constexpr case_frame<held_groups> with_groups = {nullptr, release_groups};
 
 // Two clients share the group that `register_group` gives each; its limits hold for both.
 const char *threshold_steps(held_groups &held,

@@ -8,21 +8,14 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/buf.h"
 #include "kelapi/bufgroup.h"
 #include "kelapi/bufgroup_reserved.h"
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
-#include "runner/tests.h"
 #include "suites/bufgroup_case.h"
 #include "suites/case_helpers.h"
-
-#define RESERVED_CASE(name)                                                                        \
-    CASE_STEPS(kel_bufgroup_reserved, name, run_reserved_steps, held_elements)
 
 TEST_FILE(kel_bufgroup_reserved, register_invalid)
 
@@ -34,7 +27,6 @@ constexpr uint32_t ELEMENTS = 128;
 constexpr uint32_t FEW_ELEMENTS = 5;
 constexpr uint16_t TOO_MANY = 10; // for a group of FEW_ELEMENTS
 constexpr uint32_t MAX_GROUPS = 3;
-constexpr uint32_t PATTERN_SEED = 0x12345678;
 
 // What a case holds; 0 is nothing. Released in this order.
 struct held_elements {
@@ -56,7 +48,7 @@ void release_buffer(kel_buffer buffer)
     if (buffer) kel_free_buffer(buffer);
 }
 
-void release(const held_elements &held)
+void release(held_elements &held)
 {
     for (uint32_t i = 0; i <= ELEMENTS; i++) {
         release_packet(held.packets[i]);
@@ -76,15 +68,7 @@ void release(const held_elements &held)
     cleanup_client(held.client);
 }
 
-const char *run_reserved_steps(const char *(*steps)(held_elements &held))
-{
-    held_elements held = {};
-
-    const uint32_t error = create_default_client(&held.client);
-    const char *message = error ? error_text(error) : steps(held);
-    release(held);
-    return message;
-}
+constexpr case_frame<held_elements> with_elements = {register_default_client, release};
 
 // Registers the case's first group.
 uint32_t register_reserved(held_elements &held, uint32_t size, uint32_t count)
@@ -95,7 +79,7 @@ uint32_t register_reserved(held_elements &held, uint32_t size, uint32_t count)
 
 uint32_t register_shared_group(kel_client client, kel_bufgroup *group)
 {
-    return kel_register_reserved_bufgroup(client, group, RESERVED_NAME, ELEMENT_SIZE, 16, 0, 0);
+    return kel_register_reserved_bufgroup(client, group, RESERVED_NAME, SMALL_SIZE, 16, 0, 0);
 }
 
 // kel_get_packet or kel_get_buffer
@@ -125,7 +109,13 @@ const char *get_packets_by_list(held_elements &held, uint16_t count, uint32_t tl
     if (uint32_t error = register_reserved(held, SIZE, FEW_ELEMENTS)) return error_text(error);
     held.packet_list.count = count;
     for (uint32_t i = 0; i < count; i++) {
-        held.packet_list.requests[i] = {held.client, held.groups[0], SIZE, 0, {}, tlv, tlv_size};
+        held.packet_list.requests[i] = {.client = held.client,
+                                        .group = held.groups[0],
+                                        .size = SIZE,
+                                        .flag = 0,
+                                        .padding = {},
+                                        .tlv = tlv,
+                                        .tlv_size = tlv_size};
     }
     return kel_get_packet_list(&held.packet_list) ? "invalid argument" : nullptr;
 }
@@ -190,7 +180,7 @@ const char *check_element_size(held_elements &held, uint32_t size, uint32_t head
 } // namespace
 
 // The last call that was not refused gives the message.
-RESERVED_CASE(register_invalid)
+CASE(kel_bufgroup_reserved, register_invalid, with_elements)
 {
     const char *message = nullptr;
 
@@ -203,7 +193,7 @@ RESERVED_CASE(register_invalid)
     }
     if (kel_register_reserved_bufgroup(held.client, &held.groups[1], RESERVED_NAME, 0, ELEMENTS, 0,
                                        0) != EINVAL) {
-        message = "count = 0 register succeed"; // as published
+        message = "count = 0 register succeed"; // sic
     }
     if (kel_register_reserved_bufgroup(held.client, &held.groups[2], "", SIZE, ELEMENTS, 0, 0) !=
         EINVAL) {
@@ -212,7 +202,7 @@ RESERVED_CASE(register_invalid)
     return message;
 }
 
-RESERVED_CASE(register_nomem)
+CASE(kel_bufgroup_reserved, register_nomem, with_elements)
 {
     if (register_reserved(held, 9999, 99999) != ENOMEM) {
         return "reserved large amount of mem succeed";
@@ -220,13 +210,13 @@ RESERVED_CASE(register_nomem)
     return nullptr;
 }
 
-RESERVED_CASE(register_normal)
+CASE(kel_bufgroup_reserved, register_normal, with_elements)
 {
     if (uint32_t error = register_reserved(held, SIZE, ELEMENTS)) return error_text(error);
     return nullptr;
 }
 
-RESERVED_CASE(get_toobig_contig)
+CASE(kel_bufgroup_reserved, get_toobig_contig, with_elements)
 {
     uint32_t error = ERROR_NOT_STORED;
 
@@ -236,22 +226,14 @@ RESERVED_CASE(get_toobig_contig)
     return nullptr;
 }
 
-RESERVED_CASE(get_packets)
-{
-    return exhaust_group(held, kel_get_packet, held.packets, "packet allocation failed");
-}
+CASE(kel_bufgroup_reserved, get_packets, with_elements,
+     exhaust_group(held, kel_get_packet, held.packets, "packet allocation failed"))
+CASE(kel_bufgroup_reserved, get_invalid_packet_list, with_elements,
+     get_packets_by_list(held, TOO_MANY, 0, 0))
+CASE(kel_bufgroup_reserved, get_invalid_tlv_packet_list, with_elements,
+     get_packets_by_list(held, FEW_ELEMENTS, 1, 1024))
 
-RESERVED_CASE(get_invalid_packet_list)
-{
-    return get_packets_by_list(held, TOO_MANY, 0, 0);
-}
-
-RESERVED_CASE(get_invalid_tlv_packet_list)
-{
-    return get_packets_by_list(held, FEW_ELEMENTS, 1, 1024);
-}
-
-RESERVED_CASE(get_packet_list)
+CASE(kel_bufgroup_reserved, get_packet_list, with_elements)
 {
     if (const char *message = get_packets_by_list(held, FEW_ELEMENTS, 0, 0)) return message;
     if (held.packet_list.allocated != FEW_ELEMENTS) {
@@ -260,12 +242,10 @@ RESERVED_CASE(get_packet_list)
     return nullptr;
 }
 
-RESERVED_CASE(get_invalid_buffer_list)
-{
-    return get_buffers_by_list(held, TOO_MANY);
-}
+CASE(kel_bufgroup_reserved, get_invalid_buffer_list, with_elements,
+     get_buffers_by_list(held, TOO_MANY))
 
-RESERVED_CASE(get_buffer_list)
+CASE(kel_bufgroup_reserved, get_buffer_list, with_elements)
 {
     if (const char *message = get_buffers_by_list(held, FEW_ELEMENTS)) return message;
     if (held.buffer_list.allocated != FEW_ELEMENTS) {
@@ -274,12 +254,10 @@ RESERVED_CASE(get_buffer_list)
     return nullptr;
 }
 
-RESERVED_CASE(get_buffers)
-{
-    return exhaust_group(held, kel_get_buffer, held.buffers, "buffer allocation failed");
-}
+CASE(kel_bufgroup_reserved, get_buffers, with_elements,
+     exhaust_group(held, kel_get_buffer, held.buffers, "buffer allocation failed"))
 
-RESERVED_CASE(get_noncont)
+CASE(kel_bufgroup_reserved, get_noncont, with_elements)
 {
     if (uint32_t error = register_reserved(held, SIZE, ELEMENTS)) return error_text(error);
     for (uint32_t i = 0; i < ELEMENTS / 2; i++) {
@@ -291,12 +269,10 @@ RESERVED_CASE(get_noncont)
     return nullptr;
 }
 
-CASE_STEPS(kel_bufgroup_reserved, threshold_test, run_group_steps, held_groups)
-{
-    return threshold_steps(held, register_shared_group);
-}
+CASE(kel_bufgroup_reserved, threshold_test, with_groups,
+     threshold_steps(held, register_shared_group))
 
-RESERVED_CASE(reg_multiple)
+CASE(kel_bufgroup_reserved, reg_multiple, with_elements)
 {
     if (uint32_t error = register_reserved(held, SIZE, ELEMENTS)) return error_text(error);
     if (uint32_t error = kel_register_reserved_bufgroup(
@@ -309,7 +285,7 @@ RESERVED_CASE(reg_multiple)
     return nullptr;
 }
 
-RESERVED_CASE(no_poison)
+CASE(kel_bufgroup_reserved, no_poison, with_elements)
 {
     uint8_t pattern[SIZE];
     data_place place = {};
@@ -321,7 +297,7 @@ RESERVED_CASE(no_poison)
     error = ERROR_NOT_STORED;
     held.packets[0] = kel_get_packet(held.client, held.groups[0], SIZE, 1, &error);
     if (error) return error_text(error);
-    set_data(pattern, SIZE, PATTERN_SEED);
+    set_data(pattern, SIZE, PATTERN_A);
     error = kel_set_data(held.packets[0], OFFSET_DATA, 0, pattern, SIZE);
     if (error) return error_text(error);
     memset(pattern, 0, SIZE);
@@ -330,23 +306,16 @@ RESERVED_CASE(no_poison)
     error = kel_free_packet(held.packets[0]);
     if (error) return error_text(error);
     held.packets[0] = 0;
-    if (!place.data || verify_data(place.data, SIZE, PATTERN_SEED)) {
+    if (!place.data || verify_data(place.data, SIZE, PATTERN_A)) {
         return "packet data is poisoned after free'd";
     }
     return nullptr;
 }
 
-RESERVED_CASE(elemsize_check)
-{
-    return check_element_size(held, 1700, 32);
-}
+CASE(kel_bufgroup_reserved, elemsize_check, with_elements, check_element_size(held, 1700, 32))
+CASE(kel_bufgroup_reserved, elemsize_check2, with_elements, check_element_size(held, 508, 0))
 
-RESERVED_CASE(elemsize_check2)
-{
-    return check_element_size(held, 508, 0);
-}
-
-RESERVED_CASE(not_regular)
+CASE(kel_bufgroup_reserved, not_regular, with_elements)
 {
     if (uint32_t error = register_reserved(held, SIZE, ELEMENTS)) return error_text(error);
     if (kel_register_bufgroup(held.client, &held.groups[1], RESERVED_NAME) != EINVAL) {
@@ -355,7 +324,7 @@ RESERVED_CASE(not_regular)
     return nullptr;
 }
 
-RESERVED_CASE(not_reserved)
+CASE(kel_bufgroup_reserved, not_reserved, with_elements)
 {
     if (uint32_t error = kel_register_bufgroup(held.client, &held.groups[1], RESERVED_NAME)) {
         return error_text(error);

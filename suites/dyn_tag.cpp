@@ -5,14 +5,11 @@
 #include <errno.h>
 #include <stdint.h>
 
-#include "fixtures/fixtures.h"
 #include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "kelapi/client.h"
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
 
 TEST_FILE(kel_dyn_tag, null_client)
 
@@ -27,19 +24,14 @@ struct dyn_tag_objects {
     kel_client second_client;
 };
 
-void release(const dyn_tag_objects &held)
+void release(dyn_tag_objects &held)
 {
-    if (held.packet) {
-        free_packet(held.packet);
-    }
+    if (held.packet) free_packet(held.packet);
     cleanup_client(held.client);
     cleanup_client(held.second_client);
 }
 
-const char *run_dyn_tag_steps(const char *(*steps)(dyn_tag_objects &held))
-{
-    return run_in_frame(steps, release);
-}
+constexpr case_frame<dyn_tag_objects> with_tags = {nullptr, release};
 
 uint32_t register_client(kel_client *client)
 {
@@ -55,15 +47,13 @@ bool in_static_range(kel_tag tag)
 
 } // namespace
 
-#define DYN_TAG_CASE(name) CASE_STEPS(kel_dyn_tag, name, run_dyn_tag_steps, dyn_tag_objects)
-
-TEST_CASE(kel_dyn_tag, null_client)
+CASE(kel_dyn_tag, null_client, with_nothing)
 {
     CHECK_LOCATED(kel_alloc_tag(0, nullptr, "dyn. tag") != 0, "kel_alloc_tag failed");
     return api_msg;
 }
 
-DYN_TAG_CASE(no_space)
+CASE(kel_dyn_tag, no_space, with_tags)
 {
     CHECK_LOCATED(register_client(&held.client) == 0, "register_client failed");
     CHECK_LOCATED(kel_alloc_tag(held.client, nullptr, "dyn. tag") != 0, "kel_alloc_tag failed");
@@ -71,7 +61,7 @@ DYN_TAG_CASE(no_space)
 }
 
 // The tag is left to the client's deregistration.
-DYN_TAG_CASE(free_client)
+CASE(kel_dyn_tag, free_client, with_tags)
 {
     kel_tag tag = 0;
 
@@ -81,14 +71,14 @@ DYN_TAG_CASE(free_client)
     return api_msg;
 }
 
-DYN_TAG_CASE(free_static_tag)
+CASE(kel_dyn_tag, free_static_tag, with_tags)
 {
     CHECK_LOCATED(register_client(&held.client) == 0, "register_client failed");
     CHECK_LOCATED(kel_free_tag(held.client, 2) != 0, "kel_free_tag failed");
     return api_msg;
 }
 
-DYN_TAG_CASE(alloc_dyn_tags)
+CASE(kel_dyn_tag, alloc_dyn_tags, with_tags)
 {
     kel_tag tags[TAG_COUNT] = {};
 
@@ -103,7 +93,7 @@ DYN_TAG_CASE(alloc_dyn_tags)
     return api_msg;
 }
 
-DYN_TAG_CASE(sendrecv_dyn_tag)
+CASE(kel_dyn_tag, sendrecv_dyn_tag, with_tags)
 {
     kel_tag tag = 0;
 
@@ -116,21 +106,20 @@ DYN_TAG_CASE(sendrecv_dyn_tag)
     CHECK_LOCATED(kel_send(held.client, held.packet) == 0, "kel_send failed");
     // What is received is the packet sent; its one handle is freed.
     CHECK_LOCATED(kel_recv(held.client) != 0, "kel_recv failed");
-    CHECK_LOCATED(kel_free_packet(held.packet) == 0, "kel_free_pkthdr failed"); // as published
+    CHECK_LOCATED(kel_free_packet(held.packet) == 0, "kel_free_pkthdr failed"); // sic
     held.packet = 0;
-    CHECK_LOCATED(kel_free_tag(held.client, tag) == 0, "kel_deregister_tag failed"); // as published
+    CHECK_LOCATED(kel_free_tag(held.client, tag) == 0, "kel_deregister_tag failed"); // sic
     return api_msg;
 }
 
-DYN_TAG_CASE(invalid_dyn_tag)
+CASE(kel_dyn_tag, invalid_dyn_tag, with_client)
 {
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
     CHECK_LOCATED(kel_register_tag(held.client, NEVER_ALLOCATED) == EINVAL,
                   "register invalid dynamic tag");
     return api_msg;
 }
 
-DYN_TAG_CASE(reg_someone_tag)
+CASE(kel_dyn_tag, reg_someone_tag, with_tags)
 {
     kel_tag tag = 0;
 

@@ -14,10 +14,7 @@
 #include <sys/time.h>
 
 #include "fixtures/descriptor.h"
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
 #include "fixtures/helper_thread.h"
-#include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "fixtures/wait.h"
 #include "kelapi/buf.h"
@@ -27,14 +24,13 @@
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
+#include "suites/case_helpers.h"
 
 TEST_FILE(kel_event, addremove_tag_event)
 
 namespace {
 
 constexpr uint32_t PACKET_LIMIT = 256;
-constexpr uint32_t PACKET_SIZE = 512;
 constexpr uint32_t PATTERN_SIZE = 128;
 
 constexpr uint32_t INVALID = 2989; // a type, an object and flags that do not exist
@@ -56,11 +52,11 @@ constexpr kel_event NOT_STORED = {UINT32_MAX, UINT32_MAX, UINT32_MAX,
                                   UINT32_MAX, UINT32_MAX, UINT32_MAX};
 
 struct event_job {
-    kel_client client;
-    kel_packet *packets;
-    uint32_t count;
-    kel_tag tag;
-    uint32_t ended; // set to 1: the thread gives up
+    kel_client client = 0;
+    kel_packet *packets = nullptr;
+    uint32_t count = 0;
+    kel_tag tag = 0;
+    uint32_t ended = 0; // set to 1: the thread gives up
 };
 
 struct event_objects {
@@ -92,63 +88,48 @@ void end_thread(event_objects &held)
     join_thread(held);
 }
 
-void release(const event_objects &held)
+void release(event_objects &held)
 {
+    end_thread(held);
     for (kel_packet packet : held.packets) {
-        if (packet) {
-            free_packet(packet);
-        }
+        if (packet) free_packet(packet);
     }
-    if (held.buffer) {
-        free_buffer(held.buffer);
-    }
+    if (held.buffer) free_buffer(held.buffer);
     for (uint32_t i = 0; i < held.tag_count; i++) {
         kel_deregister_tag(held.tag_holder, held.first_tag + i);
     }
-    if (held.group) {
-        kel_deregister_bufgroup(held.client, held.group);
-    }
-    if (held.second_group) {
-        kel_deregister_bufgroup(held.second_client, held.second_group);
-    }
+    if (held.group) kel_deregister_bufgroup(held.client, held.group);
+    if (held.second_group) kel_deregister_bufgroup(held.second_client, held.second_group);
     cleanup_client(held.client);
     cleanup_client(held.second_client);
 }
 
-const char *run_event_steps(const char *(*steps)(event_objects &held))
-{
-    event_objects held = {};
-    const char *message = steps(held);
+constexpr case_frame<event_objects> with_events = {nullptr, release};
 
-    end_thread(held);
-    release(held);
-    return message;
-}
-
-const char *register_client1(event_objects &held)
+const char *register_first_client(event_objects &held)
 {
     CHECK_LOCATED(kel_register_client(&held.client, "client1", KEL_ROLE_ACTIVE, 6) == 0,
                   "register_client failed");
     return nullptr;
 }
 
-const char *register_client2(event_objects &held)
+const char *register_second_client(event_objects &held)
 {
     CHECK_LOCATED(kel_register_client(&held.second_client, "client2", KEL_ROLE_ACTIVE, 6) == 0,
                   "register_client failed");
     return nullptr;
 }
 
-const char *register_client_1(event_objects &held, uint32_t depth)
+const char *register_client_of_depth(event_objects &held, uint32_t depth)
 {
     CHECK_LOCATED(kel_register_client(&held.client, "client 1", KEL_ROLE_ACTIVE, depth) == 0,
                   "kel_register_client failed");
     return nullptr;
 }
 
-const char *register_clients_1_and_2(event_objects &held, uint32_t depth)
+const char *register_clients_of_depth(event_objects &held, uint32_t depth)
 {
-    if (const char *message = register_client_1(held, depth)) return message;
+    if (const char *message = register_client_of_depth(held, depth)) return message;
     CHECK_LOCATED(kel_register_client(&held.second_client, "client 2", KEL_ROLE_ACTIVE, depth) == 0,
                   "kel_register_client failed");
     return nullptr;
@@ -175,7 +156,7 @@ bool prepare_packets(kel_client client, kel_packet *packets, uint32_t count, kel
     uint8_t area[PATTERN_SIZE];
 
     for (uint32_t i = 0; i < count; i++) {
-        packets[i] = kel_get_packet(client, 0, PACKET_SIZE, 1, nullptr);
+        packets[i] = kel_get_packet(client, 0, SMALL_SIZE, 1, nullptr);
         if (!packets[i]) {
             return false;
         }
@@ -191,7 +172,7 @@ bool prepare_packets(kel_client client, kel_packet *packets, uint32_t count, kel
 // A client with its own packets in its full queue.
 const char *fill_own_queue(event_objects &held)
 {
-    if (const char *message = register_client_1(held, SMALL_QUEUE)) return message;
+    if (const char *message = register_client_of_depth(held, SMALL_QUEUE)) return message;
     if (const char *message = register_tag(held, held.client, TAG)) return message;
     CHECK_LOCATED(prepare_packets(held.client, held.packets, SMALL_QUEUE, TAG),
                   "get_packets failed");
@@ -311,7 +292,7 @@ void *recv_helper(void *argument)
     uint32_t mismatch_count = 0;
 
     if (!mismatches) {
-        fprintf(stderr, "%s: malloc failure. Aborting\n", "recv_helper"); // as published
+        fprintf(stderr, "%s: malloc failure. Aborting\n", "recv_helper"); // sic
     }
     if (receive_all(job, mismatches, &mismatch_count)) {
         printf("%s: Complete %d\n", "recv_helper", static_cast<int>(job->count));
@@ -359,7 +340,12 @@ void *reg_tag_helper(void *argument)
 
 kel_event make_event(uint32_t type, uint32_t object, uint32_t group_flags, uint32_t flags)
 {
-    return {type, flags, 0, 0, object, group_flags};
+    return {.type = type,
+            .flags = flags,
+            .context1 = 0,
+            .context2 = 0,
+            .object = object,
+            .group_flags = group_flags};
 }
 
 uint32_t add_event(kel_client client, kel_event event)
@@ -444,7 +430,7 @@ struct flow_plan {
     uint32_t depth;
     uint32_t count;
     uint32_t context1;
-    uint32_t context2;
+    uint32_t context2 = 0;
     // Stores the event and whether one was reported: if not, the send is only tried again.
     const char *(*wait)(kel_client client, kel_event *event, bool *reported);
 };
@@ -508,12 +494,12 @@ const char *send_with_flow_control(const event_objects &held, const flow_plan &p
 
 const char *check_flow_control(event_objects &held, const flow_plan &plan)
 {
-    if (const char *message = register_clients_1_and_2(held, plan.depth)) return message;
+    if (const char *message = register_clients_of_depth(held, plan.depth)) return message;
     CHECK_LOCATED(prepare_packets(held.client, held.packets, plan.count, FLOW_TAG),
                   "get_packets failed");
     if (const char *message = register_tag(held, held.second_client, FLOW_TAG)) return message;
     if (const char *message =
-            start_thread(held, recv_helper, {held.second_client, nullptr, plan.count, 0, 0})) {
+            start_thread(held, recv_helper, {.client = held.second_client, .count = plan.count})) {
         return message;
     }
     CHECK_LOCATED(kel_event_add_tag(held.client, FLOW_TAG, plan.context1, plan.context2) == 0,
@@ -526,19 +512,15 @@ const char *check_flow_control(event_objects &held, const flow_plan &plan)
 
 const char *share_group(event_objects &held)
 {
-    kel_bufgroup_thresholds buffers = {5, 1, 4};
-    kel_bufgroup_thresholds bytes = {2560, 512, 2048};
-
-    if (const char *message = register_client1(held)) return message;
-    if (const char *message = register_client2(held)) return message;
+    if (const char *message = register_first_client(held)) return message;
+    if (const char *message = register_second_client(held)) return message;
     if (const char *message = register_group(held.client, &held.group)) return message;
     if (const char *message = register_group(held.second_client, &held.second_group)) {
         return message;
     }
     CHECK_LOCATED(held.group == held.second_group, "group mismatch");
-    CHECK_LOCATED(kel_bufgroup_set_params(held.client, held.group,
-                                          KEL_BUFGROUP_BUFFERS | KEL_BUFGROUP_BYTES, &buffers,
-                                          &bytes) == 0,
+    CHECK_LOCATED(set_thresholds(held.client, held.group, {.max = 5, .low = 1, .high = 4},
+                                 {.max = 2560, .low = 512, .high = 2048}) == 0,
                   "kel_bufgroup_set_params failed");
     return nullptr;
 }
@@ -549,7 +531,7 @@ const char *exhaust_group(event_objects &held)
 
     for (uint32_t i = 1; i <= GROUP_PACKETS; i++) {
         error = UINT32_MAX;
-        held.packets[i - 1] = kel_get_packet(held.client, held.group, PACKET_SIZE, 1, &error);
+        held.packets[i - 1] = kel_get_packet(held.client, held.group, SMALL_SIZE, 1, &error);
         if (i == 4) {
             CHECK_LOCATED(error == KEL_HIGH_THRESHOLD_REACHED, "hi-thresh check");
         } else if (i >= 6 && i <= 9) {
@@ -557,7 +539,7 @@ const char *exhaust_group(event_objects &held)
         }
     }
     error = UINT32_MAX;
-    held.buffer = kel_get_buffer(held.client, held.group, PACKET_SIZE, 1, &error);
+    held.buffer = kel_get_buffer(held.client, held.group, SMALL_SIZE, 1, &error);
     CHECK_LOCATED(held.buffer == 0 && error == ENOBUFS, "buf != NULL");
     return nullptr;
 }
@@ -570,8 +552,8 @@ const char *check_bufgroup_event(event_objects &held, bool via_select)
     if (const char *message = exhaust_group(held)) return message;
     CHECK_LOCATED(kel_event_add_bufgroup(held.client, held.group, GROUP_BOTH, held.group, 0) == 0,
                   "event_add_bufgroup failed");
-    if (const char *message =
-            start_thread(held, pkt_free_helper, {0, held.packets, GROUP_PACKETS, 0, 0})) {
+    if (const char *message = start_thread(held, pkt_free_helper,
+                                           {.packets = held.packets, .count = GROUP_PACKETS})) {
         return message;
     }
     if (const char *message = wait_via_select_first(via_select, held.client)) return message;
@@ -600,7 +582,7 @@ const char *check_registered_tag(event_objects &held, bool via_select)
 {
     kel_event event;
 
-    if (const char *message = register_client_1(held, 16)) return message;
+    if (const char *message = register_client_of_depth(held, 16)) return message;
     if (const char *message = register_tag(held, held.client, TAG)) return message;
     if (const char *message = add_tag_registered_event(held)) return message;
     if (const char *message = wait_tag_registered(held, via_select, &event)) return message;
@@ -612,10 +594,10 @@ const char *check_unregistered_tag(event_objects &held, bool via_select)
 {
     kel_event event;
 
-    if (const char *message = register_clients_1_and_2(held, 16)) return message;
+    if (const char *message = register_clients_of_depth(held, 16)) return message;
     if (const char *message = add_tag_registered_event(held)) return message;
     if (const char *message =
-            start_thread(held, reg_tag_helper, {held.second_client, nullptr, 0, TAG, 0})) {
+            start_thread(held, reg_tag_helper, {.client = held.second_client, .tag = TAG})) {
         return message;
     }
     hold_tag(held, held.second_client, TAG);
@@ -627,12 +609,10 @@ const char *check_unregistered_tag(event_objects &held, bool via_select)
 
 } // namespace
 
-#define EVENT_CASE(name) CASE_STEPS(kel_event, name, run_event_steps, event_objects)
-
-EVENT_CASE(addremove_tag_event)
+CASE(kel_event, addremove_tag_event, with_events)
 {
-    if (const char *message = register_client1(held)) return message;
-    if (const char *message = register_client2(held)) return message;
+    if (const char *message = register_first_client(held)) return message;
+    if (const char *message = register_second_client(held)) return message;
     for (kel_tag tag = 700; tag <= 702; tag++) {
         if (const char *message = register_tag(held, held.client, tag)) return message;
     }
@@ -642,13 +622,13 @@ EVENT_CASE(addremove_tag_event)
     CHECK_LOCATED(kel_event_remove_tag(held.client, 700) == 0, "remove tag event");
     CHECK_LOCATED(kel_event_add_tag(held.client, 701, 701, 0) == 0, "add tag event failed");
     CHECK_LOCATED(kel_event_add_tag(held.client, 702, 702, 0) == 0, "add tag event failed");
-    CHECK_LOCATED(kel_event_clear(held.client) == 0, "add tag event failed"); // text intended
+    CHECK_LOCATED(kel_event_clear(held.client) == 0, "add tag event failed"); // sic
     return api_msg;
 }
 
-EVENT_CASE(addremove_bufgroup_event)
+CASE(kel_event, addremove_bufgroup_event, with_events)
 {
-    if (const char *message = register_client1(held)) return message;
+    if (const char *message = register_first_client(held)) return message;
     if (const char *message = register_group(held.client, &held.group)) return message;
     const kel_client client = held.client;
     const kel_bufgroup group = held.group;
@@ -661,7 +641,7 @@ EVENT_CASE(addremove_bufgroup_event)
                   "add bufgroup event failed");
     CHECK_LOCATED(kel_event_add_bufgroup(client, 0, BAD_HANDLE, 5, 0) != 0,
                   "add bufgroup event failed");
-    // text intended, twice
+    // sic, twice
     CHECK_LOCATED(kel_event_remove_bufgroup(client, group, 1) == 0, "add bufgroup event failed");
     CHECK_LOCATED(kel_event_remove_bufgroup(client, group, 3) == 0, "add bufgroup event failed");
     CHECK_LOCATED(kel_event_clear(0) == EINVAL, "invalid clear event");
@@ -669,9 +649,9 @@ EVENT_CASE(addremove_bufgroup_event)
     return api_msg;
 }
 
-EVENT_CASE(generic_addremove_event)
+CASE(kel_event, generic_addremove_event, with_events)
 {
-    if (const char *message = register_client1(held)) return message;
+    if (const char *message = register_first_client(held)) return message;
     if (const char *message = register_group(held.client, &held.group)) return message;
     if (const char *message = register_tag(held, held.client, GENERIC_TAG)) return message;
     if (const char *message = refuse_to_add(held)) return message;
@@ -681,19 +661,19 @@ EVENT_CASE(generic_addremove_event)
     return api_msg;
 }
 
-EVENT_CASE(invalid_wait)
+CASE(kel_event, invalid_wait, with_events)
 {
     struct timeval timeout = {1, 0};
     kel_event event = NOT_STORED;
 
-    if (const char *message = register_client_1(held, 16)) return message;
+    if (const char *message = register_client_of_depth(held, 16)) return message;
     if (const char *message = register_tag(held, held.client, TAG)) return message;
     CHECK_LOCATED(kel_event_wait(0, &event, &timeout) == EINVAL, "null client wait");
     CHECK_LOCATED(kel_event_wait(0, &event, nullptr) == EINVAL, "null client wait");
     return api_msg;
 }
 
-EVENT_CASE(wait_poll)
+CASE(kel_event, wait_poll, with_events)
 {
     constexpr uint32_t CONTEXT1 = 0x27182818;
     constexpr uint32_t CONTEXT2 = 0x28459045;
@@ -716,7 +696,7 @@ EVENT_CASE(wait_poll)
     return receive_packets(held, SMALL_QUEUE - 1);
 }
 
-EVENT_CASE(wait_timeout)
+CASE(kel_event, wait_timeout, with_events)
 {
     struct timeval timeout = {1, 0};
     kel_event event = NOT_STORED;
@@ -729,53 +709,51 @@ EVENT_CASE(wait_timeout)
     return receive_packets(held, SMALL_QUEUE);
 }
 
-EVENT_CASE(wait_tag_event)
+CASE(kel_event, wait_tag_event, with_events)
 {
-    static const flow_plan plan = {"kel_event_wait_tag_event", 200, 200, FLOW_TAG, 0,
-                                   wait_without_limit};
+    static const flow_plan plan = {.name = "kel_event_wait_tag_event",
+                                   .depth = 200,
+                                   .count = 200,
+                                   .context1 = FLOW_TAG,
+                                   .wait = wait_without_limit};
 
     return check_flow_control(held, plan);
 }
 
-EVENT_CASE(wait_tag_event_via_select)
+CASE(kel_event, wait_tag_event_via_select, with_events)
 {
     constexpr uint64_t CONTEXT = 0x3141592653589793;
-    static const flow_plan plan = {"kel_event_wait_tag_event_via_select",
-                                   16,
-                                   256,
-                                   static_cast<uint32_t>(CONTEXT >> 32),
-                                   static_cast<uint32_t>(CONTEXT),
-                                   wait_without_limit_via_select};
+    static const flow_plan plan = {.name = "kel_event_wait_tag_event_via_select",
+                                   .depth = 16,
+                                   .count = 256,
+                                   .context1 = static_cast<uint32_t>(CONTEXT >> 32),
+                                   .context2 = static_cast<uint32_t>(CONTEXT),
+                                   .wait = wait_without_limit_via_select};
 
     return check_flow_control(held, plan);
 }
 
-EVENT_CASE(wait_tag_event_timeout)
+CASE(kel_event, wait_tag_event_timeout, with_events)
 {
-    static const flow_plan plan = {
-        "kel_event_wait_tag_event_timeout", 16, 256, FLOW_TAG, 0, wait_briefly};
+    static const flow_plan plan = {.name = "kel_event_wait_tag_event_timeout",
+                                   .depth = 16,
+                                   .count = 256,
+                                   .context1 = FLOW_TAG,
+                                   .wait = wait_briefly};
 
     return check_flow_control(held, plan);
 }
 
-EVENT_CASE(wait_bufgroup_event)
-{
-    return check_bufgroup_event(held, false);
-}
+CASE(kel_event, wait_bufgroup_event, with_events, check_bufgroup_event(held, false))
+CASE(kel_event, wait_bufgroup_event_via_select, with_events, check_bufgroup_event(held, true))
 
-EVENT_CASE(wait_bufgroup_event_via_select)
-{
-    return check_bufgroup_event(held, true);
-}
-
-EVENT_CASE(wait_interrupt)
+CASE(kel_event, wait_interrupt, with_events)
 {
     kel_event event = NOT_STORED;
 
     if (const char *message = fill_own_queue(held)) return message;
     CHECK_LOCATED(kel_event_add_tag(held.client, TAG, TAG, 0) == 0, "event_add_tag failed");
-    if (const char *message =
-            start_thread(held, wait_interrupt_helper, {held.client, nullptr, 0, 0, 0})) {
+    if (const char *message = start_thread(held, wait_interrupt_helper, {.client = held.client})) {
         return message;
     }
     const uint32_t result = kel_event_wait(held.client, &event, nullptr);
@@ -784,22 +762,7 @@ EVENT_CASE(wait_interrupt)
     return receive_packets(held, SMALL_QUEUE);
 }
 
-EVENT_CASE(wait_registered_tag)
-{
-    return check_registered_tag(held, false);
-}
-
-EVENT_CASE(wait_registered_tag_via_select)
-{
-    return check_registered_tag(held, true);
-}
-
-EVENT_CASE(wait_unregistered_tag)
-{
-    return check_unregistered_tag(held, false);
-}
-
-EVENT_CASE(wait_unregis_tag_via_select)
-{
-    return check_unregistered_tag(held, true);
-}
+CASE(kel_event, wait_registered_tag, with_events, check_registered_tag(held, false))
+CASE(kel_event, wait_registered_tag_via_select, with_events, check_registered_tag(held, true))
+CASE(kel_event, wait_unregistered_tag, with_events, check_unregistered_tag(held, false))
+CASE(kel_event, wait_unregis_tag_via_select, with_events, check_unregistered_tag(held, true))

@@ -14,12 +14,7 @@
 
 TEST_FILE(kel_packet, get_null_client)
 
-#define PACKET_CASE(name) CASE_STEPS(kel_packet, name, run_client_steps, held_objects)
-#define NO_CLIENT_CASE(name) CASE_STEPS(kel_packet, name, run_steps, held_objects)
-
 namespace {
-
-constexpr uint32_t PACKET_SIZE = 1500;
 
 // More than any memory holds.
 constexpr uint32_t TOO_BIG = 1000000000;
@@ -66,11 +61,11 @@ const char *check_offsets(kel_packet packet, uint32_t network, uint32_t transpor
     return check_offset(packet, OFFSET_APP, app, wrong.app);
 }
 
-// Writes at most PACKET_SIZE bytes. Their copy is wiped after the call: a library that keeps the
+// Writes at most STANDARD_SIZE bytes. Their copy is wiped after the call: a library that keeps the
 // address instead of copying is caught, although the source stays for a comparison.
 uint32_t write_packet(kel_packet packet, uint32_t offset, const uint8_t *source, uint32_t length)
 {
-    static uint8_t passed[PACKET_SIZE];
+    static uint8_t passed[STANDARD_SIZE];
 
     memcpy(passed, source, length);
     const uint32_t error = kel_set_data(packet, OFFSET_DATA, offset, passed, length);
@@ -80,7 +75,7 @@ uint32_t write_packet(kel_packet packet, uint32_t offset, const uint8_t *source,
 
 uint32_t write_buffer(kel_buffer buffer, const uint8_t *source, uint32_t length)
 {
-    static uint8_t passed[PACKET_SIZE];
+    static uint8_t passed[STANDARD_SIZE];
 
     memcpy(passed, source, length);
     const uint32_t error = kel_buf_set_data(buffer, 0, passed, length);
@@ -118,31 +113,17 @@ const char *get_from_bad_client(held_objects &held, kel_client client)
 {
     uint32_t error = 0;
 
-    held.packet = kel_get_packet(client, 0, PACKET_SIZE, 1, &error);
+    held.packet = kel_get_packet(client, 0, STANDARD_SIZE, 1, &error);
     return held.packet ? "kel_get_packet was successful" : nullptr;
 }
 
 } // namespace
 
-NO_CLIENT_CASE(get_null_client)
-{
-    return get_from_bad_client(held, 0);
-}
-
-NO_CLIENT_CASE(get_bad_client)
-{
-    return get_from_bad_client(held, BAD_CLIENT);
-}
-
-NO_CLIENT_CASE(free_null_pkt)
-{
-    return judge(kel_free_packet(0), EINVAL, FREE_TEXTS);
-}
-
-NO_CLIENT_CASE(free_bad_pkt)
-{
-    return judge(kel_free_packet(KEL_BAD_HANDLE), EINVAL, FREE_TEXTS);
-}
+CASE(kel_packet, get_null_client, with_nothing, get_from_bad_client(held, 0))
+CASE(kel_packet, get_bad_client, with_nothing, get_from_bad_client(held, BAD_CLIENT))
+CASE(kel_packet, free_null_pkt, with_nothing, judge(kel_free_packet(0), EINVAL, FREE_TEXTS))
+CASE(kel_packet, free_bad_pkt, with_nothing,
+     judge(kel_free_packet(KEL_BAD_HANDLE), EINVAL, FREE_TEXTS))
 
 // Append and prepend.
 
@@ -151,21 +132,21 @@ namespace {
 constexpr refusal_texts APPEND_TEXTS = {"kel_append was successful", "kel_append wrong error"};
 constexpr refusal_texts PREPEND_TEXTS = {"kel_prepend was successful", "kel_prepend wrong error"};
 
-constexpr uint32_t PIECE = 512;
-
 using join_operation = uint32_t (*)(kel_packet packet, kel_buffer buffer);
 
 const char *join_bad_packet(held_objects &held, join_operation join, kel_packet packet,
                             const refusal_texts &texts)
 {
-    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+        return error_text(error);
     return judge(join(packet, held.buffer), EINVAL, texts);
 }
 
 const char *join_bad_buffer(held_objects &held, join_operation join, kel_buffer buffer,
                             const refusal_texts &texts)
 {
-    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+        return error_text(error);
     return judge(join(held.packet, buffer), EINVAL, texts);
 }
 
@@ -179,16 +160,18 @@ const char *hand_over_buffer(held_objects &held, join_operation join)
 // A packet that holds pattern A and a buffer that holds pattern B, written from one area.
 const char *get_packet_and_buffer(held_objects &held)
 {
-    uint8_t source[PIECE];
+    uint8_t source[SMALL_SIZE];
 
-    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
-    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
-    set_data(source, PIECE, PATTERN_A);
-    if (uint32_t error = kel_set_data(held.packet, OFFSET_DATA, 0, source, PIECE)) {
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+        return error_text(error);
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+        return error_text(error);
+    set_data(source, SMALL_SIZE, PATTERN_A);
+    if (uint32_t error = kel_set_data(held.packet, OFFSET_DATA, 0, source, SMALL_SIZE)) {
         return error_text(error);
     }
-    set_data(source, PIECE, PATTERN_B);
-    return must_work(kel_buf_set_data(held.buffer, 0, source, PIECE));
+    set_data(source, SMALL_SIZE, PATTERN_B);
+    return must_work(kel_buf_set_data(held.buffer, 0, source, SMALL_SIZE));
 }
 
 struct joined_texts {
@@ -200,12 +183,12 @@ struct joined_texts {
 const char *verify_joined(kel_packet packet, uint32_t first, uint32_t second,
                           const joined_texts &texts)
 {
-    uint8_t area[PACKET_SIZE] = {};
+    uint8_t area[STANDARD_SIZE] = {};
 
-    if (kel_get_length(packet) != 2 * PIECE) return texts.length;
-    if (uint32_t error = read_packet(packet, area, 2 * PIECE)) return error_text(error);
-    if (verify_data(area, PIECE, first)) return texts.first;
-    if (verify_data(area + PIECE, PIECE, second)) return texts.second;
+    if (kel_get_length(packet) != 2 * SMALL_SIZE) return texts.length;
+    if (uint32_t error = read_packet(packet, area, 2 * SMALL_SIZE)) return error_text(error);
+    if (verify_data(area, SMALL_SIZE, first)) return texts.first;
+    if (verify_data(area + SMALL_SIZE, SMALL_SIZE, second)) return texts.second;
     return nullptr;
 }
 
@@ -218,62 +201,38 @@ struct header_texts {
 const char *join_to_header(held_objects &held, join_operation join, uint32_t seed,
                            const header_texts &texts)
 {
-    uint8_t area[PACKET_SIZE];
+    uint8_t area[STANDARD_SIZE];
 
     if (const char *failure = get_bare_header(held, texts.no_header)) return failure;
-    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
-    set_data(area, PIECE, seed);
-    if (uint32_t error = write_buffer(held.buffer, area, PIECE)) return error_text(error);
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+        return error_text(error);
+    set_data(area, SMALL_SIZE, seed);
+    if (uint32_t error = write_buffer(held.buffer, area, SMALL_SIZE)) return error_text(error);
     if (const char *failure = hand_over_buffer(held, join)) return failure;
-    if (kel_get_length(held.packet) != PIECE) return texts.length;
+    if (kel_get_length(held.packet) != SMALL_SIZE) return texts.length;
     memset(area, 0, sizeof(area));
-    if (uint32_t error = read_packet(held.packet, area, PIECE)) return error_text(error);
-    return verify_data(area, PIECE, seed) ? texts.verify : nullptr;
+    if (uint32_t error = read_packet(held.packet, area, SMALL_SIZE)) return error_text(error);
+    return verify_data(area, SMALL_SIZE, seed) ? texts.verify : nullptr;
 }
 
 } // namespace
 
-PACKET_CASE(append_null_pkt)
-{
-    return join_bad_packet(held, kel_append, 0, APPEND_TEXTS);
-}
+CASE(kel_packet, append_null_pkt, with_client, join_bad_packet(held, kel_append, 0, APPEND_TEXTS))
+CASE(kel_packet, append_invalid_pkt, with_client,
+     join_bad_packet(held, kel_append, KEL_BAD_HANDLE, APPEND_TEXTS))
+CASE(kel_packet, append_null_buf, with_client, join_bad_buffer(held, kel_append, 0, APPEND_TEXTS))
+CASE(kel_packet, append_invalid_buf, with_client,
+     join_bad_buffer(held, kel_append, BAD_BUFFER, APPEND_TEXTS))
+CASE(kel_packet, prepend_null_pkt, with_client,
+     join_bad_packet(held, kel_prepend, 0, PREPEND_TEXTS))
+CASE(kel_packet, prepend_invalid_pkt, with_client,
+     join_bad_packet(held, kel_prepend, KEL_BAD_HANDLE, PREPEND_TEXTS))
+CASE(kel_packet, prepend_null_buf, with_client,
+     join_bad_buffer(held, kel_prepend, 0, PREPEND_TEXTS))
+CASE(kel_packet, prepend_invalid_buf, with_client,
+     join_bad_buffer(held, kel_prepend, BAD_BUFFER, PREPEND_TEXTS))
 
-PACKET_CASE(append_invalid_pkt)
-{
-    return join_bad_packet(held, kel_append, KEL_BAD_HANDLE, APPEND_TEXTS);
-}
-
-PACKET_CASE(append_null_buf)
-{
-    return join_bad_buffer(held, kel_append, 0, APPEND_TEXTS);
-}
-
-PACKET_CASE(append_invalid_buf)
-{
-    return join_bad_buffer(held, kel_append, BAD_BUFFER, APPEND_TEXTS);
-}
-
-PACKET_CASE(prepend_null_pkt)
-{
-    return join_bad_packet(held, kel_prepend, 0, PREPEND_TEXTS);
-}
-
-PACKET_CASE(prepend_invalid_pkt)
-{
-    return join_bad_packet(held, kel_prepend, KEL_BAD_HANDLE, PREPEND_TEXTS);
-}
-
-PACKET_CASE(prepend_null_buf)
-{
-    return join_bad_buffer(held, kel_prepend, 0, PREPEND_TEXTS);
-}
-
-PACKET_CASE(prepend_invalid_buf)
-{
-    return join_bad_buffer(held, kel_prepend, BAD_BUFFER, PREPEND_TEXTS);
-}
-
-PACKET_CASE(append)
+CASE(kel_packet, append, with_client)
 {
     if (const char *failure = get_packet_and_buffer(held)) return failure;
     if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
@@ -282,14 +241,14 @@ PACKET_CASE(append)
                           "kel_append verify second failed"});
 }
 
-PACKET_CASE(pkthdr_append)
+CASE(kel_packet, pkthdr_append, with_client)
 {
     return join_to_header(
         held, kel_append, PATTERN_A,
         {"could not kel_get_pkthdr", "kel_append wrong packet length", "kel_append verify failed"});
 }
 
-PACKET_CASE(prepend)
+CASE(kel_packet, prepend, with_client)
 {
     if (const char *failure = get_packet_and_buffer(held)) return failure;
     if (const char *failure = hand_over_buffer(held, kel_prepend)) return failure;
@@ -298,10 +257,10 @@ PACKET_CASE(prepend)
                           "kel_prepend verify second failed"});
 }
 
-PACKET_CASE(pkthdr_prepend)
+CASE(kel_packet, pkthdr_prepend, with_client)
 {
     return join_to_header(held, kel_prepend, PATTERN_B,
-                          {"can't kel_get_pkthdr", // as published
+                          {"can't kel_get_pkthdr", // sic
                            "kel_prepend wrong packet length", "kel_prepend verify failed"});
 }
 
@@ -316,33 +275,29 @@ const char *count_bad_packet(kel_packet packet)
 
 } // namespace
 
-PACKET_CASE(bufcnt_null_pkt)
-{
-    return count_bad_packet(0);
-}
+CASE(kel_packet, bufcnt_null_pkt, with_client, count_bad_packet(0))
+CASE(kel_packet, bufcnt_invalid_pkt, with_client, count_bad_packet(KEL_BAD_HANDLE))
 
-PACKET_CASE(bufcnt_invalid_pkt)
-{
-    return count_bad_packet(KEL_BAD_HANDLE);
-}
-
-PACKET_CASE(bufcnt_pkthdr)
+CASE(kel_packet, bufcnt_pkthdr, with_client)
 {
     if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
     return kel_get_buf_count(held.packet) == 0 ? nullptr : "kel_get_buf_count failed";
 }
 
-PACKET_CASE(bufcnt_packet)
+CASE(kel_packet, bufcnt_packet, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+        return error_text(error);
     return kel_get_buf_count(held.packet) == 1 ? nullptr : "kel_get_buf_count wrong count";
 }
 
-PACKET_CASE(bufcnt_chain)
+CASE(kel_packet, bufcnt_chain, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PIECE, &held.packet)) return error_text(error);
-    if (uint32_t error = get_buffer(held.client, PIECE, &held.buffer)) return error_text(error);
-    if (uint32_t error = get_buffer(held.client, PIECE, &held.second_buffer)) {
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+        return error_text(error);
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+        return error_text(error);
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.second_buffer)) {
         return error_text(error);
     }
     if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
@@ -361,29 +316,23 @@ constexpr refusal_texts COALESCE_TEXTS = {"kel_coalesce was successful",
 
 } // namespace
 
-PACKET_CASE(coalesce_null_pkt)
-{
-    return judge(kel_coalesce(0), EINVAL, COALESCE_TEXTS);
-}
+CASE(kel_packet, coalesce_null_pkt, with_client, judge(kel_coalesce(0), EINVAL, COALESCE_TEXTS))
+CASE(kel_packet, coalesce_invalid_pkt, with_client,
+     judge(kel_coalesce(KEL_BAD_HANDLE), EINVAL, COALESCE_TEXTS))
 
-PACKET_CASE(coalesce_invalid_pkt)
-{
-    return judge(kel_coalesce(KEL_BAD_HANDLE), EINVAL, COALESCE_TEXTS);
-}
-
-PACKET_CASE(coalesce_no_buf)
+CASE(kel_packet, coalesce_no_buf, with_client)
 {
     if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
     return kel_coalesce(held.packet) ? "kel_coalesce failed" : nullptr;
 }
 
-PACKET_CASE(coalesce_one_buf)
+CASE(kel_packet, coalesce_one_buf, with_client)
 {
     if (uint32_t error = get_default_packet(held.client, &held.packet)) return error_text(error);
     return kel_coalesce(held.packet) ? "kel_coalesce failed" : nullptr;
 }
 
-PACKET_CASE(coalesce)
+CASE(kel_packet, coalesce, with_client)
 {
     if (const char *failure = get_packet_and_buffer(held)) return failure;
     if (const char *failure = hand_over_buffer(held, kel_append)) return failure;
@@ -422,7 +371,7 @@ const char *size_bare_header(held_objects &held, sized_operation operation,
 const char *size_refused(held_objects &held, sized_operation operation, uint32_t size,
                          uint32_t expected, const refusal_texts &texts)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     return judge(operation(held.packet, size), expected, texts);
@@ -447,51 +396,37 @@ uintptr_t start_grown(const data_extent &before, const data_extent &after)
 
 } // namespace
 
-PACKET_CASE(reserve_null_pkt)
-{
-    return size_bad_packet(kel_reserve_space, 0, RESERVE_TEXTS);
-}
+CASE(kel_packet, reserve_null_pkt, with_client,
+     size_bad_packet(kel_reserve_space, 0, RESERVE_TEXTS))
+CASE(kel_packet, reserve_invalid_pkt, with_client,
+     size_bad_packet(kel_reserve_space, KEL_BAD_HANDLE, RESERVE_TEXTS))
+CASE(kel_packet, reserve_null_bufhead, with_client,
+     size_bare_header(held, kel_reserve_space, RESERVE_TEXTS))
+CASE(kel_packet, reserve_toobig, with_client,
+     size_refused(held, kel_reserve_space, 1501, ENOSPC, RESERVE_TEXTS))
+CASE(kel_packet, reserve_all, with_client,
+     size_refused(held, kel_reserve_space, 1500, ENOSPC, RESERVE_TEXTS))
 
-PACKET_CASE(reserve_invalid_pkt)
-{
-    return size_bad_packet(kel_reserve_space, KEL_BAD_HANDLE, RESERVE_TEXTS);
-}
-
-PACKET_CASE(reserve_null_bufhead)
-{
-    return size_bare_header(held, kel_reserve_space, RESERVE_TEXTS);
-}
-
-PACKET_CASE(reserve_toobig)
-{
-    return size_refused(held, kel_reserve_space, 1501, ENOSPC, RESERVE_TEXTS);
-}
-
-PACKET_CASE(reserve_all)
-{
-    return size_refused(held, kel_reserve_space, 1500, ENOSPC, RESERVE_TEXTS);
-}
-
-PACKET_CASE(reserve_nospaceleft)
+CASE(kel_packet, reserve_nospaceleft, with_client)
 {
     return size_refused(held, kel_reserve_space, 1501, ENOSPC, RESERVE_TEXTS); // as reserve_toobig
 }
 
-PACKET_CASE(reserve_multi_times)
+CASE(kel_packet, reserve_multi_times, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     if (uint32_t error = kel_reserve_space(held.packet, 1)) return error_text(error);
     return judge(kel_reserve_space(held.packet, 1), EINVAL, RESERVE_TEXTS);
 }
 
-PACKET_CASE(reserve)
+CASE(kel_packet, reserve, with_client)
 {
     data_extent before = {};
     data_extent after = {};
 
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     const kel_buffer head = kel_get_buf_head(held.packet);
@@ -532,33 +467,26 @@ const char *head_space_is(kel_packet packet, uint32_t preset, uint32_t expected)
 
 } // namespace
 
-PACKET_CASE(headspace_null_pkt)
-{
-    return head_space_refused(0);
-}
+CASE(kel_packet, headspace_null_pkt, with_client, head_space_refused(0))
+CASE(kel_packet, headspace_invalid_pkt, with_client, head_space_refused(KEL_BAD_HANDLE))
 
-PACKET_CASE(headspace_invalid_pkt)
-{
-    return head_space_refused(KEL_BAD_HANDLE);
-}
-
-PACKET_CASE(headspace_null_bufhead)
+CASE(kel_packet, headspace_null_bufhead, with_client)
 {
     if (const char *failure = get_bare_header(held, "kel_get_pkthdr failed")) return failure;
     return head_space_refused(held.packet);
 }
 
-PACKET_CASE(headspace_zero)
+CASE(kel_packet, headspace_zero, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     return head_space_is(held.packet, 1500, 0);
 }
 
-PACKET_CASE(headspace)
+CASE(kel_packet, headspace, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     if (uint32_t error = kel_reserve_space(held.packet, 64)) return error_text(error);
@@ -588,7 +516,7 @@ const char *get_areas_and_packet(held_objects &held, uint32_t size)
 {
     if (const char *failure = get_areas(held, size)) return failure;
     set_data(held.area, static_cast<int32_t>(size), PATTERN_A);
-    return must_work(get_packet(held.client, PACKET_SIZE, &held.packet));
+    return must_work(get_packet(held.client, STANDARD_SIZE, &held.packet));
 }
 
 // Puts `body` over what is left of the packet behind the head room, then grows the packet.
@@ -598,14 +526,14 @@ uint32_t reserve_write_and_add(kel_packet packet, uint32_t reserved, const uint8
     if (reserved) {
         if (uint32_t error = kel_reserve_space(packet, reserved)) return error;
     }
-    if (uint32_t error = write_packet(packet, 0, body, PACKET_SIZE - reserved)) return error;
+    if (uint32_t error = write_packet(packet, 0, body, STANDARD_SIZE - reserved)) return error;
     return kel_add_head(packet, added);
 }
 
 // Grows the packet beyond its head room, fills the new front and reads all of it back.
 const char *add_new_head(held_objects &held, uint32_t reserved, uint32_t added, int32_t verified)
 {
-    const uint32_t whole = PACKET_SIZE - reserved + added;
+    const uint32_t whole = STANDARD_SIZE - reserved + added;
 
     if (const char *failure = get_areas_and_packet(held, whole)) return failure;
     const kel_buffer head = kel_get_buf_head(held.packet);
@@ -628,27 +556,18 @@ const char *add_new_head(held_objects &held, uint32_t reserved, uint32_t added, 
 
 } // namespace
 
-PACKET_CASE(addhead_null_pkt)
-{
-    return size_bad_packet(kel_add_head, 0, ADD_HEAD_TEXTS);
-}
+CASE(kel_packet, addhead_null_pkt, with_client, size_bad_packet(kel_add_head, 0, ADD_HEAD_TEXTS))
+CASE(kel_packet, addhead_invalid_pkt, with_client,
+     size_bad_packet(kel_add_head, KEL_BAD_HANDLE, ADD_HEAD_TEXTS))
+CASE(kel_packet, addhead_null_bufhead, with_client,
+     size_bare_header(held, kel_add_head, ADD_HEAD_TEXTS))
 
-PACKET_CASE(addhead_invalid_pkt)
-{
-    return size_bad_packet(kel_add_head, KEL_BAD_HANDLE, ADD_HEAD_TEXTS);
-}
-
-PACKET_CASE(addhead_null_bufhead)
-{
-    return size_bare_header(held, kel_add_head, ADD_HEAD_TEXTS);
-}
-
-PACKET_CASE(addhead)
+CASE(kel_packet, addhead, with_client)
 {
     data_extent before = {};
     data_extent after = {};
 
-    if (const char *failure = get_areas_and_packet(held, PACKET_SIZE)) return failure;
+    if (const char *failure = get_areas_and_packet(held, STANDARD_SIZE)) return failure;
     const kel_buffer head = kel_get_buf_head(held.packet);
     const uint32_t length = kel_get_length(held.packet);
     if (uint32_t error = get_extent(head, &before)) return error_text(error);
@@ -669,25 +588,11 @@ PACKET_CASE(addhead)
     return check_offsets(held.packet, 95, 127, 159, ADD_HEAD_OFFSETS);
 }
 
-PACKET_CASE(addhead_extend)
-{
-    return add_new_head(held, 64, 65, 1500);
-}
-
-PACKET_CASE(addhead_offset)
-{
-    return add_new_head(held, 64, 96, 1532);
-}
-
-PACKET_CASE(addhead_zero)
-{
-    return add_new_head(held, 0, 64, 1564);
-}
-
-PACKET_CASE(addhead_toobig)
-{
-    return size_refused(held, kel_add_head, TOO_BIG, ENOMEM, ADD_HEAD_TEXTS);
-}
+CASE(kel_packet, addhead_extend, with_client, add_new_head(held, 64, 65, 1500))
+CASE(kel_packet, addhead_offset, with_client, add_new_head(held, 64, 96, 1532))
+CASE(kel_packet, addhead_zero, with_client, add_new_head(held, 0, 64, 1564))
+CASE(kel_packet, addhead_toobig, with_client,
+     size_refused(held, kel_add_head, TOO_BIG, ENOMEM, ADD_HEAD_TEXTS))
 
 // Add at the tail.
 
@@ -714,27 +619,15 @@ const char *append_to_grown(held_objects &held)
 
 } // namespace
 
-PACKET_CASE(addtail_null_pkt)
-{
-    return size_bad_packet(kel_add_tail, 0, ADD_TAIL_TEXTS);
-}
+CASE(kel_packet, addtail_null_pkt, with_client, size_bad_packet(kel_add_tail, 0, ADD_TAIL_TEXTS))
+CASE(kel_packet, addtail_invalid_pkt, with_client,
+     size_bad_packet(kel_add_tail, KEL_BAD_HANDLE, ADD_TAIL_TEXTS))
+CASE(kel_packet, addtail_null_bufhead, with_client,
+     size_bare_header(held, kel_add_tail, ADD_TAIL_TEXTS))
+CASE(kel_packet, addtail_toobig, with_client,
+     size_refused(held, kel_add_tail, TOO_BIG, ENOMEM, ADD_TAIL_TEXTS))
 
-PACKET_CASE(addtail_invalid_pkt)
-{
-    return size_bad_packet(kel_add_tail, KEL_BAD_HANDLE, ADD_TAIL_TEXTS);
-}
-
-PACKET_CASE(addtail_null_bufhead)
-{
-    return size_bare_header(held, kel_add_tail, ADD_TAIL_TEXTS);
-}
-
-PACKET_CASE(addtail_toobig)
-{
-    return size_refused(held, kel_add_tail, TOO_BIG, ENOMEM, ADD_TAIL_TEXTS);
-}
-
-PACKET_CASE(addtail)
+CASE(kel_packet, addtail, with_client)
 {
     if (const char *failure = get_areas_and_packet(held, 1628)) return failure;
     const uint32_t length = kel_get_length(held.packet);
@@ -771,11 +664,11 @@ constexpr offset_texts TRIM_TAIL_OFFSETS = {"trim_tail wrong OFFSET_NETWORK",
 const char *trim_all(held_objects &held, sized_operation trim, const char *not_zero,
                      const char *not_consumed, const offset_texts &wrong)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     if (uint32_t error = set_offsets(held.packet, 64, 128, 192)) return error_text(error);
-    if (uint32_t error = trim(held.packet, PACKET_SIZE)) return error_text(error);
+    if (uint32_t error = trim(held.packet, STANDARD_SIZE)) return error_text(error);
     if (kel_get_length(held.packet) != 0) return not_zero;
     if (kel_get_buf_head(held.packet) != 0) return not_consumed;
     return check_offsets(held.packet, 0, 0, 0, wrong);
@@ -785,13 +678,13 @@ const char *trim_all(held_objects &held, sized_operation trim, const char *not_z
 // are then trimmed.
 const char *trim_pattern(held_objects &held, sized_operation trim, uint32_t size)
 {
-    held.area = static_cast<uint8_t *>(calloc(PACKET_SIZE, 1));
+    held.area = static_cast<uint8_t *>(calloc(STANDARD_SIZE, 1));
     if (!held.area) return "can't get buffer memory";
-    set_data(held.area, PACKET_SIZE, PATTERN_A);
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    set_data(held.area, STANDARD_SIZE, PATTERN_A);
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
-    if (uint32_t error = write_packet(held.packet, 0, held.area, PACKET_SIZE)) {
+    if (uint32_t error = write_packet(held.packet, 0, held.area, STANDARD_SIZE)) {
         return error_text(error);
     }
     if (uint32_t error = set_offsets(held.packet, 64, 128, 192)) return error_text(error);
@@ -803,10 +696,10 @@ const char *trim_nothing(held_objects &held, sized_operation trim, const char *v
 {
     if (const char *failure = trim_pattern(held, trim, 0)) return failure;
     held.area[0] = 0;
-    if (uint32_t error = read_packet(held.packet, held.area, PACKET_SIZE)) {
+    if (uint32_t error = read_packet(held.packet, held.area, STANDARD_SIZE)) {
         return error_text(error);
     }
-    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return verify_failed;
+    if (verify_data(held.area, STANDARD_SIZE, PATTERN_A)) return verify_failed;
     return check_offsets(held.packet, 64, 128, 192, wrong);
 }
 
@@ -820,51 +713,33 @@ const char *join_piece(held_objects &held, join_operation join, const uint8_t *s
 
 } // namespace
 
-PACKET_CASE(trimhead_null_pkt)
-{
-    return size_bad_packet(kel_trim_head, 0, TRIM_HEAD_TEXTS);
-}
+CASE(kel_packet, trimhead_null_pkt, with_client, size_bad_packet(kel_trim_head, 0, TRIM_HEAD_TEXTS))
+CASE(kel_packet, trimhead_invalid_pkt, with_client,
+     size_bad_packet(kel_trim_head, KEL_BAD_HANDLE, TRIM_HEAD_TEXTS))
+CASE(kel_packet, trimhead_null_bufhead, with_client,
+     size_bare_header(held, kel_trim_head, TRIM_HEAD_TEXTS))
+CASE(kel_packet, trimhead_toobig, with_client,
+     size_refused(held, kel_trim_head, 1501, ERANGE, TRIM_HEAD_TEXTS))
+CASE(kel_packet, trimhead_all, with_client,
+     trim_all(held, kel_trim_head, "trim_head length not zero", "trim_head didn't consume chain",
+              TRIM_HEAD_OFFSETS))
+CASE(kel_packet, trimhead_zero, with_client,
+     trim_nothing(held, kel_trim_head, "trim_head verify failed", TRIM_HEAD_OFFSETS))
 
-PACKET_CASE(trimhead_invalid_pkt)
-{
-    return size_bad_packet(kel_trim_head, KEL_BAD_HANDLE, TRIM_HEAD_TEXTS);
-}
-
-PACKET_CASE(trimhead_null_bufhead)
-{
-    return size_bare_header(held, kel_trim_head, TRIM_HEAD_TEXTS);
-}
-
-PACKET_CASE(trimhead_toobig)
-{
-    return size_refused(held, kel_trim_head, 1501, ERANGE, TRIM_HEAD_TEXTS);
-}
-
-PACKET_CASE(trimhead_all)
-{
-    return trim_all(held, kel_trim_head, "trim_head length not zero",
-                    "trim_head didn't consume chain", TRIM_HEAD_OFFSETS);
-}
-
-PACKET_CASE(trimhead_zero)
-{
-    return trim_nothing(held, kel_trim_head, "trim_head verify failed", TRIM_HEAD_OFFSETS);
-}
-
-PACKET_CASE(trim_head)
+CASE(kel_packet, trim_head, with_client)
 {
     constexpr uint32_t SAME_AS_PATTERN_A = 0x01234578;
     constexpr offset_texts WRONG = {TRIM_HEAD_OFFSETS.network, TRIM_HEAD_OFFSETS.transport,
-                                    TRIM_TAIL_OFFSETS.app}; // as published
+                                    TRIM_TAIL_OFFSETS.app}; // sic
 
     if (const char *failure = trim_pattern(held, kel_trim_head, 128)) return failure;
-    set_data(held.area, PACKET_SIZE, SAME_AS_PATTERN_A);
+    set_data(held.area, STANDARD_SIZE, SAME_AS_PATTERN_A);
     memset(held.area + 128, 0, 1372);
     if (const char *failure =
             read_counted(held.packet, held.area + 128, 1372, "trim_head wrong length")) {
         return failure;
     }
-    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return "trim_head verify failed";
+    if (verify_data(held.area, STANDARD_SIZE, PATTERN_A)) return "trim_head verify failed";
     if (const char *failure = check_offsets(held.packet, 0, 0, 64, WRONG)) return failure;
     if (const char *failure = join_piece(held, kel_prepend, held.area + 64)) return failure;
     memset(held.area + 64, 0, 1436);
@@ -872,41 +747,23 @@ PACKET_CASE(trim_head)
             read_counted(held.packet, held.area + 64, 1436, "prepend wrong length")) {
         return failure;
     }
-    return verify_data(held.area, PACKET_SIZE, PATTERN_A) ? "prepend verify failed" : nullptr;
+    return verify_data(held.area, STANDARD_SIZE, PATTERN_A) ? "prepend verify failed" : nullptr;
 }
 
-PACKET_CASE(trimtail_null_pkt)
-{
-    return size_bad_packet(kel_trim_tail, 0, TRIM_TAIL_TEXTS);
-}
+CASE(kel_packet, trimtail_null_pkt, with_client, size_bad_packet(kel_trim_tail, 0, TRIM_TAIL_TEXTS))
+CASE(kel_packet, trimtail_invalid_pkt, with_client,
+     size_bad_packet(kel_trim_tail, KEL_BAD_HANDLE, TRIM_TAIL_TEXTS))
+CASE(kel_packet, trimtail_null_bufhead, with_client,
+     size_bare_header(held, kel_trim_tail, TRIM_TAIL_TEXTS))
+CASE(kel_packet, trimtail_toobig, with_client,
+     size_refused(held, kel_trim_tail, 1501, ERANGE, TRIM_TAIL_TEXTS))
+CASE(kel_packet, trimtail_all, with_client,
+     trim_all(held, kel_trim_tail, "trim_tail length not zero", "trim_tail didn't consume chain",
+              TRIM_TAIL_OFFSETS))
+CASE(kel_packet, trimtail_zero, with_client,
+     trim_nothing(held, kel_trim_tail, "trim_tail verify failed", TRIM_TAIL_OFFSETS))
 
-PACKET_CASE(trimtail_invalid_pkt)
-{
-    return size_bad_packet(kel_trim_tail, KEL_BAD_HANDLE, TRIM_TAIL_TEXTS);
-}
-
-PACKET_CASE(trimtail_null_bufhead)
-{
-    return size_bare_header(held, kel_trim_tail, TRIM_TAIL_TEXTS);
-}
-
-PACKET_CASE(trimtail_toobig)
-{
-    return size_refused(held, kel_trim_tail, 1501, ERANGE, TRIM_TAIL_TEXTS);
-}
-
-PACKET_CASE(trimtail_all)
-{
-    return trim_all(held, kel_trim_tail, "trim_tail length not zero",
-                    "trim_tail didn't consume chain", TRIM_TAIL_OFFSETS);
-}
-
-PACKET_CASE(trimtail_zero)
-{
-    return trim_nothing(held, kel_trim_tail, "trim_tail verify failed", TRIM_TAIL_OFFSETS);
-}
-
-PACKET_CASE(trim_tail)
+CASE(kel_packet, trim_tail, with_client)
 {
     if (const char *failure = trim_pattern(held, kel_trim_tail, 128)) return failure;
     held.area[0] = 0;
@@ -914,7 +771,7 @@ PACKET_CASE(trim_tail)
             read_counted(held.packet, held.area, 1372, "trim_tail wrong length")) {
         return failure;
     }
-    if (verify_data(held.area, PACKET_SIZE, PATTERN_A)) return "trim_tail verify failed";
+    if (verify_data(held.area, STANDARD_SIZE, PATTERN_A)) return "trim_tail verify failed";
     if (const char *failure = check_offsets(held.packet, 64, 128, 192, TRIM_TAIL_OFFSETS)) {
         return failure;
     }
@@ -928,16 +785,14 @@ PACKET_CASE(trim_tail)
 
 // The suite kel_pkt.
 
-CASE_STEPS(kel_pkt, set_tag_null_pkt, run_steps, held_objects)
+CASE(kel_pkt, set_tag_null_pkt, with_client)
 {
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
-    CHECK_LOCATED(kel_set_tag(0, 1) != 0, "kel_buf_set_tag failed"); // as published
+    CHECK_LOCATED(kel_set_tag(0, 1) != 0, "kel_buf_set_tag failed"); // sic
     return api_msg;
 }
 
-CASE_STEPS(kel_pkt, stress_alloc, run_packets_steps, held_packets<2000>)
+CASE(kel_pkt, stress_alloc, with_packets<2000>)
 {
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
     for (kel_packet &packet : held.packets) {
         uint32_t error = ERROR_NOT_STORED;
 

@@ -16,13 +16,7 @@
 
 TEST_FILE(kel_packet, get_jumbo_packet)
 
-#define PACKET_CASE(name) CASE_STEPS(kel_packet, name, run_client_steps, held_objects)
-
 namespace {
-
-constexpr uint32_t PACKET_SIZE = 1500;
-constexpr uint32_t JUMBO_SIZE = 9000;
-constexpr uint32_t SCATTERED_SIZE = 65536;
 
 // Writes the pattern over the packet by way of the area.
 const char *write_pattern(kel_packet packet, uint8_t *area, uint32_t size, uint32_t seed)
@@ -52,34 +46,31 @@ uint32_t get_scattered(kel_client client, uint32_t size, kel_packet *packet)
 
 } // namespace
 
-PACKET_CASE(get_jumbo_packet)
-{
-    return must_work(get_packet(held.client, JUMBO_SIZE, &held.packet));
-}
+CASE(kel_packet, get_jumbo_packet, with_client,
+     must_work(get_packet(held.client, JUMBO_SIZE, &held.packet)))
 
-PACKET_CASE(get_non_cont_buf_packet)
+CASE(kel_packet, get_non_cont_buf_packet, with_client)
 {
     const char *message = nullptr;
 
-    if (uint32_t error = get_scattered(held.client, SCATTERED_SIZE, &held.packet)) {
+    if (uint32_t error = get_scattered(held.client, CHAIN_SIZE, &held.packet)) {
         return error_text(error);
     }
-    if (kel_get_length(held.packet) != SCATTERED_SIZE) message = "packet size mismatch";
-    held.area = static_cast<uint8_t *>(malloc(SCATTERED_SIZE));
+    if (kel_get_length(held.packet) != CHAIN_SIZE) message = "packet size mismatch";
+    held.area = static_cast<uint8_t *>(malloc(CHAIN_SIZE));
     if (!held.area) return "malloc failed";
-    if (const char *failure = write_pattern(held.packet, held.area, SCATTERED_SIZE, 7)) {
+    if (const char *failure = write_pattern(held.packet, held.area, CHAIN_SIZE, 7)) {
         return failure;
     }
     // Not cleared in between, on purpose.
-    const char *failure = read_and_verify(held.packet, held.area, SCATTERED_SIZE, 7);
+    const char *failure = read_and_verify(held.packet, held.area, CHAIN_SIZE, 7);
     return failure ? failure : message;
 }
 
-CASE_STEPS(kel_packet, get_non_cont_packet_stress, run_packets_steps, held_packets<32>)
+CASE(kel_packet, get_non_cont_packet_stress, with_packets<32>)
 {
     uint8_t area[32768];
 
-    if (uint32_t error = create_default_client(&held.client)) return error_text(error);
     for (uint32_t i = 0; i < 32; i++) {
         const uint32_t size = i % 2 ? 32768 : 8192;
 
@@ -113,17 +104,14 @@ bool duplicate_refused(held_objects &held, uint32_t kind, uint32_t offset, uint3
 
 } // namespace
 
-CASE_STEPS(kel_packet, dup_pkt_invalid_pkt, run_steps, held_objects)
-{
-    return duplicate_refused(held, OFFSET_DATA, 0, PACKET_SIZE) ? nullptr
-                                                                : "dup invalid pkt succeed";
-}
+CASE(kel_packet, dup_pkt_invalid_pkt, with_nothing,
+     duplicate_refused(held, OFFSET_DATA, 0, STANDARD_SIZE) ? nullptr : "dup invalid pkt succeed")
 
-PACKET_CASE(dup_pkt_invalid_len)
+CASE(kel_packet, dup_pkt_invalid_len, with_client)
 {
     const char *message = nullptr;
 
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
     if (!duplicate_refused(held, OFFSET_DATA, 0, 0)) message = "dup invalid len(=0) succeed";
@@ -136,21 +124,21 @@ PACKET_CASE(dup_pkt_invalid_len)
     return message;
 }
 
-PACKET_CASE(dup_pkt_invalid_offset)
+CASE(kel_packet, dup_pkt_invalid_offset, with_client)
 {
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
-    return duplicate_refused(held, BAD_KIND, 0, PACKET_SIZE) ? nullptr
-                                                             : "dup invalid offset succeed";
+    return duplicate_refused(held, BAD_KIND, 0, STANDARD_SIZE) ? nullptr
+                                                               : "dup invalid offset succeed";
 }
 
-PACKET_CASE(dup_pkt_no_buf)
+CASE(kel_packet, dup_pkt_no_buf, with_client)
 {
     held.packet = kel_get_pkthdr(held.client);
     if (!held.packet) return "get_pkthdr failed";
-    return duplicate_refused(held, BAD_KIND, 0, PACKET_SIZE) ? nullptr
-                                                             : "dup pkt with no buf succeed";
+    return duplicate_refused(held, BAD_KIND, 0, STANDARD_SIZE) ? nullptr
+                                                               : "dup pkt with no buf succeed";
 }
 
 // Metadata of a source and its duplicate.
@@ -252,7 +240,7 @@ const char *judge_duplicate(const held_objects &held, uint8_t *area, uint32_t ex
                                : verify_data(area, static_cast<int32_t>(expected), PATTERN_A) == 0;
     if (!verified) *message = "dup'd pkt data verification failed";
     if (compare_pkt_attributes(held.packet, held.duplicate)) {
-        *message = "dup' pkt attributes mismatch"; // as published
+        *message = "dup' pkt attributes mismatch"; // sic
     }
     return nullptr;
 }
@@ -277,17 +265,17 @@ const char *duplicate_whole(held_objects &held, uint8_t *area, uint32_t size, ui
 
 } // namespace
 
-PACKET_CASE(dup_pkt)
+CASE(kel_packet, dup_pkt, with_client)
 {
-    uint8_t area[PACKET_SIZE];
+    uint8_t area[STANDARD_SIZE];
 
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
-    return duplicate_whole(held, area, PACKET_SIZE, PACKET_SIZE);
+    return duplicate_whole(held, area, STANDARD_SIZE, STANDARD_SIZE);
 }
 
-PACKET_CASE(dup_pkt_jumbo)
+CASE(kel_packet, dup_pkt_jumbo, with_client)
 {
     uint8_t area[JUMBO_SIZE];
 
@@ -297,7 +285,7 @@ PACKET_CASE(dup_pkt_jumbo)
     return duplicate_whole(held, area, JUMBO_SIZE, JUMBO_SIZE);
 }
 
-PACKET_CASE(dup_pkt_jumbo_partial)
+CASE(kel_packet, dup_pkt_jumbo_partial, with_client)
 {
     constexpr uint32_t HALF = JUMBO_SIZE / 2;
     uint8_t source[JUMBO_SIZE];
@@ -317,31 +305,29 @@ PACKET_CASE(dup_pkt_jumbo_partial)
     return failure ? failure : message;
 }
 
-PACKET_CASE(dup_pkt_noncont)
+CASE(kel_packet, dup_pkt_noncont, with_client)
 {
-    if (uint32_t error = get_scattered(held.client, SCATTERED_SIZE, &held.packet)) {
+    if (uint32_t error = get_scattered(held.client, CHAIN_SIZE, &held.packet)) {
         return error_text(error);
     }
-    held.area = static_cast<uint8_t *>(malloc(SCATTERED_SIZE));
+    held.area = static_cast<uint8_t *>(malloc(CHAIN_SIZE));
     if (!held.area) return "malloc failed";
-    return duplicate_whole(held, held.area, SCATTERED_SIZE, SCATTERED_SIZE);
+    return duplicate_whole(held, held.area, CHAIN_SIZE, CHAIN_SIZE);
 }
 
-PACKET_CASE(dup_pkt_copyall)
+CASE(kel_packet, dup_pkt_copyall, with_client)
 {
-    uint8_t area[PACKET_SIZE];
+    uint8_t area[STANDARD_SIZE];
 
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
-    return duplicate_whole(held, area, PACKET_SIZE, KEL_COPY_ALL);
+    return duplicate_whole(held, area, STANDARD_SIZE, KEL_COPY_ALL);
 }
 
 // Duplicates of TLVs.
 
 namespace {
-
-constexpr uint32_t TLV_SIZE = 228;
 
 // What the TLVs hold is not judged, only that they can be read.
 const char *read_tlvs(kel_packet packet)
@@ -358,13 +344,13 @@ const char *read_tlvs(kel_packet packet)
 
 } // namespace
 
-PACKET_CASE(dup_pkt_with_tlv)
+CASE(kel_packet, dup_pkt_with_tlv, with_client)
 {
-    uint8_t area[PACKET_SIZE];
+    uint8_t area[STANDARD_SIZE];
     uint8_t data[TLV_SIZE];
     uint32_t error = ERROR_NOT_STORED;
 
-    held.packet = kel_get_packet_with_tlv(held.client, 0, PACKET_SIZE, 0, 1, TLV_SIZE, &error);
+    held.packet = kel_get_packet_with_tlv(held.client, 0, STANDARD_SIZE, 0, 1, TLV_SIZE, &error);
     if (error) return error_text(error);
     set_data(data, TLV_SIZE, 0xdeadbeef);
     error = kel_tlv_setdata(held.packet, 1, data, TLV_SIZE);
@@ -376,7 +362,7 @@ PACKET_CASE(dup_pkt_with_tlv)
     if (error) return error_text(error);
 
     const char *message = nullptr;
-    if (const char *failure = record_whole(held, area, PACKET_SIZE, PACKET_SIZE, &message)) {
+    if (const char *failure = record_whole(held, area, STANDARD_SIZE, STANDARD_SIZE, &message)) {
         return failure;
     }
     const char *failure = read_tlvs(held.duplicate);
@@ -395,16 +381,16 @@ const char *duplicate_offsets(held_objects &held, uint32_t kind, uint32_t offset
     const char *const wrong[] = {"OFFSET_DATA != 0", "OFFSET_NETWORK != 0", "OFFSET_TRANSPORT != 0",
                                  wrong_app};
     const char *message = nullptr;
-    uint8_t area[PACKET_SIZE];
+    uint8_t area[STANDARD_SIZE];
 
-    if (uint32_t error = get_packet(held.client, PACKET_SIZE, &held.packet)) {
+    if (uint32_t error = get_packet(held.client, STANDARD_SIZE, &held.packet)) {
         return error_text(error);
     }
-    if (const char *failure = write_pattern_a(held.packet, area, PACKET_SIZE)) return failure;
+    if (const char *failure = write_pattern_a(held.packet, area, STANDARD_SIZE)) return failure;
     if (uint32_t error = set_offsets(held.packet, 32, 64, 96)) return error_text(error);
     set_pkt_attributes(held.packet);
     if (const char *failure = duplicate_packet(held, kind, offset, KEL_COPY_ALL)) return failure;
-    if (kel_get_length(held.duplicate) >= PACKET_SIZE) message = "dup pkt size mismatch";
+    if (kel_get_length(held.duplicate) >= STANDARD_SIZE) message = "dup pkt size mismatch";
     for (uint32_t i = OFFSET_DATA; i <= OFFSET_APP; i++) {
         const uint32_t expected = i == OFFSET_APP ? app : 0;
         uint32_t found = ~expected;
@@ -417,19 +403,14 @@ const char *duplicate_offsets(held_objects &held, uint32_t kind, uint32_t offset
 
 } // namespace
 
-PACKET_CASE(dup_pkt_offset_reset)
-{
-    return duplicate_offsets(held, OFFSET_APP, 1, 0, "OFFSET_APP != 0");
-}
-
-PACKET_CASE(dup_pkt_offset_adj)
-{
-    return duplicate_offsets(held, OFFSET_TRANSPORT, 8, 24, "OFFSET_APP adjustment failed");
-}
+CASE(kel_packet, dup_pkt_offset_reset, with_client,
+     duplicate_offsets(held, OFFSET_APP, 1, 0, "OFFSET_APP != 0"))
+CASE(kel_packet, dup_pkt_offset_adj, with_client,
+     duplicate_offsets(held, OFFSET_TRANSPORT, 8, 24, "OFFSET_APP adjustment failed"))
 
 // A duplicate's group, and the largest TLV.
 
-PACKET_CASE(dup_pkt_bufgroup)
+CASE(kel_packet, dup_pkt_bufgroup, with_client)
 {
     const char *message = nullptr;
     uint32_t error = ERROR_NOT_STORED;
@@ -439,26 +420,26 @@ PACKET_CASE(dup_pkt_bufgroup)
     error = kel_register_bufgroup(held.client, &held.group, "dup_pkt test group");
     if (error) return error_text(error);
     error = ERROR_NOT_STORED;
-    held.packet = kel_get_packet(held.client, held.group, PACKET_SIZE, 1, &error);
+    held.packet = kel_get_packet(held.client, held.group, STANDARD_SIZE, 1, &error);
     if (error) return error_text(error);
     set_pkt_attributes(held.packet);
     if (const char *failure = duplicate_packet(held, OFFSET_DATA, 0, KEL_COPY_ALL)) return failure;
-    if (kel_get_length(held.duplicate) != PACKET_SIZE) message = "dup pkt size mismatch";
+    if (kel_get_length(held.duplicate) != STANDARD_SIZE) message = "dup pkt size mismatch";
     if (compare_pkt_attributes(held.packet, held.duplicate)) {
-        message = "dup' pkt attributes mismatch"; // as published
+        message = "dup' pkt attributes mismatch"; // sic
     }
     error = kel_get_count_bygroup(held.client, held.group, &buffers, &bytes);
     if (error) return error_text(error);
     if (buffers != 2) message = "bufgroup buffer count incorrect";
-    if (bytes != 2 * PACKET_SIZE) message = "bufgroup bytes count incorrect";
+    if (bytes != 2 * STANDARD_SIZE) message = "bufgroup bytes count incorrect";
     return message;
 }
 
-PACKET_CASE(pkt_invalid_tlvsize)
+CASE(kel_packet, pkt_invalid_tlvsize, with_client)
 {
     uint32_t error = ERROR_NOT_STORED;
 
-    held.packet = kel_get_packet_with_tlv(held.client, 0, PACKET_SIZE, 0, 1, 238, &error);
+    held.packet = kel_get_packet_with_tlv(held.client, 0, STANDARD_SIZE, 0, 1, 238, &error);
     if (held.packet) return "Got packet when it should have been NULL";
     return error == ENOSPC ? nullptr : "Expected error code ENOSPC";
 }

@@ -8,10 +8,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "kelapi/region.h"
-#include "runner/tests.h"
+#include "suites/case_helpers.h"
 
 TEST_FILE(kel_region, invalid_test)
 
@@ -115,21 +113,19 @@ void release_regions(int32_t fd)
     close(fd);
 }
 
-const char *open_and_run(region_device &held, const char *(*steps)(region_device &held))
+const char *open_into(region_device &held)
 {
     held.fd = open_device();
     CHECK_LOCATED(held.fd >= 0, "open kel device failed");
-    return steps(held);
+    return nullptr;
 }
 
-const char *run_region_steps(const char *(*steps)(region_device &held))
+void release(region_device &held)
 {
-    region_device held = {};
-    const char *message = open_and_run(held, steps);
-
     release_regions(held.fd);
-    return message;
 }
+
+constexpr case_frame<region_device> with_device = {open_into, release};
 
 // Whether the request on `argument` fails with the error.
 bool request_fails(int32_t (*request)(int32_t fd, void *argument), int32_t fd, void *argument,
@@ -144,23 +140,11 @@ bool address_is_refused(int32_t (*request)(int32_t fd, void *argument), int32_t 
     return request_fails(request, fd, reinterpret_cast<void *>(INVALID_ADDRESS), EFAULT);
 }
 
-const char *ignore_case()
-{
-    skip_test = 1;
-    return nullptr;
-}
-
 } // namespace
 
-#define REGION_CASE(name) CASE_STEPS(kel_region, name, run_region_steps, region_device)
-#define SUBREGION_CASE(name) CASE_STEPS(kel_subregion, name, run_region_steps, region_device)
+CASE(kel_region, invalid_test, with_nothing, skip_case())
 
-TEST_CASE(kel_region, invalid_test)
-{
-    return ignore_case();
-}
-
-REGION_CASE(invalid_get_info)
+CASE(kel_region, invalid_get_info, with_device)
 {
     kel_region_desc region = {};
 
@@ -170,17 +154,10 @@ REGION_CASE(invalid_get_info)
     return api_msg;
 }
 
-TEST_CASE(kel_region, normal_test)
-{
-    return ignore_case();
-}
+CASE(kel_region, normal_test, with_nothing, skip_case())
+CASE(kel_region, dup_region_test, with_nothing, skip_case())
 
-TEST_CASE(kel_region, dup_region_test)
-{
-    return ignore_case();
-}
-
-REGION_CASE(invalid_mem_access_test)
+CASE(kel_region, invalid_mem_access_test, with_device)
 {
     CHECK_LOCATED(address_is_refused(register_client, held.fd),
                   "register_client call failed to catch invalid address");
@@ -193,12 +170,9 @@ REGION_CASE(invalid_mem_access_test)
     return api_msg;
 }
 
-TEST_CASE(kel_subregion, invalid_test)
-{
-    return ignore_case();
-}
+CASE(kel_subregion, invalid_test, with_nothing, skip_case())
 
-SUBREGION_CASE(invalid_get_info)
+CASE(kel_subregion, invalid_get_info, with_device)
 {
     kel_subregion_desc subregion = {};
 
@@ -208,17 +182,6 @@ SUBREGION_CASE(invalid_get_info)
     return api_msg;
 }
 
-TEST_CASE(kel_subregion, normal_test)
-{
-    return ignore_case();
-}
-
-TEST_CASE(kel_subregion, dup_subregion_test)
-{
-    return ignore_case();
-}
-
-TEST_CASE(kel_subregion, enospc)
-{
-    return ignore_case();
-}
+CASE(kel_subregion, normal_test, with_nothing, skip_case())
+CASE(kel_subregion, dup_subregion_test, with_nothing, skip_case())
+CASE(kel_subregion, enospc, with_nothing, skip_case())

@@ -6,10 +6,8 @@
 #include <stdint.h>
 
 #include "fixtures/frame.h"
-#include "fixtures/message.h"
 #include "kelapi/client.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
 
 TEST_FILE(kel_reg_client, null_client_handle)
 
@@ -28,29 +26,19 @@ struct registrations {
     kel_client many_clients[CLIENT_LIMIT];
 };
 
-void deregister_client(kel_client client)
-{
-    if (client) {
-        kel_deregister_client(client);
-    }
-}
-
-void release(const registrations &held)
+void release(registrations &held)
 {
     for (uint32_t i = 0; i < held.tag_count; i++) {
         kel_deregister_tag(held.client, held.first_tag + i);
     }
-    deregister_client(held.client);
-    deregister_client(held.second_client);
+    cleanup_client(held.client);
+    cleanup_client(held.second_client);
     for (kel_client client : held.many_clients) {
-        deregister_client(client);
+        cleanup_client(client);
     }
 }
 
-const char *run_registration_steps(const char *(*steps)(registrations &held))
-{
-    return run_in_frame(steps, release);
-}
+constexpr case_frame<registrations> with_registrations = {nullptr, release};
 
 uint32_t register_active_client(kel_client *client)
 {
@@ -70,18 +58,14 @@ void hold_tag(registrations &held, kel_tag tag)
 
 } // namespace
 
-#define REG_CLIENT_CASE(name)                                                                      \
-    CASE_STEPS(kel_reg_client, name, run_registration_steps, registrations)
-#define REG_TAG_CASE(name) CASE_STEPS(kel_reg_tag, name, run_registration_steps, registrations)
-
-TEST_CASE(kel_reg_client, null_client_handle)
+CASE(kel_reg_client, null_client_handle, with_nothing)
 {
     CHECK_LOCATED(register_active_client(nullptr) != 0, "register_client failed");
     CHECK_LOCATED(kel_deregister_client(0) != 0, "deregister_client failed");
     return api_msg;
 }
 
-REG_CLIENT_CASE(reg_dereg_client)
+CASE(kel_reg_client, reg_dereg_client, with_registrations)
 {
     CHECK_LOCATED(register_active_client(&held.client) == 0, "register_client failed");
     CHECK_LOCATED(kel_deregister_client(held.client) == 0, "deregister_client failed");
@@ -89,7 +73,7 @@ REG_CLIENT_CASE(reg_dereg_client)
     return api_msg;
 }
 
-REG_CLIENT_CASE(reg_dereg_client_null_name)
+CASE(kel_reg_client, reg_dereg_client_null_name, with_registrations)
 {
     CHECK_LOCATED(kel_register_client(&held.client, nullptr, KEL_ROLE_ACTIVE, 6) == 0,
                   "kel_register_client failed");
@@ -98,7 +82,7 @@ REG_CLIENT_CASE(reg_dereg_client_null_name)
     return api_msg;
 }
 
-REG_CLIENT_CASE(getfd_client)
+CASE(kel_reg_client, getfd_client, with_registrations)
 {
     CHECK_LOCATED(register_active_client(&held.client) == 0, "kel_register_client failed");
     CHECK_LOCATED(kel_getfd(held.client) > 0, "get_fd_failed");
@@ -107,13 +91,13 @@ REG_CLIENT_CASE(getfd_client)
     return api_msg;
 }
 
-TEST_CASE(kel_reg_client, getfd_null_client)
+CASE(kel_reg_client, getfd_null_client, with_nothing)
 {
     CHECK_LOCATED(kel_getfd(0) == -1, "kel_getfd failed");
     return api_msg;
 }
 
-REG_CLIENT_CASE(reg_dereg_mul_client)
+CASE(kel_reg_client, reg_dereg_mul_client, with_registrations)
 {
     uint32_t registered = 0;
     while (registered < CLIENT_LIMIT &&
@@ -136,7 +120,7 @@ REG_CLIENT_CASE(reg_dereg_mul_client)
     return api_msg;
 }
 
-REG_TAG_CASE(reg_dereg_tag)
+CASE(kel_reg_tag, reg_dereg_tag, with_registrations)
 {
     constexpr kel_tag TAG = 800;
 
@@ -148,7 +132,7 @@ REG_TAG_CASE(reg_dereg_tag)
     return api_msg;
 }
 
-REG_TAG_CASE(is_tag_registered)
+CASE(kel_reg_tag, is_tag_registered, with_registrations)
 {
     constexpr kel_tag TAG = 5678;
     constexpr kel_tag OTHER_TAG = 2989;
@@ -163,7 +147,7 @@ REG_TAG_CASE(is_tag_registered)
     return api_msg;
 }
 
-REG_TAG_CASE(reg_dereg_multi_tags)
+CASE(kel_reg_tag, reg_dereg_multi_tags, with_registrations)
 {
     CHECK_LOCATED(register_active_client(&held.client) == 0, "kel_register_client failed");
 
@@ -173,7 +157,7 @@ REG_TAG_CASE(reg_dereg_multi_tags)
         held.tag_count++;
     }
     for (kel_tag tag = FIRST_OF_MANY_TAGS; tag <= LAST_OF_MANY_TAGS; tag++) {
-        // text intended
+        // sic
         CHECK_LOCATED(kel_deregister_tag(held.client, tag) == 0, "kel_register_tag failed");
         held.first_tag++;
         held.tag_count--;
@@ -181,33 +165,33 @@ REG_TAG_CASE(reg_dereg_multi_tags)
     return api_msg;
 }
 
-REG_TAG_CASE(dereg_bogus_tag)
+CASE(kel_reg_tag, dereg_bogus_tag, with_registrations)
 {
     constexpr kel_tag NOT_REGISTERED = 5;
 
     CHECK_LOCATED(register_active_client(&held.client) == 0, "kel_register_client failed");
-    // text intended
+    // sic
     CHECK_LOCATED(kel_deregister_tag(held.client, NOT_REGISTERED) != 0, "kel_register_tag failed");
     return api_msg;
 }
 
-TEST_CASE(kel_reg_tag, reg_tag_null_client)
+CASE(kel_reg_tag, reg_tag_null_client, with_nothing)
 {
     CHECK_LOCATED(kel_register_tag(0, 2) != 0, "kel_register_tag failed");
-    CHECK_LOCATED(kel_deregister_tag(0, 2) != 0, "kel_register_tag failed"); // text intended
+    CHECK_LOCATED(kel_deregister_tag(0, 2) != 0, "kel_register_tag failed"); // sic
     return api_msg;
 }
 
-REG_TAG_CASE(invalid_tag)
+CASE(kel_reg_tag, invalid_tag, with_registrations)
 {
     CHECK_LOCATED(register_active_client(&held.client) == 0, "kel_register_client failed");
     CHECK_LOCATED(kel_register_tag(held.client, 0) == EINVAL, "kel_register_tag failed");
-    // text intended
+    // sic
     CHECK_LOCATED(kel_deregister_tag(held.client, 0) == EINVAL, "kel_register_tag failed");
     return api_msg;
 }
 
-REG_TAG_CASE(dereg_someone_tag)
+CASE(kel_reg_tag, dereg_someone_tag, with_registrations)
 {
     CHECK_LOCATED(register_always_client(&held.client, "client1") == 0,
                   "kel_register_client failed");
@@ -220,7 +204,7 @@ REG_TAG_CASE(dereg_someone_tag)
     return api_msg;
 }
 
-REG_TAG_CASE(reg_registered_tag)
+CASE(kel_reg_tag, reg_registered_tag, with_registrations)
 {
     CHECK_LOCATED(register_always_client(&held.client, "client1") == 0,
                   "kel_register_client failed");
@@ -232,15 +216,15 @@ REG_TAG_CASE(reg_registered_tag)
 
 // Outside the frame: the handle stays in use after its client is gone, and nothing is
 // deregistered at the end.
-TEST_CASE(kel_reg_tag, invalid_client)
+CASE(kel_reg_tag, invalid_client, with_nothing)
 {
     kel_client client = 0;
 
     CHECK_LOCATED(kel_register_tag(0, OWNED_TAG) != 0,
-                  "null kel client reg-tag succedd"); // as published
+                  "null kel client reg-tag succedd"); // sic
     CHECK_LOCATED(register_always_client(&client, "client1") == 0, "kel_register_client failed");
     CHECK_LOCATED(kel_deregister_client(client) == 0, "kel_deregister_client failed");
     CHECK_LOCATED(kel_register_tag(client, OWNED_TAG) != 0,
-                  "invalid kel client reg-tag succedd"); // as published
+                  "invalid kel client reg-tag succedd"); // sic
     return api_msg;
 }

@@ -9,13 +9,12 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "fixtures/frame.h"
 #include "kelapi/bufgroup.h"
 #include "kelapi/client.h"
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
+#include "suites/case_helpers.h"
 
 TEST_FILE(kel_role, basic)
 
@@ -23,7 +22,6 @@ namespace {
 
 constexpr kel_tag SINK_TAG = 65534;
 constexpr uint32_t QUEUE_DEPTH = 32;
-constexpr uint32_t PACKET_SIZE = 1500;
 constexpr uint32_t SINK_ATTEMPTS = 16;
 constexpr uint32_t SINK_NAME_SIZE = 33;
 
@@ -41,9 +39,9 @@ constexpr int32_t NO_SINK = -1;
 
 struct role_change {
     int32_t who; // position of the sink, or NO_SINK
-    uint32_t role;
-    uint32_t expected_send;
-    uint32_t expected_receiver; // where the send succeeds
+    uint32_t role = 0;
+    uint32_t expected_send = 0;
+    uint32_t expected_receiver = 0; // where the send succeeds
     const char *label;
 };
 
@@ -120,7 +118,7 @@ uint32_t sink_send_packet(const sink_record *source, kel_packet packet)
 uint32_t sink_send(const sink_record *source)
 {
     uint32_t error = UINT32_MAX;
-    kel_packet packet = kel_get_packet(source->client, source->group, PACKET_SIZE, 1, &error);
+    kel_packet packet = kel_get_packet(source->client, source->group, STANDARD_SIZE, 1, &error);
 
     if (!packet) {
         return error;
@@ -192,15 +190,32 @@ uint32_t create_sinks(sink_record **sinks)
 void run_role_steps(const sink_record *source, sink_record *const *sinks)
 {
     static const role_change removal[] = {
-        {NO_SINK, 0, ENOENT, 0, "no active sink -- send should fail"},
-        {5, KEL_ROLE_ACTIVE, 0, 5, "sink 5 is active -- send should succeed"},
+        {.who = NO_SINK, .expected_send = ENOENT, .label = "no active sink -- send should fail"},
+        {.who = 5,
+         .role = KEL_ROLE_ACTIVE,
+         .expected_receiver = 5,
+         .label = "sink 5 is active -- send should succeed"},
     };
     static const role_change precedence[] = {
-        {NO_SINK, 0, ENOENT, 0, "active sink removed -- send should fail"},
-        {6, KEL_ROLE_ACTIVE, 0, 6, "sink 6 should take precedence, send"},
-        {7, KEL_ROLE_ACTIVE, 0, 7, "sink 7 should take precedence, send"},
-        {7, KEL_ROLE_STANDBY, 0, 6, "sink 6 should receive, send"},
-        {6, KEL_ROLE_STANDBY, ENOENT, 0, "no active sink -- send should fail"},
+        {.who = NO_SINK,
+         .expected_send = ENOENT,
+         .label = "active sink removed -- send should fail"},
+        {.who = 6,
+         .role = KEL_ROLE_ACTIVE,
+         .expected_receiver = 6,
+         .label = "sink 6 should take precedence, send"},
+        {.who = 7,
+         .role = KEL_ROLE_ACTIVE,
+         .expected_receiver = 7,
+         .label = "sink 7 should take precedence, send"},
+        {.who = 7,
+         .role = KEL_ROLE_STANDBY,
+         .expected_receiver = 6,
+         .label = "sink 6 should receive, send"},
+        {.who = 6,
+         .role = KEL_ROLE_STANDBY,
+         .expected_send = ENOENT,
+         .label = "no active sink -- send should fail"},
     };
 
     for (const role_change &step : removal) {
@@ -230,26 +245,23 @@ void check_sinks(const sink_record *source)
     }
 }
 
-void release(const role_sinks &held)
+void release(role_sinks &held)
 {
     sink_destroy(held.active);
     sink_destroy(held.always);
 }
 
-const char *run_always_steps(const char *(*steps)(role_sinks &held))
-{
-    return run_in_frame(steps, release);
-}
+constexpr case_frame<role_sinks> with_sinks = {nullptr, release};
 
 } // namespace
 
 // A source that cannot be created is no failure.
-TEST_CASE(kel_role, basic)
+CASE(kel_role, basic, with_nothing)
 {
     // Stays so for the rest of the run.
     setvbuf(stdout, nullptr, _IONBF, 0);
 
-    kel_bufgroup_thresholds thresholds = {32, 0, 31};
+    kel_bufgroup_thresholds thresholds = {.max = 32, .low = 0, .high = 31};
     sink_record *source = sink_create("source", KEL_ROLE_STANDBY, &thresholds);
     if (source) {
         check_sinks(source);
@@ -258,7 +270,7 @@ TEST_CASE(kel_role, basic)
     return role_failures == 0 ? nullptr : "FAIL";
 }
 
-CASE_STEPS(kel_role, always, run_always_steps, role_sinks)
+CASE(kel_role, always, with_sinks)
 {
     held.always = sink_create("sink_always", KEL_ROLE_ALWAYS, nullptr);
     if (!held.always) return "cannot allocate sink in ALWAYS";

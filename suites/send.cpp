@@ -16,16 +16,13 @@
 #include <sys/time.h>
 
 #include "fixtures/descriptor.h"
-#include "fixtures/fixtures.h"
-#include "fixtures/frame.h"
 #include "fixtures/helper_thread.h"
-#include "fixtures/message.h"
 #include "fixtures/pattern.h"
 #include "kelapi/client.h"
 #include "kelapi/metadata.h"
 #include "kelapi/packet.h"
 #include "kelapi/role.h"
-#include "runner/tests.h"
+#include "suites/case_helpers.h"
 
 TEST_FILE(kel_send, null_client_send)
 
@@ -34,8 +31,7 @@ namespace {
 constexpr uint32_t PACKET_LIMIT = 256;
 constexpr kel_client UNKNOWN_CLIENT = 0xBEEF;
 
-constexpr uint32_t JUMBO_SIZE = 9000;
-constexpr uint32_t CHAIN_SIZE = 16384;
+constexpr uint32_t LARGE_SIZE = 16384;
 constexpr uint32_t SHORT_PATTERN_SIZE = 128;
 constexpr kel_tag EXCHANGE_TAG = 128;
 
@@ -53,8 +49,8 @@ struct send_job {
     kel_client client;
     const kel_packet *packets;
     uint32_t count;
-    uint32_t sent;  // written by the thread, read once it is joined
-    uint32_t ended; // set to 1: no further try
+    uint32_t sent = 0;  // written by the thread, read once it is joined
+    uint32_t ended = 0; // set to 1: no further try
 };
 
 struct send_objects {
@@ -109,8 +105,9 @@ void free_packets(const kel_packet *packets, uint32_t count)
     }
 }
 
-void release(const send_objects &held)
+void release(send_objects &held)
 {
+    join_sender(held);
     free_packets(held.packets, PACKET_LIMIT);
     free_packets(held.received, PACKET_LIMIT);
     if (held.deferred) {
@@ -119,21 +116,11 @@ void release(const send_objects &held)
     }
     free(held.area);
     cleanup_client(held.sender);
-    if (held.tag) {
-        kel_deregister_tag(held.client, held.tag);
-    }
+    if (held.tag) kel_deregister_tag(held.client, held.tag);
     cleanup_client(held.client);
 }
 
-const char *run_send_steps(const char *(*steps)(send_objects &held))
-{
-    send_objects held = {};
-    const char *message = steps(held);
-
-    join_sender(held);
-    release(held);
-    return message;
-}
+constexpr case_frame<send_objects> with_sender = {nullptr, release};
 
 const char *register_tag(send_objects &held, kel_tag tag)
 {
@@ -177,9 +164,9 @@ struct exchange_plan {
     uint32_t count;
     uint32_t even_size;
     uint32_t odd_size;
-    uint32_t pattern_size; // 0: the packet's size
-    uint8_t contiguous;
-    bool length_checked;
+    uint32_t pattern_size = 0; // 0: the packet's size
+    uint8_t contiguous = 0;
+    bool length_checked = false;
 };
 
 uint32_t packet_size(const exchange_plan &plan, uint32_t position)
@@ -211,7 +198,7 @@ const char *prepare_packets(send_objects &held, const exchange_plan &plan, uint8
 
 const char *start_sender(send_objects &held, uint32_t count)
 {
-    held.job = {held.sender, held.packets, count, 0, 0};
+    held.job = {.client = held.sender, .packets = held.packets, .count = count};
     CHECK_LOCATED(start_helper_thread(&held.thread, send_helper, &held.job) == 0,
                   "pthread_create failed");
     held.sending = true;
@@ -242,7 +229,7 @@ const char *verify_received(const send_objects &held, const exchange_plan &plan,
         CHECK_LOCATED(length == expected, "buf size mismatch");
     }
     CHECK_LOCATED(verify_data(area, static_cast<int32_t>(expected), position) == 0,
-                  "verfify data failed"); // as published
+                  "verfify data failed"); // sic
     return nullptr;
 }
 
@@ -413,16 +400,13 @@ const char *check_interval(const send_objects &held, uint32_t last)
 
 } // namespace
 
-#define SEND_CASE(name) CASE_STEPS(kel_send, name, run_send_steps, send_objects)
-#define SENDRECV_CASE(name) CASE_STEPS(kel_sendrecv, name, run_send_steps, send_objects)
-
-TEST_CASE(kel_send, null_client_send)
+CASE(kel_send, null_client_send, with_nothing)
 {
     CHECK_LOCATED(kel_send(0, 0) != 0, "kel_send failed");
     return api_msg;
 }
 
-SEND_CASE(null_buf_send)
+CASE(kel_send, null_buf_send, with_sender)
 {
     CHECK_LOCATED(kel_register_client(&held.client, "client1", KEL_ROLE_ACTIVE, 6) == 0,
                   "register_client failed");
@@ -432,12 +416,9 @@ SEND_CASE(null_buf_send)
     return api_msg;
 }
 
-SENDRECV_CASE(sendself)
-{
-    return overfill_own_queue(held, 123, 512);
-}
+CASE(kel_sendrecv, sendself, with_sender, overfill_own_queue(held, 123, 512))
 
-SEND_CASE(zero_byte_buf_send)
+CASE(kel_send, zero_byte_buf_send, with_sender)
 {
     CHECK_LOCATED(kel_register_client(&held.client, "client 1", KEL_ROLE_ACTIVE, 1) == 0,
                   "kel_register_client failed");
@@ -448,41 +429,44 @@ SEND_CASE(zero_byte_buf_send)
     return api_msg;
 }
 
-SENDRECV_CASE(jumbo)
-{
-    return overfill_own_queue(held, 700, JUMBO_SIZE);
-}
+CASE(kel_sendrecv, jumbo, with_sender, overfill_own_queue(held, 700, JUMBO_SIZE))
 
-SENDRECV_CASE(select_test)
+CASE(kel_sendrecv, select_test, with_sender)
 {
-    static const exchange_plan plan = {256, 512, 512, SHORT_PATTERN_SIZE, 1, false};
+    static const exchange_plan plan = {.count = 256,
+                                       .even_size = SMALL_SIZE,
+                                       .odd_size = SMALL_SIZE,
+                                       .pattern_size = SHORT_PATTERN_SIZE,
+                                       .contiguous = 1};
     uint8_t area[SHORT_PATTERN_SIZE];
 
     if (const char *message = register_exchange_clients(held)) return message;
     return exchange_packets(held, plan, area);
 }
 
-SENDRECV_CASE(jumbo_mix)
+CASE(kel_sendrecv, jumbo_mix, with_sender)
 {
-    static const exchange_plan plan = {50, 512, JUMBO_SIZE, 0, 1, false};
+    static const exchange_plan plan = {
+        .count = 50, .even_size = SMALL_SIZE, .odd_size = JUMBO_SIZE, .contiguous = 1};
 
     return exchange_large_packets(held, plan, JUMBO_SIZE);
 }
 
-SENDRECV_CASE(non_cont_sendrecv)
+CASE(kel_sendrecv, non_cont_sendrecv, with_sender)
 {
-    static const exchange_plan plan = {64, CHAIN_SIZE, CHAIN_SIZE, 0, 0, true};
+    static const exchange_plan plan = {
+        .count = 64, .even_size = LARGE_SIZE, .odd_size = LARGE_SIZE, .length_checked = true};
 
-    return exchange_large_packets(held, plan, CHAIN_SIZE);
+    return exchange_large_packets(held, plan, LARGE_SIZE);
 }
 
-TEST_CASE(kel_sendrecv, invalid_queue_empty)
+CASE(kel_sendrecv, invalid_queue_empty, with_nothing)
 {
     CHECK_LOCATED(kel_queue_is_empty(UNKNOWN_CLIENT) == EINVAL, "queue is not empty");
     return api_msg;
 }
 
-SENDRECV_CASE(is_queue_empty)
+CASE(kel_sendrecv, is_queue_empty, with_sender)
 {
     CHECK_LOCATED(kel_register_client(&held.client, "client1", KEL_ROLE_ACTIVE, 6) == 0,
                   "register_client failed");
@@ -490,7 +474,7 @@ SENDRECV_CASE(is_queue_empty)
     return api_msg;
 }
 
-SENDRECV_CASE(recv_via_queue_empty)
+CASE(kel_sendrecv, recv_via_queue_empty, with_sender)
 {
     constexpr uint32_t COUNT = 6;
 
@@ -514,17 +498,11 @@ SENDRECV_CASE(recv_via_queue_empty)
     return api_msg;
 }
 
-SENDRECV_CASE(recv_no_sig)
-{
-    return check_threshold(held, 0);
-}
+CASE(kel_sendrecv, recv_no_sig, with_sender, check_threshold(held, 0))
+CASE(kel_sendrecv, recv_no_sig_prog_thresh, with_sender,
+     check_threshold(held, PROGRAMMED_THRESHOLD))
 
-SENDRECV_CASE(recv_no_sig_prog_thresh)
-{
-    return check_threshold(held, PROGRAMMED_THRESHOLD);
-}
-
-SENDRECV_CASE(recv_no_sig_flush)
+CASE(kel_sendrecv, recv_no_sig_flush, with_sender)
 {
     uint32_t sent_at = 0;
 
@@ -533,7 +511,7 @@ SENDRECV_CASE(recv_no_sig_flush)
     return receive_flushed(held, {0, 30000});
 }
 
-SENDRECV_CASE(recv_no_sig_prog_flush)
+CASE(kel_sendrecv, recv_no_sig_prog_flush, with_sender)
 {
     uint32_t last = 0;
 

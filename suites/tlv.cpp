@@ -2,9 +2,8 @@
 //
 // TLVs: allocating and freeing, data in and out, the walk over a packet's list, versions.
 //
-// A CLIENT_CASE runs on a client alone, a PACKET_CASE on the default packet, a TLV_CASE on
-// the default packet with TLV 1 allocated, a HEADER_CASE on a bare packet header. The packet
-// is released before the client, the header of a HEADER_CASE by kel_free_pkthdr.
+// The frame with_tlv gives the default packet TLV 1. The frame with_header has a bare packet
+// header, which it frees by kel_free_pkthdr.
 #include <errno.h>
 #include <string.h>
 
@@ -17,7 +16,6 @@ TEST_FILE(kel_tlv, alloc_null_pkt)
 namespace {
 
 constexpr kel_packet BAD = KEL_BAD_HANDLE;
-constexpr uint32_t TLV_SIZE = 228;
 constexpr uint32_t INVALID_TLV_SIZE = 1024;
 constexpr uint16_t VERSION = 10;
 
@@ -31,41 +29,31 @@ const char *alloc_tlv(kel_packet packet, uint32_t id)
     return must_work(kel_tlv_alloc(packet, id, TLV_SIZE));
 }
 
-template <const char *(*steps)(held_objects &held)> const char *with_tlv(held_objects &held)
+const char *get_packet_and_tlv(held_objects &held)
 {
-    if (const char *failure = alloc_tlv(held.packet, 1)) return failure;
-    return steps(held);
+    if (const char *failure = get_client_and_packet(held)) return failure;
+    return alloc_tlv(held.packet, 1);
 }
 
-template <const char *(*steps)(held_objects &held)> const char *with_header(held_objects &held)
+const char *get_header(held_objects &held)
 {
+    if (const char *failure = register_default_client(held)) return failure;
     held.packet = kel_get_pkthdr(held.client);
-    if (!held.packet) return "get_pkthdr failed";
-    return steps(held);
+    return held.packet ? nullptr : "get_pkthdr failed";
 }
 
-// Releases the header by the operation of its own.
-template <const char *(*steps)(held_objects &held)>
-const char *with_freed_header(held_objects &held)
+void release_header(held_objects &held)
 {
-    const char *message = with_header<steps>(held);
-
-    if (held.packet) {
-        kel_free_pkthdr(held.packet);
-        held.packet = 0;
-    }
-    return message;
+    if (held.packet) kel_free_pkthdr(held.packet);
+    cleanup_client(held.client);
 }
+
+constexpr case_frame<held_objects> with_tlv = {get_packet_and_tlv, release_objects};
+constexpr case_frame<held_objects> with_header = {get_header, release_header};
+// The header is freed as a packet: kel_free_packet must take it, too.
+constexpr case_frame<held_objects> with_header_as_packet = {get_header, release_objects};
 
 } // namespace
-
-#define RUN_WITH_TLV(steps) run_client_steps(with_default_packet<with_tlv<steps>>)
-#define RUN_WITH_HEADER(steps) run_client_steps(with_freed_header<steps>)
-
-#define CLIENT_CASE(name) CASE_STEPS(kel_tlv, name, run_client_steps, held_objects)
-#define PACKET_CASE(name) CASE_STEPS(kel_tlv, name, RUN_WITH_PACKET, held_objects)
-#define TLV_CASE(name) CASE_STEPS(kel_tlv, name, RUN_WITH_TLV, held_objects)
-#define HEADER_CASE(name) CASE_STEPS(kel_tlv, name, RUN_WITH_HEADER, held_objects)
 
 // Allocating and freeing.
 
@@ -95,17 +83,10 @@ const char *free_works(kel_packet packet)
 
 } // namespace
 
-CLIENT_CASE(alloc_null_pkt)
-{
-    return alloc_bad_packet(0);
-}
+CASE(kel_tlv, alloc_null_pkt, with_client, alloc_bad_packet(0))
+CASE(kel_tlv, alloc_bad_pkt, with_client, alloc_bad_packet(BAD))
 
-CLIENT_CASE(alloc_bad_pkt)
-{
-    return alloc_bad_packet(BAD);
-}
-
-PACKET_CASE(alloc_bad_tlv)
+CASE(kel_tlv, alloc_bad_tlv, with_packet)
 {
     if (kel_tlv_alloc(held.packet, 1, INVALID_TLV_SIZE) == 0) {
         return "tlv_alloc was successful, should not happen for INVALID_TLV_SIZE";
@@ -113,38 +94,16 @@ PACKET_CASE(alloc_bad_tlv)
     return nullptr;
 }
 
-PACKET_CASE(alloc)
-{
-    return alloc_works(held.packet);
-}
+CASE(kel_tlv, alloc, with_packet, alloc_works(held.packet))
+CASE(kel_tlv, alloc_dup, with_tlv,
+     judge_refusal(kel_tlv_alloc(held.packet, 1, TLV_SIZE), EEXIST, "tlv_alloc successful",
+                   "tlv_alloc wrong error"))
+CASE(kel_tlv, hdr_alloc, with_header, alloc_works(held.packet))
+CASE(kel_tlv, free_null_pkt, with_client, free_bad_packet(0))
+CASE(kel_tlv, free_bad_pkt, with_client, free_bad_packet(BAD))
+CASE(kel_tlv, free, with_tlv, free_works(held.packet))
 
-TLV_CASE(alloc_dup)
-{
-    return judge_refusal(kel_tlv_alloc(held.packet, 1, TLV_SIZE), EEXIST, "tlv_alloc successful",
-                         "tlv_alloc wrong error");
-}
-
-HEADER_CASE(hdr_alloc)
-{
-    return alloc_works(held.packet);
-}
-
-CLIENT_CASE(free_null_pkt)
-{
-    return free_bad_packet(0);
-}
-
-CLIENT_CASE(free_bad_pkt)
-{
-    return free_bad_packet(BAD);
-}
-
-TLV_CASE(free)
-{
-    return free_works(held.packet);
-}
-
-HEADER_CASE(hdr_free)
+CASE(kel_tlv, hdr_free, with_header)
 {
     if (const char *failure = alloc_tlv(held.packet, 1)) return failure;
     return free_works(held.packet);
@@ -186,47 +145,33 @@ const char *getdata_works(kel_packet packet)
 
 } // namespace
 
-CLIENT_CASE(get_null_pkt)
-{
-    return get_bad_packet(0);
-}
+CASE(kel_tlv, get_null_pkt, with_client, get_bad_packet(0))
+CASE(kel_tlv, get_bad_pkt, with_client, get_bad_packet(BAD))
+CASE(kel_tlv, get_null_ptr_len, with_tlv, get_invalid(held.packet, nullptr, nullptr))
 
-CLIENT_CASE(get_bad_pkt)
-{
-    return get_bad_packet(BAD);
-}
-
-TLV_CASE(get_null_ptr_len)
-{
-    return get_invalid(held.packet, nullptr, nullptr);
-}
-
-TLV_CASE(get_null_ptr)
+CASE(kel_tlv, get_null_ptr, with_tlv)
 {
     uint32_t length = BUFFER_SIZE;
 
     return get_invalid(held.packet, nullptr, &length);
 }
 
-TLV_CASE(get_null_len)
+CASE(kel_tlv, get_null_len, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE];
 
     return get_invalid(held.packet, buffer, nullptr);
 }
 
-TLV_CASE(getdata)
-{
-    return getdata_works(held.packet);
-}
+CASE(kel_tlv, getdata, with_tlv, getdata_works(held.packet))
 
-HEADER_CASE(hdr_getdata)
+CASE(kel_tlv, hdr_getdata, with_header)
 {
     if (const char *failure = alloc_tlv(held.packet, 1)) return failure;
     return getdata_works(held.packet);
 }
 
-TLV_CASE(get_nospace)
+CASE(kel_tlv, get_nospace, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE];
     uint32_t length = TLV_SIZE - 1;
@@ -235,7 +180,7 @@ TLV_CASE(get_nospace)
                          "getdata successful", "getdata wrong error");
 }
 
-TLV_CASE(get_no_alloc)
+CASE(kel_tlv, get_no_alloc, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE];
     uint32_t length = BUFFER_SIZE;
@@ -288,55 +233,27 @@ const char *setdata_works(kel_packet packet)
 
 } // namespace
 
-CLIENT_CASE(set_null_pkt)
-{
-    return set_bad_packet(0);
-}
+CASE(kel_tlv, set_null_pkt, with_client, set_bad_packet(0))
+CASE(kel_tlv, set_bad_pkt, with_client, set_bad_packet(BAD))
+CASE(kel_tlv, set_null_ptr_zero_len, with_tlv, set_invalid(held.packet, nullptr, 0))
+CASE(kel_tlv, set_null_ptr, with_tlv, set_invalid(held.packet, nullptr, 1024))
 
-CLIENT_CASE(set_bad_pkt)
-{
-    return set_bad_packet(BAD);
-}
-
-TLV_CASE(set_null_ptr_zero_len)
-{
-    return set_invalid(held.packet, nullptr, 0);
-}
-
-TLV_CASE(set_null_ptr)
-{
-    return set_invalid(held.packet, nullptr, 1024);
-}
-
-TLV_CASE(set_zero_len)
+CASE(kel_tlv, set_zero_len, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE] = {};
 
     return must_work(kel_tlv_setdata(held.packet, 1, buffer, 0));
 }
 
-TLV_CASE(setdata)
-{
-    return setdata_works(held.packet);
-}
+CASE(kel_tlv, setdata, with_tlv, setdata_works(held.packet))
 
-namespace {
-
-const char *header_setdata(held_objects &held)
+CASE(kel_tlv, hdr_setdata, with_header_as_packet)
 {
     if (const char *failure = alloc_tlv(held.packet, 1)) return failure;
     return setdata_works(held.packet);
 }
 
-} // namespace
-
-// The frame frees this header, as a packet: kel_free_packet must take it, too.
-CLIENT_CASE(hdr_setdata)
-{
-    return with_header<header_setdata>(held);
-}
-
-TLV_CASE(set_nospace)
+CASE(kel_tlv, set_nospace, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE] = {};
 
@@ -344,7 +261,7 @@ TLV_CASE(set_nospace)
                          "setdata successful", "setdata wrong error");
 }
 
-TLV_CASE(set_no_alloc)
+CASE(kel_tlv, set_no_alloc, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE] = {};
 
@@ -352,14 +269,14 @@ TLV_CASE(set_no_alloc)
                          "tlv_setdata successful", "tlv_setdata wrong error");
 }
 
-TLV_CASE(alloc_two)
+CASE(kel_tlv, alloc_two, with_tlv)
 {
     if (const char *failure = alloc_tlv(held.packet, 2)) return failure;
     if (const char *failure = read_tlv(held.packet, 1, BUFFER_SIZE)) return failure;
     return read_tlv(held.packet, 2, BUFFER_SIZE);
 }
 
-CLIENT_CASE(with_tlv)
+CASE(kel_tlv, with_tlv, with_client)
 {
     uint32_t error = ERROR_NOT_STORED;
 
@@ -369,8 +286,8 @@ CLIENT_CASE(with_tlv)
     return read_tlv(held.packet, 1, TLV_SIZE);
 }
 
-// Released as a packet, like hdr_setdata.
-CLIENT_CASE(hdr_with_tlv)
+// Freed as a packet, like hdr_setdata.
+CASE(kel_tlv, hdr_with_tlv, with_client)
 {
     held.packet = kel_get_pkthdr_with_tlv(held.client, 1, TLV_SIZE);
     if (!held.packet) return "get_pkthdr failed";
@@ -406,22 +323,11 @@ const char *alloc_further(kel_packet packet)
 
 } // namespace
 
-CLIENT_CASE(head_null_pkt)
-{
-    return head_bad_packet(0);
-}
+CASE(kel_tlv, head_null_pkt, with_client, head_bad_packet(0))
+CASE(kel_tlv, head_bad_pkt, with_client, head_bad_packet(BAD))
+CASE(kel_tlv, head_null_ptr, with_packet, head_invalid(held.packet, nullptr))
 
-CLIENT_CASE(head_bad_pkt)
-{
-    return head_bad_packet(BAD);
-}
-
-PACKET_CASE(head_null_ptr)
-{
-    return head_invalid(held.packet, nullptr);
-}
-
-PACKET_CASE(head_no_tlv)
+CASE(kel_tlv, head_no_tlv, with_packet)
 {
     uint32_t id = ID_NOT_STORED;
 
@@ -429,7 +335,7 @@ PACKET_CASE(head_no_tlv)
     return nullptr;
 }
 
-TLV_CASE(head)
+CASE(kel_tlv, head, with_tlv)
 {
     uint32_t id = 0;
 
@@ -438,16 +344,16 @@ TLV_CASE(head)
     return id == 1 ? nullptr : "tlv_get_head wrong tlv_id";
 }
 
-CLIENT_CASE(null_null_pkt)
+CASE(kel_tlv, null_null_pkt, with_client)
 {
     uint32_t id = 0;
 
     return judge_refusal(kel_tlv_get_next(0, &id), EINVAL,
-                         "tlv_get_head was successful", // as published
-                         "tlv_get_head wrong error");   // as published
+                         "tlv_get_head was successful", // sic
+                         "tlv_get_head wrong error");   // sic
 }
 
-CLIENT_CASE(next_bad_pkt)
+CASE(kel_tlv, next_bad_pkt, with_client)
 {
     uint32_t id = 0;
 
@@ -455,20 +361,18 @@ CLIENT_CASE(next_bad_pkt)
                          "tlv_get_next wrong error");
 }
 
-PACKET_CASE(next_null_ptr)
-{
-    return judge_refusal(kel_tlv_get_next(held.packet, nullptr), EINVAL,
-                         "tlv_get_next was successful", "tlv_get_next wrong error");
-}
+CASE(kel_tlv, next_null_ptr, with_packet,
+     judge_refusal(kel_tlv_get_next(held.packet, nullptr), EINVAL, "tlv_get_next was successful",
+                   "tlv_get_next wrong error"))
 
-PACKET_CASE(next_no_tlv)
+CASE(kel_tlv, next_no_tlv, with_packet)
 {
     uint32_t id = 0;
 
     return kel_tlv_get_next(held.packet, &id) == ENOENT ? nullptr : "tlv_get_next wrong error";
 }
 
-TLV_CASE(next)
+CASE(kel_tlv, next, with_tlv)
 {
     uint32_t id = 0;
 
@@ -535,22 +439,11 @@ const char *others_survive(kel_packet packet, uint32_t freed, uint32_t tolerated
 
 } // namespace
 
-TLV_CASE(free_first)
-{
-    return others_survive(held.packet, 1, 2);
-}
+CASE(kel_tlv, free_first, with_tlv, others_survive(held.packet, 1, 2))
+CASE(kel_tlv, free_middle, with_tlv, others_survive(held.packet, 2, 0))
+CASE(kel_tlv, free_last, with_tlv, others_survive(held.packet, 3, 0))
 
-TLV_CASE(free_middle)
-{
-    return others_survive(held.packet, 2, 0);
-}
-
-TLV_CASE(free_last)
-{
-    return others_survive(held.packet, 3, 0);
-}
-
-TLV_CASE(alloc_free_alloc)
+CASE(kel_tlv, alloc_free_alloc, with_tlv)
 {
     uint8_t buffer[BUFFER_SIZE] = {};
     uint32_t length = BUFFER_SIZE;
@@ -567,15 +460,15 @@ TLV_CASE(alloc_free_alloc)
 
 // Versions.
 
-TLV_CASE(version_set)
+CASE(kel_tlv, version_set, with_tlv)
 {
     if (kel_tlv_version_set(0, 0, 0) != EINVAL) return "EINVAL expected";
-    if (kel_tlv_version_set(held.packet, 0, 0) != EINVAL) return "ENOENT expected"; // as published
+    if (kel_tlv_version_set(held.packet, 0, 0) != EINVAL) return "ENOENT expected"; // sic
     if (kel_tlv_version_set(held.packet, 0, VERSION) == ENOENT) return nullptr;     // on purpose
     return must_work(kel_tlv_version_set(held.packet, 1, VERSION));
 }
 
-TLV_CASE(version_get)
+CASE(kel_tlv, version_get, with_tlv)
 {
     uint16_t version = 0;
 
@@ -586,7 +479,7 @@ TLV_CASE(version_get)
     return must_work(kel_tlv_version_get(held.packet, 1, &version));
 }
 
-TLV_CASE(version_check)
+CASE(kel_tlv, version_check, with_tlv)
 {
     const kel_packet packet = held.packet;
 
@@ -663,7 +556,7 @@ const char *version_bounds(kel_packet packet, tlv_buffer *data)
 
 } // namespace
 
-TLV_CASE(data_version_check)
+CASE(kel_tlv, data_version_check, with_tlv)
 {
     tlv_buffer data = {};
 

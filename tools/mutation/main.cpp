@@ -93,9 +93,7 @@ std::vector<std::string> suites_in(const std::string &text)
          at = text.find("kel_", at + 1)) {
         const std::size_t end = text.find_first_of(",) ", at);
         const std::string before = text.substr(at >= 11 ? at - 11 : 0, at >= 11 ? 11 : at);
-        if (text[end] == ',' &&
-            (before.ends_with("CASE_STEPS(") || before.ends_with("TEST_CASE(") ||
-             before.ends_with("TEST_FILE("))) {
+        if (text[end] == ',' && (before.ends_with("CASE(") || before.ends_with("TEST_FILE("))) {
             suites.insert(text.substr(at, end - at));
         }
     }
