@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/tavor.h"
+#include "tools/common/registry.h"
 
 namespace {
 
@@ -187,7 +188,8 @@ TEST(output, single_test_ignores_names_and_modes)
 
 TEST(output, single_test_number_out_of_range)
 {
-    for (const std::string number : {"-1", "458", "99999"}) {
+    for (const std::string &number :
+         {std::string("-1"), std::to_string(tools::all_cases().size()), std::string("99999")}) {
         const auto result = run_tavor({"-s", number});
         EXPECT_EQ(result.output,
                   HEADER + "Invalid test number " + number + " \n" + summary("  0", "  0", "  0"));

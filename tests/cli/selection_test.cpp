@@ -72,8 +72,11 @@ TEST(selection, a_file_holds_terms)
 
 TEST(selection, what_means_nothing_is_an_error)
 {
-    for (const std::string term : {"kel_nothing", "nothing*", "458", "5-3", "0-458", "", "!nobody",
-                                   "@/nowhere/terms", "99999999999", "KEL_ROLE"}) {
+    const std::string beyond = std::to_string(tools::all_cases().size());
+    for (const std::string &term :
+         {std::string("kel_nothing"), std::string("nothing*"), beyond, std::string("5-3"),
+          "0-" + beyond, std::string(), std::string("!nobody"), std::string("@/nowhere/terms"),
+          std::string("99999999999"), std::string("KEL_ROLE")}) {
         EXPECT_THROW(select_cases({term}), usage_error) << term;
     }
     EXPECT_THROW(select_cases({"kel_role", "!kel_role"}), usage_error);

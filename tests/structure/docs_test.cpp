@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/registry.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -126,6 +128,26 @@ TEST(docs, links_lead_somewhere)
         }
     }
     EXPECT_GT(links, 0U);
+}
+
+// What is about all cases tells their number. Samples of shorter runs tell smaller ones.
+TEST(docs, all_cases_are_as_many_as_the_list_has)
+{
+    constexpr unsigned MANY = 400;
+    std::size_t told = 0;
+    for (const fs::path &page : all_pages()) {
+        const std::string text = read_text(page);
+        for (const std::string expression :
+             {R"((\d+) (?:small )?cases\b)", R"(Number of tests run: +(\d+))",
+              R"(Number of tests passed: +(\d+))", R"(Invalid test number (\d+))"}) {
+            for (const std::string &number : matches(text, expression)) {
+                if (std::stoul(number) < MANY) continue;
+                EXPECT_EQ(std::stoul(number), tools::all_cases().size()) << page;
+                told++;
+            }
+        }
+    }
+    EXPECT_GT(told, 0U);
 }
 
 TEST(docs, the_index_names_every_page)
