@@ -501,14 +501,13 @@ struct tlv_buffer {
     uint32_t length;
 };
 
-// A length word that the library has put beyond the buffer is never handed back to it: the
-// call counts as refused, with the error that the library has for too much data.
 uint32_t get_plain(kel_packet packet, tlv_buffer *data)
 {
-    if (data->length > TLV_SIZE) return ENOSPC;
     return kel_tlv_getdata(packet, 1, data->bytes, &data->length);
 }
 
+// A length word that the library has put beyond the buffer is never handed back to it: the
+// call counts as refused, with the error that the library has for too much data.
 uint32_t set_plain(kel_packet packet, const tlv_buffer &data)
 {
     if (data.length > TLV_SIZE) return ENOSPC;
