@@ -46,7 +46,7 @@ KEL_API kel_buffer kel_get_buffer(kel_client client, kel_bufgroup group, uint32_
                                   uint8_t contiguous, uint32_t *error);
 
 /*
- * Frees one buffer; one that stands in a chain is taken out of it first.
+ * Frees one buffer. A buffer of a chain is taken out of the chain first.
  * Errors: EINVAL for a buffer that never was; EPERM for one already freed, and for one
  * that belongs to a packet.
  */
@@ -56,7 +56,7 @@ KEL_API uint32_t kel_free_buffer(kel_buffer buffer);
 KEL_API uint32_t kel_free_bufchain(kel_buffer buffer);
 
 /*
- * Links the chain of `added` behind the last buffer of the chain of `buffer`; from then on
+ * Links the chain of `added` after the last buffer of the chain of `buffer`; from then on
  * it is freed with that chain. Where two clients' buffers are linked, the chain goes with
  * the client that obtained its first buffer; each buffer stays charged to its own.
  * Errors: EINVAL, also when both are the same chain.

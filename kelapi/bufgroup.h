@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /*
  * Buffer groups and accounting. A group is a named pool that packets and buffers are taken
- * from; clients that register the same name share it. It lives while any registration
- * stands.
+ * from; clients that register the same name share it. It lives as long as a
+ * client is registered with it.
  *
- * Counts are kept by client (what it obtained and has not freed, wherever it stands), by
+ * Counts are kept by client (what it obtained and has not freed, wherever that is), by
  * group, and by tag (packets that carry it), each in buffers and in bytes of data asked
  * for.
  *
@@ -74,7 +74,7 @@ KEL_API uint32_t kel_get_count_bygroup(kel_client client, kel_bufgroup group, ui
                                        uint32_t *bytes);
 
 /*
- * Stores how many buffers and bytes stand in packets that carry the tag: those that the
+ * Stores how many buffers and bytes are in packets that carry the tag: those that the
  * client obtained, or with client 0 all.
  * Errors: EINVAL, also for tag 0.
  */

@@ -25,7 +25,7 @@ typedef struct kel_packet_request {
     uint32_t tlv_size; /* bytes */
 } kel_packet_request;
 
-/* What became of one request. */
+/* The result of one request. */
 typedef struct kel_packet_result {
     kel_packet packet; /* 0 when none was given */
     uint32_t error;    /* why */

@@ -31,8 +31,8 @@ KEL_API uint32_t kel_register_client(kel_client *client, const char *name, uint3
 
 /*
  * Releases the client and all that it still holds: its tags, registered or allocated, the
- * packets in its queue, its packets, chains of buffers, groups and armed events. Buffers of
- * its that others have put into a packet or a chain stay there. A thread that waits for the
+ * packets in its queue, its packets, chains of buffers, groups and armed events. Its
+ * buffers that others have put into a packet or a chain stay there. A thread that waits for the
  * client's events is woken. The handle is refused from then on.
  * Errors: EINVAL for a client that is not registered.
  */
@@ -47,7 +47,7 @@ KEL_API uint32_t kel_deregister_client(kel_client client);
 KEL_API int32_t kel_getfd(kel_client client);
 
 /*
- * Claims packets that carry `tag` for the client. Who may share a tag is told in role.h.
+ * Claims packets that carry `tag` for the client. role.h says who may share a tag.
  * Errors: EINVAL for a client that is not registered, for tag 0 and for a dynamic tag that
  * is not allocated; EEXIST for a tag that the client or, unless shared, another client
  * holds; EACCES for another client's dynamic tag that nobody holds; ENOSPC for a shared

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Packet metadata, one field at a time and many at once. What a setter wrote its getter
- * returns; the group record reads and writes the same values.
+ * Packet metadata, one field at a time and many at once. A getter returns the
+ * value that its setter wrote; the group record reads and writes the same values.
  *
  * EINVAL is the error for an unknown packet, an unknown kind and a null pointer. A getter
  * writes exactly the width of its field.

@@ -20,7 +20,7 @@
 /*
  * Obtains a packet of `size` bytes, without head room and with undefined content, charged
  * to the client and to `group` (0: the client's default memory). With `contiguous` 1 its
- * data stands in one buffer; with 0 it may be spread over a chain. Returns the handle, for
+ * data is in one buffer; with 0 it may be spread over a chain. Returns the handle, for
  * the caller to free or send.
  * Errors: EINVAL; ENOMEM when the memory cannot be had; ENOBUFS beyond the group's
  * maximum. Notice: KEL_HIGH_THRESHOLD_REACHED.

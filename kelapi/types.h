@@ -51,9 +51,9 @@ typedef uint64_t kel_u64_aligned4 __attribute__((aligned(4)));
 #define KEL_COPY_ALL 0xf0000000u
 
 /*
- * Notices. They stand where an error number stands, but the operation has done its work:
- * an allocation that brought a buffer group to its high threshold, a free that brought it
- * down to its low threshold.
+ * Notices. They are given in the place of an error number, but the operation has done its work: an
+ * allocation that brought a buffer group to its high threshold, a free that brought it down to its
+ * low threshold.
  */
 #define KEL_HIGH_THRESHOLD_REACHED 0x801Au
 #define KEL_LOW_THRESHOLD_REACHED 0x801Bu

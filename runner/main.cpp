@@ -20,7 +20,7 @@ struct run_options {
     int single_test_number;
 };
 
-// Options act in the order given: -g and -h end the program where they stand.
+// Options take effect in the order given. The first -g or -h ends the program.
 run_options parse_options(int argc, char *argv[])
 {
     run_options options = {1, 0, 0, 0, -1};

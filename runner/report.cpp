@@ -17,7 +17,7 @@ const char *usage = "Usage: tavor [-f] [-l] [-r] suitelist\n"
 namespace {
 
 constexpr int HEADER_RULE_LENGTH = 75;
-constexpr int SUMMARY_RULE_LENGTH = 74; // one less, as published
+constexpr int SUMMARY_RULE_LENGTH = 74; // sic: one less
 
 void print_rule(int length)
 {

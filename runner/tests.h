@@ -69,7 +69,7 @@ extern char image_name[BUILD_RECORD_SIZE]; // "@@IMAGE@@" and the image's name
 // Selects a row. `row` must be a valid number.
 void enable_test(uint32_t row);
 
-// Stands once in a file, before its cases, and names the first of them.
+// Is written once in a file, before its cases, and names the first of them.
 #define TEST_FILE(suite, name)                                                                     \
     namespace {                                                                                    \
     constexpr uint32_t first_row_of_file = row_##suite##_##name;                                   \

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Buffers, first half: the buffer memory, tags and packet headers, obtaining buffers, physical
-// addresses, joining, data pointers, lengths and head room. Two cases free
-// what they obtained in a way of their own.
+// addresses, joining, data pointers, lengths and head room. Two cases free what they obtained in a
+// way of their own.
 #include <errno.h>
 #include <string.h>
 
@@ -20,7 +20,7 @@ namespace {
 constexpr uint32_t MAX_CHAIN_BUFFERS = 12;
 constexpr uint16_t LIST_COUNT = 10;
 
-// The header is freed as such, and even when there is none.
+// Frees the header by kel_free_pkthdr, even where there is none.
 void release_pkthdr(held_objects &held)
 {
     if (held.client) kel_free_pkthdr(held.packet);
@@ -43,7 +43,7 @@ const char *judge_free_pkthdr(uint32_t result)
                          "kel_free_pkthdr wrong error");
 }
 
-// Any error will do; a handle that comes back all the same is not freed.
+// Any error passes. A handle that is returned nevertheless is not freed.
 const char *judge_unknown_client(kel_client client)
 {
     uint32_t error = ERROR_NOT_STORED;
@@ -91,7 +91,7 @@ const char *judge_bad_offset(held_objects &held, int32_t offset)
                          "buf_get_ptr was successful", "buf_get_ptr wrong error");
 }
 
-// From `offset` to the end held.buffer must report 1436 bytes, at that distance from its start.
+// The data from `offset` on must be 1436 bytes long and begin at that distance from the start.
 const char *check_dptr_offset(const held_objects &held, int32_t offset)
 {
     void *start = nullptr;
@@ -275,7 +275,7 @@ CASE(kel_buf, get_buf_iov_not_cont, with_client)
     const uint32_t count = kel_buf_get_buf_count(held.buffer);
     CHECK_LOCATED(kel_buf_get_paddr_iov(held.buffer, entries, &filled) == 0,
                   "get_paddr_iov failed");
-    // More than the array holds cannot be read, even when both agree on it.
+    // More entries than the array has cannot be read, even when both numbers agree.
     CHECK_LOCATED(filled == count && filled <= MAX_CHAIN_BUFFERS, "iov_count != buf_count");
     for (uint32_t i = 0; i < filled; i++) {
         sum += entries[i].iov_len;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the two files of the buffer suite share: buffers filled with the pattern.
+// Buffers filled with the pattern, for the two files of the buffer suite.
 #pragma once
 
 #include <stdint.h>
@@ -10,9 +10,9 @@
 #include "kelapi/buf.h"
 #include "suites/case_helpers.h"
 
-// Fills a buffer of `size` bytes, at most STANDARD_SIZE, with the pattern. What it was filled from
-// is wiped then: a library that keeps the address instead of copying is caught. It is static, else
-// the compiler would take the wiping out.
+// Fills a buffer of `size` bytes, at most STANDARD_SIZE, with the pattern. The source is wiped
+// after the call: a library that keeps its address instead of copying is caught. The source is
+// static, else the compiler would leave the wiping out.
 inline uint32_t fill_buffer(kel_buffer buffer, uint32_t size, uint32_t seed)
 {
     static uint8_t pattern[STANDARD_SIZE];

@@ -69,8 +69,9 @@ constexpr trim_texts ADJ_TEXTS = {
     .verify_failed = "buf_adj verify failed",
 };
 
-// What is read back after a trim. It holds whatever a read asks for, so that a trim that did
-// nothing harms nobody; only the first buffer's worth is cleared and judged.
+// The area that a trimmed chain is read into. It has room for all bytes that a read asks for: a
+// trim that did nothing must not overrun it. Only the first STANDARD_SIZE bytes are cleared and
+// judged.
 struct data_area {
     uint8_t bytes[MAX_READ];
 };
@@ -80,14 +81,14 @@ void clear_area(data_area *area)
     memset(area->bytes, 0, STANDARD_SIZE);
 }
 
-// Clears the area and puts the bytes that a trim of TRIMMED removes from the head back.
+// Clears the area and writes the bytes that a trim of TRIMMED removes from the head.
 void rebuild_area(data_area *area)
 {
     clear_area(area);
     set_data(area->bytes, TRIMMED, REBUILD_SEED);
 }
 
-// Reads `asked` bytes of the chain, which must turn out to be `left`, with the seed's pattern.
+// Asks for `asked` bytes of the chain. It must have `left`, with the seed's pattern.
 const char *check_short_read(kel_buffer buffer, data_area *area, uint32_t asked, uint32_t left,
                              uint32_t seed, const trim_texts &texts)
 {
@@ -124,7 +125,7 @@ const char *trim_all(held_objects &held, trim_function trim, const trim_texts &t
     return held.buffer ? texts.not_consumed : nullptr;
 }
 
-// Gets the buffer that most cases trim, with its pattern, and trims it.
+// Gets the buffer that most cases trim, fills it, and trims it.
 uint32_t trim_single(held_objects &held, trim_function trim, uint32_t size)
 {
     if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
@@ -168,7 +169,7 @@ const char *trim_part_of_tail(held_objects &held, trim_function trim, const trim
     return check_short_read(held.buffer, &area, STANDARD_SIZE, LEFT, PATTERN_A, texts);
 }
 
-// Puts a second filled buffer behind the first and stores its handle.
+// Appends a second filled buffer to the first and stores its handle.
 uint32_t get_chain_of_two(held_objects &held, kel_buffer *second)
 {
     if (uint32_t error = get_filled_buffer(held.client, STANDARD_SIZE, PATTERN_A, &held.buffer)) {
@@ -204,8 +205,8 @@ uint32_t get_chain_of_three(held_objects &held, kel_buffer *third)
     return append_filled_buffer(held, PATTERN_C, third);
 }
 
-// Trims all buffers of held.buffer's chain of `size` bytes but one, which must be `remaining`
-// and hold the seed's pattern.
+// Trims held.buffer's chain of `size` bytes to one buffer, which must be `remaining` and hold the
+// seed's pattern.
 const char *trim_to_one(held_objects &held, trim_function trim, uint32_t size, kel_buffer remaining,
                         uint32_t seed, const trim_texts &texts)
 {
@@ -343,7 +344,7 @@ uint32_t get_chain(held_objects &held, uint32_t size, uint8_t contiguous)
     return error;
 }
 
-// The length of the chain: the sum over its buffers, until one's length cannot be had.
+// The length of the chain: the sum over its buffers up to the first whose length is refused.
 uint32_t count_buffers(kel_buffer buffer)
 {
     uint32_t sum = 0;
@@ -394,7 +395,7 @@ CASE(kel_buf, adj_tail_second, with_client, trim_last_two(held, adjust_tail, ADJ
 CASE(kel_buf, addhead_null_bufptr, with_client, judge_add_head(nullptr))
 CASE(kel_buf, addhead_null_buf, with_client, judge_add_head(&held.buffer))
 
-// The handle stays out of the record: it is not the case's to free.
+// The handle is not in the record, because the case does not own it.
 CASE(kel_buf, addhead_invalid_buf, with_client)
 {
     kel_buffer buffer = BAD_BUFFER;

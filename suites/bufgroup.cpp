@@ -34,7 +34,7 @@ struct counts {
     uint32_t bytes;
 };
 
-// What no query stores.
+// Counts that no query stores.
 constexpr counts NOT_COUNTED = {0xffffffff, 0xffffffff};
 
 struct count_texts {
@@ -51,7 +51,7 @@ constexpr count_texts GROUP_COUNTS = {"get_count_bygroup failed", "buffer count 
                                       "bytes count wrong"};
 constexpr count_texts GROUP_EMPTY = {"get_count_bygroup failed", "buffer count != 0",
                                      "bytes count != 0"};
-// Reported when all packets are taken; sic.
+// For the count when all packets are taken; sic.
 constexpr count_texts GROUP_FULL = {"get_count_bygroup failed", "buffer count != 1",
                                     "bytes count != 512"};
 constexpr count_texts TAG_COUNTS = {"get_bufcount_bytag failed", "buffer count mismatch",
@@ -90,7 +90,7 @@ const char *register_client_and_group(held_groups &held)
     return api_msg;
 }
 
-// The end of cases that judge the deregistration of their client.
+// The last step of cases that judge the deregistration of their client.
 const char *deregister_client(held_groups &held)
 {
     CHECK_LOCATED(kel_deregister_client(held.clients[0]) == 0, "deregister_client failed");
@@ -98,7 +98,7 @@ const char *deregister_client(held_groups &held)
     return api_msg;
 }
 
-// Judges a count on behalf of the caller's line.
+// Judges a count. A failure is published with the caller's line.
 const char *judge_count(uint32_t result, const counts &counted, const counts &expected,
                         const count_texts &texts, int line)
 {
@@ -234,7 +234,7 @@ const char *refuse_other_client(held_groups &held)
     return api_msg;
 }
 
-// The slots left empty are freed too; only the free that comes down to the low mark is judged.
+// Empty slots are freed, too. Only the free that comes down to the low mark is judged.
 const char *free_to_low(held_groups &held)
 {
     for (uint32_t i = 0; i < PACKETS; i++) {
@@ -361,7 +361,7 @@ CASE(kel_bufgroup, get_bufcount_byclient_noncont, with_groups)
     return check_client_count(held.clients[0], 0, CHAIN_SIZE, CLIENT_EMPTY, __LINE__);
 }
 
-// The packets wait in the client's queue to the end and are freed there.
+// The packets stay in the client's queue until they are released.
 CASE(kel_bufgroup, get_bufcount_bytag, with_groups)
 {
     constexpr uint32_t SENT = 5;
@@ -383,7 +383,7 @@ CASE(kel_bufgroup, get_bufcount_bytag, with_groups)
     return check_tag_count(0, SENT, TAG_COUNTS_OF_ALL, __LINE__);
 }
 
-// The packet, and with it the buffer, is left to the deregistration of its client.
+// The deregistration of its client frees the packet, and with it the buffer.
 CASE(kel_bufgroup, get_bufcount_add_trim, with_groups)
 {
     uint32_t error = ERROR_NOT_STORED;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the two buffer-group suites share: what a case with several clients holds, the frame
-// that releases it, and the steps that take a group of either kind across its thresholds.
+// The frame of cases with several clients, and the steps that take a group of either kind across
+// its thresholds, for the two buffer-group suites.
 #pragma once
 
 #include <stdint.h>

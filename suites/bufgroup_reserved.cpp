@@ -59,7 +59,7 @@ void release(held_elements &held)
     for (uint32_t i = 0; i <= ELEMENTS; i++) {
         release_buffer(held.buffers[i]);
     }
-    for (uint32_t i = 0; i < TOO_MANY; i++) { // no more are ever asked for
+    for (uint32_t i = 0; i < TOO_MANY; i++) { // no case asks for more
         release_buffer(held.buffer_list.buffers[i]);
     }
     for (uint32_t i = 0; i < MAX_GROUPS; i++) {
@@ -86,7 +86,7 @@ uint32_t register_shared_group(kel_client client, kel_bufgroup *group)
 using get_function = uint32_t (*)(kel_client client, kel_bufgroup group, uint32_t size,
                                   uint8_t contiguous, uint32_t *error);
 
-// Takes half an element for each of all elements, and once more, into `handles`.
+// Takes half an element ELEMENTS times, and once more, into `handles`.
 const char *exhaust_group(held_elements &held, get_function get, uint32_t *handles,
                           const char *failed)
 {
@@ -130,7 +130,7 @@ const char *get_buffers_by_list(held_elements &held, uint16_t count)
     return nullptr;
 }
 
-// Where a buffer's data stands.
+// Where a buffer's data is.
 struct data_place {
     void *data;
     uint32_t length;
@@ -179,7 +179,7 @@ const char *check_element_size(held_elements &held, uint32_t size, uint32_t head
 
 } // namespace
 
-// The last call that was not refused gives the message.
+// The last call that was not refused decides the message.
 CASE(kel_bufgroup_reserved, register_invalid, with_elements)
 {
     const char *message = nullptr;

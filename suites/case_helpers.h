@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What cases of several suites need beside the fixtures.
+// Constants and functions that cases of several suites need beside the fixtures.
 #pragma once
 
 #include <stdint.h>
@@ -22,8 +22,8 @@ constexpr uint32_t PATTERN_A = 0x12345678;
 constexpr uint32_t PATTERN_B = 0x23456789;
 constexpr uint32_t PATTERN_C = 0x3456789a;
 
-// Sets both records of a group. What is passed is wiped after the call: a library that keeps its
-// address is caught.
+// Sets both records of a group. The records that are passed are wiped after the call: a library
+// that keeps their address is caught.
 inline uint32_t set_thresholds(kel_client client, kel_bufgroup group,
                                const kel_bufgroup_thresholds &buffers,
                                const kel_bufgroup_thresholds &bytes)

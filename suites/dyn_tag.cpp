@@ -104,7 +104,7 @@ CASE(kel_dyn_tag, sendrecv_dyn_tag, with_tags)
     CHECK_LOCATED(held.packet != 0, "kel_get_packet failed");
     CHECK_LOCATED(kel_set_tag(held.packet, tag) == 0, "set_tag failed");
     CHECK_LOCATED(kel_send(held.client, held.packet) == 0, "kel_send failed");
-    // What is received is the packet sent; its one handle is freed.
+    // The received packet is the packet sent: one handle is freed.
     CHECK_LOCATED(kel_recv(held.client) != 0, "kel_recv failed");
     CHECK_LOCATED(kel_free_packet(held.packet) == 0, "kel_free_pkthdr failed"); // sic
     held.packet = 0;

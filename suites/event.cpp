@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Events: arming and disarming, waits that poll, time out, block or are interrupted, and
-// what fires them, often from another thread. The frame ends and joins the thread, frees
-// packets and buffer, deregisters tags, groups and clients.
+// the conditions that fire events, often met by another thread. The frame ends and joins the
+// thread, frees packets and buffer, deregisters tags, groups and clients.
 //
 // Threads end by returning: pthread_exit would make the C library load libgcc_s, which a
 // device need not have.
@@ -47,7 +47,7 @@ constexpr uint32_t GROUP_BOTH = KEL_EVENT_GROUP_LOW | KEL_EVENT_GROUP_HIGH;
 constexpr suseconds_t RECEIVE_SLICE = 50000; // microseconds
 constexpr uint32_t CLEAR_AGAIN_AFTER = 75;   // milliseconds
 
-// Shows when a wait stores nothing.
+// A record that no wait stores.
 constexpr kel_event NOT_STORED = {UINT32_MAX, UINT32_MAX, UINT32_MAX,
                                   UINT32_MAX, UINT32_MAX, UINT32_MAX};
 
@@ -259,7 +259,7 @@ uint32_t receive_cause(const event_job *job)
     return cause;
 }
 
-// `mismatches` may be null: then none is remembered. False when the thread is to end.
+// Where `mismatches` is null, none is remembered. Returns false when the thread is to end.
 bool receive_all(const event_job *job, cause_mismatch *mismatches, uint32_t *mismatch_count)
 {
     for (uint32_t i = 0; i < job->count; i++) {
@@ -282,8 +282,7 @@ bool receive_all(const event_job *job, cause_mismatch *mismatches, uint32_t *mis
     return true;
 }
 
-// Goes on without a list of mismatches where there is no memory for one: the sender waits
-// for room.
+// Receives even where there is no memory for the list of mismatches: the sender waits for room.
 void *recv_helper(void *argument)
 {
     const event_job *job = static_cast<const event_job *>(argument);

@@ -14,8 +14,8 @@ namespace {
 
 constexpr uint32_t TLV_ID = 1;
 
-// Frees *handle twice; the second free must be refused. Its result decides, so the handle is
-// gone whatever it says.
+// Frees *handle twice. The second free must be refused. The handle is set to 0 whatever that free
+// returns.
 const char *free_twice(uint32_t *handle, uint32_t (*operation)(uint32_t),
                        const char *was_successful, const char *wrong_error)
 {

@@ -65,7 +65,7 @@ const char *keeps(kel_packet packet, setter<uint32_t> set, uint32_t (*get)(kel_p
 
 const char *read_tag(kel_packet packet)
 {
-    kel_get_tag(packet); // whatever it is
+    kel_get_tag(packet); // any tag passes
     return nullptr;
 }
 
@@ -396,7 +396,7 @@ CASE(kel_metadata, get_caller, with_packet, check_caller(held.packet))
 
 namespace {
 
-// Not zeroed beforehand: that is what kel_metadata_init is for.
+// Filled with ones first: kel_metadata_init must clear the mask.
 void init_group(kel_metadata_group *group)
 {
     memset(group, 0xff, sizeof(*group));
@@ -413,8 +413,8 @@ const char *group_get_refused(kel_packet packet, const char *message)
     return must_hold(kel_metadata_get(&group, packet) == EINVAL, message);
 }
 
-// Leaves the client in the record, which deregisters it again after the packet: both must be
-// survived.
+// Leaves the client in the record: the release frees the packet of a client that is gone, and
+// deregisters the client again. The library must survive both.
 const char *group_get_null(held_objects &held)
 {
     const uint32_t error = kel_metadata_get(nullptr, held.packet);
@@ -481,7 +481,7 @@ void check_group(const kel_metadata_group &group)
 #undef CHECK
 }
 
-// Null when no field failed; else a text that names them, as far as there is room.
+// Null when no field failed, else a text that names the fields as far as there is room.
 const char *failed_fields_message()
 {
     static char message[200];

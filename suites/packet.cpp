@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Packets as chains of buffers: obtaining and freeing, append and prepend, coalesce, head
-// room, growing and trimming at both ends; then the two cases of kel_pkt. The cases run in
-// the frame of a default client: packet, buffer, work areas and client are released in that
-// order.
+// room, growing and trimming at both ends; then the two cases of kel_pkt.
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -83,7 +81,7 @@ uint32_t write_buffer(kel_buffer buffer, const uint8_t *source, uint32_t length)
     return error;
 }
 
-// How many bytes were read is left to the check of the data.
+// The check of the data shows whether all bytes were read.
 uint32_t read_packet(kel_packet packet, uint8_t *destination, uint32_t length)
 {
     return kel_get_data(packet, OFFSET_DATA, 0, destination, &length);
@@ -388,7 +386,7 @@ uint32_t get_extent(kel_buffer buffer, data_extent *extent)
     return kel_buf_get_dptr(buffer, 0, &extent->start, &extent->length);
 }
 
-// The result is meaningless, but harmless, for addresses that are not of one buffer.
+// For addresses of different buffers the result has no meaning, but does no harm.
 uintptr_t start_grown(const data_extent &before, const data_extent &after)
 {
     return reinterpret_cast<uintptr_t>(after.start) - reinterpret_cast<uintptr_t>(before.start);
@@ -511,7 +509,7 @@ const char *get_areas(held_objects &held, uint32_t size)
     return nullptr;
 }
 
-// Two areas, the first holding pattern A, and a packet.
+// Two areas, of which the first holds pattern A, and a packet.
 const char *get_areas_and_packet(held_objects &held, uint32_t size)
 {
     if (const char *failure = get_areas(held, size)) return failure;
@@ -519,7 +517,7 @@ const char *get_areas_and_packet(held_objects &held, uint32_t size)
     return must_work(get_packet(held.client, STANDARD_SIZE, &held.packet));
 }
 
-// Puts `body` over what is left of the packet behind the head room, then grows the packet.
+// Writes `body` over the packet's data after the head room, then grows the packet.
 uint32_t reserve_write_and_add(kel_packet packet, uint32_t reserved, const uint8_t *body,
                                uint32_t added)
 {
@@ -608,8 +606,8 @@ const char *append_to_grown(held_objects &held)
 {
     if (uint32_t error = get_buffer(held.client, 64, &held.buffer)) return error_text(error);
     if (uint32_t error = write_buffer(held.buffer, held.area + 1564, 64)) return error_text(error);
-    // The handle is kept on purpose: the release frees the packet and then this buffer again,
-    // which the library must survive.
+    // The handle is kept on purpose: the release frees the packet and then this buffer again. The
+    // library must survive that.
     if (uint32_t error = kel_append(held.packet, held.buffer)) return error_text(error);
     if (uint32_t error = read_packet(held.packet, held.second_area, 1628)) {
         return error_text(error);

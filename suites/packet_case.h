@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the suites that work on packets share: the frame of the cases that hold many packets, and
-// the setting of offsets.
+// The frame of the cases that hold many packets, and the setting of offsets, for the suites that
+// work on packets.
 #pragma once
 
 #include <stdint.h>
@@ -10,7 +10,7 @@
 #include "kelapi/packet.h"
 #include "suites/case_helpers.h"
 
-// What a case holds that keeps many packets at once. Released in order, the client last.
+// The record of a case that keeps many packets at once. Released in order, the client last.
 template <uint32_t count> struct held_packets {
     kel_packet packets[count];
     kel_client client;

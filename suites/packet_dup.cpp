@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Large and scattered packets, duplicates of packets, and the largest TLV a packet can be
-// obtained with. The cases run in the frame of a default client: packet, duplicate, work
-// area, group and client are released in that order.
+// obtained with.
 //
 // The checks of a duplicate record their message and go on: the last one that fails decides.
 #include <errno.h>

@@ -314,7 +314,7 @@ const char *head_bad_packet(kel_packet packet)
     return head_invalid(packet, &id);
 }
 
-// Allocates TLVs 2 and 3 behind TLV 1.
+// Allocates TLVs 2 and 3 after TLV 1.
 const char *alloc_further(kel_packet packet)
 {
     if (const char *failure = alloc_tlv(packet, 2)) return failure;
@@ -453,7 +453,7 @@ CASE(kel_tlv, alloc_free_alloc, with_tlv)
     if (kel_tlv_getdata(held.packet, 1, buffer, &length) == 0)
         return "tlv_getdata 1 was successful";
     if (const char *failure = alloc_tlv(held.packet, 2)) return failure;
-    // The refused read must have left the length as it was; more than there is is not promised.
+    // The refused read must have left the length as it was. A longer one is not handed over.
     if (length > BUFFER_SIZE) length = BUFFER_SIZE;
     return kel_tlv_getdata(held.packet, 2, buffer, &length) ? "tlv_getdata 2 failed" : nullptr;
 }
