@@ -58,6 +58,21 @@ TEST_F(run_test, a_crash_and_a_hang_cost_no_other_verdict)
                       HasSubstr("no verdict after 2 s")));
 }
 
+TEST_F(run_test, what_a_case_prints_is_kept_and_shown_when_it_fails)
+{
+    script = "print=kel_role_basic:on_its_way";
+    const auto good = run({"kel_role"});
+    EXPECT_TRUE(good.exited_with(0)) << good.output;
+    EXPECT_EQ(last_results()[0].at("output"), "on its way\n");
+    EXPECT_THAT(good.output, Not(HasSubstr("on its way")));
+    script = "print=kel_role_basic:FAIL_:_not_in_its_place";
+    const auto odd = run({"kel_role"});
+    EXPECT_TRUE(odd.exited_with(2)) << odd.output;
+    script = "flood=kel_role_basic:lines";
+    EXPECT_TRUE(run({"kel_role"}).exited_with(0));
+    EXPECT_LT(std::string(last_results()[0].at("output")).size(), 20'000U);
+}
+
 TEST_F(run_test, a_crash_in_the_last_case)
 {
     script = "crash=kel_tlv_data_version_check";

@@ -27,6 +27,12 @@ bool is_blank(std::string_view text)
     return text.find_first_not_of(" \t") == std::string_view::npos;
 }
 
+// After the names in one of tavor's formats.
+constexpr std::string_view ZEB = " 0 ";
+
+// How much of what a case prints is kept.
+constexpr std::size_t KEPT_OUTPUT = 1 << 14;
+
 // How much of a line a pattern sees: the library's matcher recurses with the length of the text.
 constexpr std::size_t PATTERN_REACH = 1000;
 
@@ -101,13 +107,17 @@ void log_reader::look_ahead()
 void log_reader::finish()
 {
     const stamped_line last = split_stamp(without_returns(pending));
+    std::string_view rest = last.rest;
     if (pending_is_open) {
-        const std::string_view rest = last.rest.substr(NAME_COLUMN + 1);
-        if (!is_blank(rest) && rest != " 0 " && !is_kernel_text(rest)) {
+        rest.remove_prefix(NAME_COLUMN + 1);
+        rest.remove_prefix(rest.starts_with(ZEB) ? ZEB.size() : 0);
+    }
+    if (current && !current->has_verdict && !is_blank(rest) && !is_foreign({last.style, rest})) {
+        if (begins_verdict(rest) || shows_verdict(rest) || ZEB.starts_with(rest)) {
             damage("the log ends within its line");
+        } else {
+            current->output.append(rest);
         }
-    } else if (current && !current->has_verdict && !is_blank(pending) && !is_foreign(last)) {
-        damage("the log ends within its line");
     }
     pending.clear();
     pending_is_open = false;
@@ -158,23 +168,29 @@ void log_reader::take_text(const stamped_line &line)
         }
         return;
     }
-    if (same_style && is_progress_of(current->what.row, line.rest)) {
-        if (current->has_verdict) {
-            damage("its own text stands behind its verdict");
-        }
-        return;
-    }
-    if (ends_in_verdict(line.rest)) {
+    take_output(line.rest);
+}
+
+// Text between a name and its verdict is the case's own. Of a verdict that is not whole it cannot
+// be told whose it is.
+void log_reader::take_output(std::string_view text)
+{
+    if (shows_verdict(text)) {
         run.leftovers++;
     }
-    if (current && !current->has_verdict) {
-        damage("foreign text between name and verdict");
+    if (!current || current->has_verdict) {
+        return;
+    }
+    if (shows_verdict(text)) {
+        damage("no complete verdict in its place");
+    } else {
+        current->output.append(text);
+        current->output.append("\n");
     }
 }
 
 void log_reader::take_behind_name(std::string_view rest)
 {
-    static constexpr std::string_view ZEB = " 0 ";
     if (!run.zeb) {
         run.zeb = rest.starts_with(ZEB);
     }
@@ -187,9 +203,10 @@ void log_reader::take_behind_name(std::string_view rest)
     }
     if (const auto found = parse_verdict(rest)) {
         judge(*found);
-    } else if (!is_blank(rest) && !is_kernel_text(rest) &&
-               !is_progress_of(current->what.row, rest)) {
+    } else if (shows_verdict(rest)) {
         damage("no complete verdict behind its name");
+    } else if (!is_blank(rest) && !is_kernel_text(rest)) {
+        take_output(rest);
     }
 }
 
@@ -211,7 +228,7 @@ void log_reader::damage(const std::string &what)
 void log_reader::open(int row, stamp_style style)
 {
     settle_before(row);
-    current = open_case{};
+    current.emplace(KEPT_OUTPUT);
     current->what.row = row;
     current->what.line = line_number;
     current->what.started = current->what.judged = arrived;
@@ -230,8 +247,8 @@ void log_reader::settle_before(int row)
 {
     const int next = position_of(row);
     if (options.any_order) {
-        if (current) {
-            settle(true, "");
+        if (current) { // other text may be what is left of lost lines
+            settle(current->output.empty(), "lines before it may be missing: ");
         }
         return;
     }
@@ -243,7 +260,8 @@ void log_reader::settle_before(int row)
         end_run();
     }
     const int missing = next - run.last_position - 1;
-    const bool all_left_verdicts = missing > 0 && static_cast<int>(run.leftovers) == missing;
+    const bool all_left_verdicts = missing > 0 && static_cast<int>(run.leftovers) == missing &&
+                                   (!current || current->output.empty());
     if (current) {
         settle(missing == 0 || all_left_verdicts,
                "cases behind it are missing, the verdict may be one of theirs: ");
@@ -270,6 +288,7 @@ void log_reader::mark_missing(int first, int last)
 void log_reader::settle(bool certain, const std::string &doubt_text)
 {
     sighting final = std::move(current->what);
+    final.output = current->output.take();
     const std::string damage_text = current->damage;
     const bool has_verdict = current->has_verdict;
     current.reset();
@@ -327,9 +346,10 @@ void log_reader::end_run()
         (current->what.state == verdict::fail ? run.failed : run.good)--;
         const bool is_last = run.last_position + 1 == static_cast<int>(options.expected.size());
         const bool stops_here = current->what.state == verdict::fail && !run.summary_run;
-        settle(agrees || is_last || stops_here || options.any_order,
+        settle(agrees || is_last || stops_here || (options.any_order && current->output.empty()),
                "the log ends here, the verdict may be a later case's: ");
     } else if (current && !current->has_verdict && current->damage.empty() && !run.summary_run) {
+        current->what.output = current->output.take();
         report(std::exchange(current, std::nullopt)->what);
     } else if (current) {
         settle(false, "");
@@ -385,6 +405,7 @@ case_result result_of(int row, const sighting *seen)
     }
     result.state = seen->state;
     result.message = seen->message;
+    result.output = seen->output;
     if (result.state == verdict::unended) {
         result.message = "its name is the last of its run: crashed or hung";
     }

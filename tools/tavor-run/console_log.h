@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/common/kept_text.h"
 #include "tools/tavor-run/line_forms.h"
 
 namespace tavor_run {
@@ -30,6 +31,7 @@ struct sighting {
     int row = 0;
     verdict state = verdict::unended; // pass, ignore, fail, unended or damaged
     std::string message{};
+    std::string output{}; // what the case printed itself
     std::size_t line = 0; // of its name, from 1
     clock::time_point started{};
     clock::time_point judged{};
@@ -60,7 +62,10 @@ public:
 private:
     // A case whose name was read last.
     struct open_case {
+        explicit open_case(std::size_t kept) : output(kept) {}
+
         sighting what;
+        tools::kept_text output;
         stamp_style style = stamp_style::none;
         bool has_verdict = false;
         std::string damage{}; // what is wrong with its lines
@@ -88,6 +93,7 @@ private:
     void look_ahead();
     void take_line(std::string_view line);
     void take_text(const stamped_line &line);
+    void take_output(std::string_view text);
     void take_behind_name(std::string_view rest);
     void take_summary(const summary_count &line);
     bool is_foreign(const stamped_line &line) const;

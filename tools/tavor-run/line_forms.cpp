@@ -67,56 +67,6 @@ stamped_line split_bracketed(std::string_view line)
     return {is_seconds ? stamp_style::seconds : stamp_style::bracketed, line.substr(end + 2)};
 }
 
-// Matches a whole line: %d a number, %x hexadecimal digits, %s any text, %n the case's name.
-bool matches(std::string_view pattern, std::string_view line, std::string_view name)
-{
-    if (pattern.empty()) {
-        return line.empty();
-    }
-    if (pattern.front() != '%') {
-        return !line.empty() && line.front() == pattern.front() &&
-               matches(pattern.substr(1), line.substr(1), name);
-    }
-    const char kind = pattern[1];
-    const std::string_view behind = pattern.substr(2);
-    if (kind == 'n') {
-        return line.starts_with(name) && matches(behind, line.substr(name.size()), name);
-    }
-    if (kind == 's') {
-        for (std::size_t length = 0; length <= line.size(); length++) {
-            if (matches(behind, line.substr(length), name)) {
-                return true;
-            }
-        }
-        return false;
-    }
-    const std::size_t sign = kind == 'd' && line.starts_with('-') ? 1 : 0;
-    const std::string_view digits = kind == 'x' ? "0123456789abcdef" : "0123456789";
-    const std::size_t end = std::min(line.find_first_not_of(digits, sign), line.size());
-    return end > sign && matches(behind, line.substr(end), name);
-}
-
-struct progress_form {
-    std::string_view suite;
-    std::string_view pattern;
-};
-
-constexpr auto PROGRESS = std::to_array<progress_form>({
-    {"kel_event", "%n: send failed for index %d"},
-    {"kel_event", "recv_helper: Complete %d"},
-    {"kel_event", "recv_helper: cause=%d, i=%d"},
-    {"kel_event", "recv_helper: Corrupted packet@ %d, cause %d"},
-    {"kel_event", "recv_helper: malloc failure. Aborting"},
-    {"kel_metadata", "pid(%d) pc(0x%x)"},
-    {"kel_role", "FAIL    : %s (expect(%d) got(%d))"},
-    {"kel_role", "FAIL: No sinks received the packet!"},
-    {"kel_role", "FAIL: deregistering tag"},
-    {"kel_role", "kel_register_client(%s): %d"},
-    {"kel_role", "kel_register_bufgroup(%s): %d"},
-    {"kel_role", "kel_bufgroup_set_params(%s): %d"},
-    {"kel_sendrecv", "handle=%d, current=%d, last=%d, tv.usec=%d"},
-});
-
 // What all names begin with.
 constexpr std::string_view NAME_START = "kel_";
 
@@ -251,18 +201,17 @@ std::optional<verdict_text> parse_verdict(std::string_view text)
     return verdict_text{verdict::fail, message};
 }
 
-bool ends_in_verdict(std::string_view line)
+bool shows_verdict(std::string_view text)
 {
-    return line.ends_with(" PASS") || line.ends_with(" IGNORE") ||
-           line.find(" FAIL : ") != std::string_view::npos || parse_verdict(line);
+    return text.ends_with("PASS") || text.ends_with("IGNORE") ||
+           text.find(FAIL) != std::string_view::npos;
 }
 
-bool is_progress_of(int row, std::string_view line)
+bool begins_verdict(std::string_view text)
 {
-    const tools::test_case &running = tools::all_cases()[static_cast<std::size_t>(row)];
-    return std::any_of(PROGRESS.begin(), PROGRESS.end(), [&](const progress_form &form) {
-        return form.suite == running.suite && matches(form.pattern, line, running.name);
-    });
+    return std::string_view("PASS").starts_with(text) ||
+           std::string_view("IGNORE").starts_with(text) || FAIL.starts_with(text) ||
+           text.starts_with(FAIL);
 }
 
 bool is_header(std::string_view line)

@@ -39,11 +39,10 @@ struct verdict_text {
 // The text from the verdict's place to the end of the line, when it is one and complete.
 std::optional<verdict_text> parse_verdict(std::string_view text);
 
-// Whether the line ends in a verdict of which the beginning is not looked at.
-bool ends_in_verdict(std::string_view line);
-
-// Whether this is a line that the case prints of its own.
-bool is_progress_of(int row, std::string_view line);
+// Whether a verdict, whole or not, may be somewhere in the text: it is nobody's own output.
+bool shows_verdict(std::string_view text);
+// Whether the text could be the beginning of a verdict.
+bool begins_verdict(std::string_view text);
 
 bool is_header(std::string_view line);
 bool is_rule(std::string_view line);

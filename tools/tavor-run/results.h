@@ -42,6 +42,7 @@ struct case_result {
     int number = 0; // row of the registry
     verdict state = verdict::not_run;
     std::string message{}; // of a failed case, or what is wrong
+    std::string output{};  // what the case printed before its verdict, with its middle left out
     unsigned run = 1;      // which repetition
     std::chrono::microseconds duration{0};
     std::string repeat_command{};

@@ -45,6 +45,9 @@ json json_of(const case_result &what)
                  {"verdict", name_of(what.state)},
                  {"message", what.message},
                  {"seconds", std::chrono::duration<double>(what.duration).count()}};
+    if (!what.output.empty()) {
+        line["output"] = what.output;
+    }
     if (!what.repeat_command.empty()) {
         line["again"] = what.repeat_command;
     }

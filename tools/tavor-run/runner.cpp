@@ -172,6 +172,7 @@ void runner::follow(attempt &now)
             now.has_open_case = true;
             what = open_case_result(now, seen.row);
         }
+        what.output = seen.output;
         add(now, std::move(what));
     };
     log_reader reader(how, events);

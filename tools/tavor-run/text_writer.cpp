@@ -112,7 +112,8 @@ public:
 private:
     static bool has_more_to_say(const case_history &each)
     {
-        return !each.worst.repeat_command.empty() || !each.worst.calls.empty() || each.runs > 1;
+        return !each.worst.output.empty() || !each.worst.repeat_command.empty() ||
+               !each.worst.calls.empty() || each.runs > 1;
     }
 
     std::string section(const case_history &each) const
@@ -125,6 +126,13 @@ private:
             text << ", in " << each.bad << " of " << each.runs << " runs";
         }
         text << "\n  " << printable(what.message) << "\n";
+        if (!what.output.empty()) {
+            text << "  printed by the case:\n";
+        }
+        std::istringstream printed(what.output);
+        for (std::string line; std::getline(printed, line);) {
+            text << "    " << printable(line) << "\n";
+        }
         if (!what.calls.empty()) {
             text << "  last library calls (" << printable(what.calls_from) << "):\n";
         }
