@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <iostream>
@@ -83,9 +84,9 @@ result described(const setting &where, const task &done)
     return made;
 }
 
-result run_one(const setting &where, const task &done)
+result run_one(const setting &where, const task &done, const std::function<void()> &waits)
 {
-    const observation seen = observe(where, done.what);
+    const observation seen = observe(where, done.what, waits);
     result made = described(where, done);
     made.reached = judge(done, seen);
     made.shown = seen.message;
@@ -94,11 +95,10 @@ result run_one(const setting &where, const task &done)
     return made;
 }
 
-// Held by one thread of one of the processes that run this tavor on the machine.
+// Held by one of the processes that run this tavor on the machine.
 class machine_lock {
 public:
-    explicit machine_lock(const std::string &tavor)
-        : within_process(one_at_a_time), fd(open(tavor.c_str(), O_RDONLY | O_CLOEXEC))
+    explicit machine_lock(const std::string &tavor) : fd(open(tavor.c_str(), O_RDONLY | O_CLOEXEC))
     {
         while (fd.get() >= 0 && flock(fd.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             if (tools::asked_to_stop() != tools::stop::no) {
@@ -109,8 +109,6 @@ public:
     }
 
 private:
-    static inline std::mutex one_at_a_time;
-    std::lock_guard<std::mutex> within_process;
     tools::unique_fd fd;
 };
 
@@ -145,35 +143,74 @@ result restored(const setting &where, const task &done, const result &recorded)
     return made;
 }
 
+void explain(result &judged, const task &done, const reason_to_hang &may_hang)
+{
+    if (judged.reached == outcome::hang) {
+        judged.explanation = may_hang(done.what);
+    }
+}
+
 std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
                               results_file &file, const task_options &options)
 {
     std::vector<std::optional<result>> results(tasks.size());
     progress shown(tasks.size(), options.show_progress);
     std::mutex writing;
+    std::atomic<bool> stopped{false};
 
-    in_parallel(tasks.size(), options.jobs, [&](std::size_t i) {
+    const auto run = [&](std::size_t i, const std::function<void()> &waits) {
         const task &todo = tasks[i];
         const result *earlier = file.known(todo.id);
-        if (earlier) {
-            results[i] = restored(where, todo, *earlier);
-        } else {
-            std::optional<machine_lock> alone;
-            if (std::find(options.exclusive.begin(), options.exclusive.end(), todo.what.test) !=
-                options.exclusive.end()) {
-                alone.emplace(where.tavor);
-            }
-            results[i] = run_one(where, todo);
-        }
-        if (options.explain) {
-            options.explain(*results[i]);
-        }
+        results[i] = earlier ? restored(where, todo, *earlier) : run_one(where, todo, waits);
+        explain(*results[i], todo, options.may_hang);
         const std::lock_guard<std::mutex> guard(writing);
         if (!earlier) {
             file.append(*results[i]);
         }
         shown.step(*results[i]);
-        return !(options.stop_at && options.stop_at(*results[i]));
+        if (options.stop_at && options.stop_at(*results[i])) {
+            stopped = true;
+        }
+        return !stopped;
+    };
+    std::vector<std::size_t> exclusive;
+    std::vector<std::size_t> likely_hangs;
+    std::vector<std::size_t> others;
+    for (std::size_t i = 0; i < tasks.size(); i++) {
+        const experiment &what = tasks[i].what;
+        if (std::find(options.exclusive.begin(), options.exclusive.end(), what.test) !=
+            options.exclusive.end()) {
+            exclusive.push_back(i);
+        } else {
+            (options.may_hang(what).empty() ? others : likely_hangs).push_back(i);
+        }
+    }
+    processors idle(std::max(1U, options.jobs));
+    const auto run_all = [&](const std::vector<std::size_t> &list) {
+        in_parallel(list.size(), idle, [&](std::size_t at, processor &held) {
+            return !stopped && run(list[at], [&] { held.give_back(); });
+        });
+    };
+    const auto run_one_by_one = [&] {
+        for (const std::size_t i : exclusive) {
+            const machine_lock alone(where.tavor);
+            if (stopped || !run(i, {})) {
+                break;
+            }
+        }
+    };
+    // All three from the start: what waits has ended when the rest has.
+    const std::array<std::function<void()>, 3> parts = {
+        run_one_by_one, [&] { run_all(likely_hangs); }, [&] { run_all(others); }};
+    processors for_parts(parts.size());
+    in_parallel(parts.size(), for_parts, [&](std::size_t i, processor &) {
+        try {
+            parts[i]();
+        } catch (...) {
+            stopped = true;
+            throw;
+        }
+        return true;
     });
     std::vector<result> in_order;
     for (std::optional<result> &ended : results) {

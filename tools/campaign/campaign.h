@@ -21,11 +21,14 @@ struct task {
     bool must_be_missed = false; // a fault without effect
 };
 
+// Why a run may hang by its case's nature; empty when it may not.
+using reason_to_hang = std::function<std::string(const experiment &)>;
+
 struct task_options {
-    unsigned jobs = 1;
+    unsigned jobs = 1; // runs that compute at once; those that wait are beside them
     bool show_progress = false;
-    std::vector<std::string> exclusive{};          // tests of which one runs at a time
-    std::function<void(result &)> explain{};       // called on each result
+    std::vector<std::string> exclusive{}; // tests of which one runs at a time
+    reason_to_hang may_hang{};
     std::function<bool(const result &)> stop_at{}; // ends the run at the first such result
 };
 
@@ -33,6 +36,9 @@ struct task_options {
 // the tasks, whichever ended first; where the run was stopped, without those not run.
 std::vector<result> run_tasks(const setting &where, const std::vector<task> &tasks,
                               results_file &file, const task_options &options);
+
+// Fills in why a hang is none to be looked at.
+void explain(result &judged, const task &done, const reason_to_hang &may_hang);
 
 // The task's result after a record of it: what was seen is the record's, the rest, such as the
 // command that repeats it here, the task's.

@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tools/campaign/watch.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/process.h"
 #include "tools/common/unique_fd.h"
@@ -179,7 +180,8 @@ void require_whole(const setting &where, const experiment &what, const std::stri
 
 } // namespace
 
-observation observe(const setting &where, const experiment &what)
+observation observe(const setting &where, const experiment &what,
+                    const std::function<void()> &waits)
 {
     const report_file shim_report;
     const report_file census;
@@ -189,7 +191,8 @@ observation observe(const setting &where, const experiment &what)
     process.environment.emplace_back("LC_ALL=C");
     process.environment.push_back("KELTRACE_REPORT=" + shim_report.path());
     process.environment.push_back("KEL_REFERENCE_CENSUS=" + census.path());
-    process.timeout = time_limit(where, what);
+    run_watch watch(time_limit(where, what), waits);
+    process.is_over = [&](pid_t started) { return watch.is_hang(started); };
     process.timeout_signal = SIGTERM;
     process.kept = KEPT_OUTPUT;
 

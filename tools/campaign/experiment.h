@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,11 +15,11 @@ namespace campaign {
 // Where the programs are and how long a run may take.
 struct setting {
     std::string tavor;
-    std::string shim;         // libkeltrace.so
-    std::string library_path; // folder of libkel.so; empty: as tavor finds it by itself
-    std::string options;      // the reference library's open choices
-    std::chrono::milliseconds timeout{};
-    bool has_reference = false; // the library is the reference library, which reports, too
+    std::string shim;                    // libkeltrace.so
+    std::string library_path;            // folder of libkel.so; empty: as tavor finds it by itself
+    std::string options;                 // the reference library's open choices
+    std::chrono::milliseconds timeout{}; // as run_watch has it
+    bool has_reference = false;          // the library is the reference library, which reports, too
 };
 
 struct experiment {
@@ -42,9 +43,11 @@ struct observation {
     std::chrono::microseconds wall_time{};
 };
 
-// Throws std::runtime_error when a report of a run that ended by itself is missing or cut, and
+// `waits` is called once the run waits instead of computing, if it ever does. Throws
+// std::runtime_error when a report of a run that ended by itself is missing or cut, and
 // tools::interrupted.
-observation observe(const setting &where, const experiment &what);
+observation observe(const setting &where, const experiment &what,
+                    const std::function<void()> &waits = {});
 
 // The shim's trace of a faultless run of the case.
 std::string trace_of(const setting &where, const std::string &test);

@@ -30,14 +30,11 @@ std::vector<explanation> read_explanations(const std::string &path)
     return known;
 }
 
-std::string explanation_of(const result &judged, const std::vector<explanation> &known)
+std::string explanation_of(const experiment &what, const std::vector<explanation> &known)
 {
-    if (judged.reached != outcome::hang) {
-        return "";
-    }
     for (const explanation &candidate : known) {
-        if (fnmatch(candidate.tests.c_str(), judged.test.c_str(), 0) == 0 &&
-            fnmatch(candidate.faults.c_str(), judged.faults.c_str(), 0) == 0) {
+        if (fnmatch(candidate.tests.c_str(), what.test.c_str(), 0) == 0 &&
+            fnmatch(candidate.faults.c_str(), what.faults.c_str(), 0) == 0) {
             return candidate.reason;
         }
     }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/campaign/results.h"
+#include "tools/campaign/experiment.h"
 
 namespace campaign {
 
@@ -19,7 +19,7 @@ struct explanation {
 // A line is: case glob | fault glob | reason. Throws std::runtime_error on bad input.
 std::vector<explanation> read_explanations(const std::string &path);
 
-// The reason for a hang, empty when there is none.
-std::string explanation_of(const result &judged, const std::vector<explanation> &known);
+// Why the run may hang; empty when it may not.
+std::string explanation_of(const experiment &what, const std::vector<explanation> &known);
 
 } // namespace campaign

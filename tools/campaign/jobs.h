@@ -47,6 +47,11 @@ inline bool is_control(const task &candidate)
     return candidate.must_be_green || candidate.must_be_missed;
 }
 
+// Whether the id is that of a run that is to be green, and of one of those that must end as they
+// should before any fault counts.
+bool is_faultless(const std::string &id);
+bool is_control(const std::string &id);
+
 // Without faults every case must pass; with one that has no effect, too.
 std::vector<task> control_jobs(const job_book &book, const std::vector<std::string> &cases);
 
@@ -55,7 +60,7 @@ std::vector<task> control_jobs(const job_book &book, const std::vector<std::stri
 std::vector<task> exhaustive_jobs(const job_book &book, const setting &where,
                                   const std::vector<std::string> &cases, unsigned at_once);
 
-// Cases whose verdict depends on time that passes: one at a time on a machine.
+// Cases that give the library some milliseconds: one at a time on a machine.
 const std::vector<std::string> &timed_cases();
 
 } // namespace campaign

@@ -20,7 +20,8 @@ struct parts {
 };
 
 // The results are in the order of the tasks, some of which may have none.
-parts split(const std::vector<task> &tasks, std::vector<result> results)
+parts split(const std::vector<task> &tasks, std::vector<result> results,
+            const reason_to_hang &may_hang)
 {
     parts made;
     auto next = results.begin();
@@ -29,6 +30,7 @@ parts split(const std::vector<task> &tasks, std::vector<result> results)
             made.has_all_controls &= !is_control(wanted);
             continue;
         }
+        explain(*next, wanted, may_hang);
         (is_control(wanted) ? made.controls : made.faults).push_back(std::move(*next++));
     }
     return made;
@@ -71,7 +73,7 @@ int merge_command(const arguments &given)
     if (given.missing_only) {
         return print_missing(merging, tasks.size());
     }
-    parts have = split(tasks, merging.results);
+    parts have = split(tasks, merging.results, expected_hangs(given));
     if (ends_at_controls(merging, have)) {
         report_controls(have.controls);
         return FOUND_SOMETHING;
@@ -81,9 +83,6 @@ int merge_command(const arguments &given)
         return INCOMPLETE;
     }
     report_controls(have.controls);
-    if (const auto explain = explainer(given)) {
-        std::for_each(have.faults.begin(), have.faults.end(), explain);
-    }
     return report_faults(given, book, have.faults);
 }
 

@@ -8,25 +8,56 @@
 #include <cstddef>
 #include <exception>
 #include <mutex>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
 namespace campaign {
 
-// Calls work(i) for each i below `count`, in order, on so many threads. Once a call returns false
-// or throws, no further ones begin; the first exception is thrown on when all have ended.
-template <typename Work> void in_parallel(std::size_t count, unsigned at_once, const Work &work)
+// What only waits needs no processor: so many runs may do so beside those that compute.
+constexpr std::size_t WAITING_RUNS = 64;
+
+using processors = std::counting_semaphore<>;
+
+// A processor, held while a run computes.
+class processor {
+public:
+    explicit processor(processors &of) : all(of) { all.acquire(); }
+    processor(const processor &) = delete;
+    processor &operator=(const processor &) = delete;
+    ~processor() { give_back(); }
+
+    // Early, for good.
+    void give_back()
+    {
+        if (held) {
+            all.release();
+        }
+        held = false;
+    }
+
+private:
+    processors &all;
+    bool held = true;
+};
+
+// Calls work(i, processor) for each i below `count`, in order, on as many threads as there are idle
+// processors, and on further ones as processors are given back. Once a call returns false or
+// throws, no further ones begin; the first exception is thrown on when all have ended.
+template <typename Work> void in_parallel(std::size_t count, processors &idle, const Work &work)
 {
     std::atomic<std::size_t> next{0};
     std::atomic<bool> stopped{false};
     std::exception_ptr first_error;
     std::once_flag has_failed;
     std::vector<std::jthread> pool;
-    for (unsigned i = 0; i < std::max(1u, at_once); i++) {
+    for (std::size_t i = 0; i < std::min(count, WAITING_RUNS); i++) {
         pool.emplace_back([&] {
             try {
-                for (std::size_t at = next++; at < count && !stopped; at = next++) {
-                    if (!work(at)) {
+                while (!stopped) {
+                    processor held(idle);
+                    const std::size_t at = next++;
+                    if (at >= count || stopped || !work(at, held)) {
                         stopped = true;
                     }
                 }

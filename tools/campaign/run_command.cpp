@@ -3,8 +3,10 @@
 // The campaign on this machine, or its part of it.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <iterator>
 
 #include "tools/campaign/commands.h"
 #include "tools/campaign/selection.h"
@@ -29,21 +31,13 @@ task_options options_for(const arguments &given)
     options.jobs = given.jobs;
     options.show_progress = !given.quiet && isatty(STDERR_FILENO) != 0;
     options.exclusive = timed_cases();
+    options.may_hang = expected_hangs(given);
     if (given.fail_fast) {
         options.stop_at = [exhaustive = given.exhaustive](const result &judged) {
             return is_finding(judged, exhaustive);
         };
     }
     return options;
-}
-
-// The tasks that must be green, which are taken out of `tasks`.
-std::vector<task> take_controls(std::vector<task> &tasks)
-{
-    const auto faults = std::stable_partition(tasks.begin(), tasks.end(), is_control);
-    std::vector<task> controls(tasks.begin(), faults);
-    tasks.erase(tasks.begin(), faults);
-    return controls;
 }
 
 std::vector<result> run_timed(const arguments &given, const std::vector<task> &tasks,
@@ -76,14 +70,14 @@ int run_command(const arguments &given)
     results_file file(given.results_path,
                       given.resume ? results_file::mode::resumed : results_file::mode::anew,
                       subject_of(given.where, given.pairs_folder));
-    task_options options = options_for(given);
-    const std::vector<task> controls = take_controls(tasks);
-    if (!report_controls(run_tasks(given.where, controls, file, options))) {
-        return FOUND_SOMETHING;
-    }
-    options.explain = explainer(given);
-    const std::vector<result> results = run_timed(given, tasks, file, options);
-    return report_faults(given, book, results);
+    const task_options options = options_for(given);
+    std::vector<result> controls = run_timed(given, tasks, file, options);
+    const auto first_fault = std::stable_partition(
+        controls.begin(), controls.end(), [](const result &ended) { return is_control(ended.id); });
+    const std::vector<result> results(std::make_move_iterator(first_fault),
+                                      std::make_move_iterator(controls.end()));
+    controls.erase(first_fault, controls.end());
+    return report_controls(controls) ? report_faults(given, book, results) : FOUND_SOMETHING;
 }
 
 int run_jobs_command(const arguments &given)
@@ -97,7 +91,6 @@ int run_jobs_command(const arguments &given)
                       results_file::mode::added_to, subject_of(given.where, given.pairs_folder));
     task_options options = options_for(given);
     options.show_progress = false;
-    options.explain = explainer(given);
     run_tasks(given.where, take_shard(std::move(tasks), given.part), file, options);
     return 0;
 }

@@ -13,8 +13,8 @@ namespace campaign {
 
 bool is_finding(const result &judged, bool exhaustive);
 
-// Fills in why a hang is none to be looked at.
-std::function<void(result &)> explainer(const arguments &given);
+// The hangs that are none to be looked at.
+reason_to_hang expected_hangs(const arguments &given);
 
 // Says which cases are green; false when one is not. A campaign on a red suite would prove nothing.
 bool report_controls(const std::vector<result> &results);

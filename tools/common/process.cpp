@@ -288,7 +288,8 @@ private:
             options.deadline ? options.deadline() : steady::time_point::max();
         const steady::time_point now = steady::now();
         return now >= deadline ||
-               (options.timeout.count() != 0 && now >= started + options.timeout);
+               (options.timeout.count() != 0 && now >= started + options.timeout) ||
+               (options.is_over && options.is_over(pid));
     }
 
     const process_options &options;

@@ -3,6 +3,8 @@
 // Runs another program, collects what it prints and tells how it ended.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -19,6 +21,8 @@ struct process_options {
     int timeout_signal = 0;                 // first with this signal, where it is not 0
     // Asked all the while, a moment after which it is ended in the same way; it may move.
     std::function<std::chrono::steady_clock::time_point()> deadline{};
+    // Asked with the process's id about fifty times a second; true ends it in the same way.
+    std::function<bool(pid_t)> is_over{};
     // Called with each piece of standard output as it comes; true asks for `stop_signal`.
     std::function<bool(std::string_view)> on_output{};
     // Sent when this program is asked to stop soon (see interrupt.h); asked to stop now, or with 0

@@ -3,6 +3,7 @@
 // The operations of libkel as the program finds them: each passes on to the library behind it, and
 // the program's own calls are counted, traced and made to fail on the way.
 #include <optional>
+#include <sched.h>
 #include <tuple>
 #include <type_traits>
 
@@ -49,6 +50,15 @@ auto call(Function *function, const Arguments &arguments)
     }
 }
 
+// A thread that tries again and again what is refused may wait for another one, which then is not
+// to wait for its processor.
+void yield_if_refused_again(operation which, bool succeeded)
+{
+    static thread_local std::optional<operation> refused;
+    if (!succeeded && refused == which) sched_yield();
+    refused = succeeded ? std::nullopt : std::optional(which);
+}
+
 template <operation Id, typename Result, typename... Arguments>
 auto observed_call(Result (*function)(Arguments...), std::uint64_t number, Arguments... arguments)
 {
@@ -71,6 +81,7 @@ auto observed_call(Result (*function)(Arguments...), std::uint64_t number, Argum
     if (account && succeeded) account->after(faults.result);
     if (recorded) recorded->returned(widened(faults.result));
     if (line) line->after(number, faults.result, succeeded);
+    yield_if_refused_again(Id, succeeded);
     return faults.result;
 }
 

@@ -292,7 +292,8 @@ int run(const arguments &given)
     }
     std::mutex writing;
     std::map<fate, unsigned> counts;
-    campaign::in_parallel(chosen.size(), given.jobs, [&](std::size_t i) {
+    campaign::processors idle(given.jobs);
+    campaign::in_parallel(chosen.size(), idle, [&](std::size_t i, campaign::processor &) {
         const judged_mutant judged = judge(given, made, chosen[i], texts[chosen[i].file], known);
         const std::lock_guard<std::mutex> guard(writing);
         counts[judged.end]++;
