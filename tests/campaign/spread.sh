@@ -5,11 +5,11 @@
 # interface, each with a home folder of its own.
 #
 #   spread.sh losses|times <kel-campaign> <kel-campaign-spread> <tavor> <libkeltrace.so> \
-#       <folder of pairs> [results of a run here]
+#       <folder of pairs>
 #
-#   losses  one machine is lost in the middle, then the other; what is missing is run when both are
-#           back, and the table is that of the run here
-#   times   nothing is lost; how long it takes here and there
+#   losses  with a few suites: one machine is lost in the middle, then the other; what is missing is
+#           run when both are back, and the table is that of the run here
+#   times   with all cases: nothing is lost; how long it takes here and there
 set -euo pipefail
 
 what=$1
@@ -17,7 +17,6 @@ program=$2
 spread=$3
 tavor=$4
 subject=(--tavor "$tavor" --shim "$5" --pairs "$6")
-results_here=${7:-}
 sshd=$(PATH=$PATH:/usr/sbin:/sbin command -v sshd)
 folder=$(mktemp -d)
 declare -A servers ports
@@ -129,6 +128,8 @@ UsePAM no
 PermitRootLogin yes
 PasswordAuthentication no
 MaxStartups 100
+# The shell that starts the command is not to read the files of whoever runs the test.
+SetEnv HOME=$folder/$name/home
 ForceCommand $folder/$name/run
 TEXT
 }
@@ -166,6 +167,7 @@ same_table() {
     fi
 }
 
+# run_here [argument...]
 run_here() {
     if ! "$program" "${subject[@]}" --quiet "$@" 2>"$folder/here.err"; then
         cat "$folder/here.err" >&2
@@ -203,10 +205,10 @@ lose_machines() {
     local status=0
     spread_into "$folder/lost" >"$folder/there.txt" 2>"$folder/lost.err" &
     spreading=$!
-    until_records 100
+    until_records 40
     stop_server second
     echo "one lost after $(records) results"
-    until_records 1000
+    until_records 150
     stop_server first
     echo "the other after $(records)"
     wait "$spreading" || status=$?
@@ -264,8 +266,9 @@ check_needs
 case $what in
 times) times ;;
 losses)
-    cp -- "$results_here" "$folder/here.jsonl"
-    run_here --results "$folder/here.jsonl" --resume >"$folder/here.txt"
+    # Some hundred jobs, without those that wait: what is lost and found again is the jobs.
+    subject+=(kel_role kel_tlv)
+    run_here --jobs 4 >"$folder/here.txt"
     lose_machines
     same_table "$folder/here.txt" "$folder/there.txt"
     check_resumed
