@@ -36,3 +36,11 @@ foreach(lang IN ITEMS C CXX)
   set(CMAKE_${lang}_FLAGS_DEBUG "-O0 -g")
 endforeach()
 add_compile_definitions($<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:_GLIBCXX_ASSERTIONS>)
+
+# Where there is a compiler cache it is used, whether or not somebody has asked for it.
+find_program(TAVOR_CCACHE ccache DOC "The compiler cache; empty or not found: none")
+foreach(lang IN ITEMS C CXX)
+  if(TAVOR_CCACHE AND NOT CMAKE_${lang}_COMPILER_LAUNCHER)
+    set(CMAKE_${lang}_COMPILER_LAUNCHER "${TAVOR_CCACHE}")
+  endif()
+endforeach()
