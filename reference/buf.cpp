@@ -9,7 +9,6 @@
 
 #include "reference/bufgroup.h"
 #include "reference/chain.h"
-#include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 
@@ -20,17 +19,6 @@ namespace {
 kel_buffer handle_of(const buffer_object *buffer)
 {
     return buffer ? buffer->handle : 0;
-}
-
-// EINVAL for an unknown client or group; else null with the error, or a chain.
-obtained_chain obtain_for(state &library, kel_client client, kel_bufgroup group, std::uint32_t size,
-                          std::uint8_t contiguous)
-{
-    client_object *obtainer = library.clients.find(client);
-    if (!obtainer) return {nullptr, EINVAL};
-    payer charged{obtainer, nullptr};
-    if (find_group_for_use(library, *obtainer, group, charged.group)) return {nullptr, EINVAL};
-    return obtain_chain(library, charged, size, contiguous ? layout::contiguous : layout::spread);
 }
 
 // The buffer that may be freed, or null and the error.
@@ -111,26 +99,14 @@ uint32_t model::kel_get_bufmem_info(state &library, uint64_t *bpa_paddr, uint64_
 kel_buffer model::kel_get_buffer(state &library, kel_client client, kel_bufgroup group,
                                  uint32_t size, uint8_t contiguous, uint32_t *error)
 {
-    const obtained_chain chain = obtain_for(library, client, group, size, contiguous);
+    payer charged{library.clients.find(client), nullptr};
+    const bool is_known =
+        charged.client && !find_group_for_use(library, *charged.client, group, charged.group);
+    const layout wanted = contiguous ? layout::contiguous : layout::spread;
+    const obtained_chain chain =
+        is_known ? obtain_chain(library, charged, size, wanted) : obtained_chain{nullptr, EINVAL};
     store_error(error, chain.error);
     return handle_of(chain.head);
-}
-
-uint32_t model::kel_get_buffer_list(state &library, kel_client client, kel_bufgroup group,
-                                    uint32_t size, uint8_t contiguous, uint16_t count,
-                                    kel_buffer_list *list)
-{
-    client_object *obtainer = library.clients.find(client);
-    bufgroup_object *named = nullptr;
-    if (!obtainer || !list || count > KEL_LIST_MAX) return EINVAL;
-    if (find_group_for_use(library, *obtainer, group, named)) return EINVAL;
-    *list = {};
-    while (list->allocated < count) {
-        const obtained_chain chain = obtain_for(library, client, group, size, contiguous);
-        if (!chain.head) break;
-        list->buffers[list->allocated++] = chain.head->handle;
-    }
-    return 0;
 }
 
 uint32_t model::kel_free_buffer(state &library, kel_buffer buffer)

@@ -8,8 +8,9 @@
 #include <cstring>
 #include <utility>
 
+#include "reference/bufgroup_reserved.h"
 #include "reference/caller_memory.h"
-#include "reference/objects.h"
+#include "reference/event.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 
@@ -186,9 +187,10 @@ uint32_t model::kel_register_bufgroup(state &library, kel_client client, kel_buf
 
 uint32_t model::kel_deregister_bufgroup(state &library, kel_client client, kel_bufgroup group)
 {
-    bufgroup_object *left = find_registered(library, client, group);
-    if (!left) return EINVAL;
-    leave_group(library, *library.clients.find(client), *left, false);
+    client_object *leaving = library.clients.find(client);
+    bufgroup_object *left = library.bufgroups.find(group);
+    if (!leaving || !left || !is_registered(*left, leaving)) return EINVAL;
+    leave_group(library, *leaving, *left, false);
     return 0;
 }
 

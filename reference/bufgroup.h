@@ -27,6 +27,9 @@ bool group_came_down_to_low(const bufgroup_object &group, const usage &before);
 void refer_to_group(bufgroup_object &group);
 void drop_group_reference(state &library, bufgroup_object &group);
 
+// Ends all of the client's registrations of groups.
+void release_bufgroups(state &library, client_object &client);
+
 // Registers `client` with the group, for both kinds of groups.
 void join_group(client_object &client, bufgroup_object &group) noexcept;
 bufgroup_object *find_group_by_name(state &library, const char *name);
@@ -34,14 +37,5 @@ bufgroup_object *find_group_by_name(state &library, const char *name);
 bufgroup_object *make_group(state &library, const char *name) noexcept;
 // Whether a name may be a group's.
 bool is_group_name(const char *name);
-
-// Reserved groups (bufgroup_reserved.cpp).
-
-std::uint32_t elements_left(const bufgroup_object &group);
-// The address behind an element's head room; null when none is left.
-std::byte *take_element(bufgroup_object &group);
-// `within` is any address in the element.
-void give_back_element(bufgroup_object &group, std::byte *within);
-void release_elements(state &library, bufgroup_object &group);
 
 } // namespace kel_reference

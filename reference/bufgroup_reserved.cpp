@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// Reserved buffer groups and their elements. The operations that take many packets or
-// buffers at once stand with those that take one.
+// Reserved buffer groups and their elements, and the operations that take many packets or buffers
+// in one call.
+
+#include "reference/bufgroup_reserved.h"
 
 #include <cerrno>
 
 #include "reference/bufgroup.h"
-#include "reference/objects.h"
+#include "reference/chain.h"
 #include "reference/operations.h"
 #include "reference/options.h"
+#include "reference/packet.h"
 
 namespace kel_reference {
 
@@ -101,6 +104,43 @@ uint32_t model::kel_register_reserved_bufgroup(state &library, kel_client client
     const std::uint32_t room = chosen_options().reserved_head_room ? 0 : head_room;
     return register_reserved(library, *registering, *group, name,
                              {element_size, element_count, room, no_poison != 0});
+}
+
+uint32_t model::kel_get_packet_list(state &library, kel_packet_list *list)
+{
+    if (!list || list->count > KEL_LIST_MAX) return EINVAL;
+    list->allocated = 0;
+    for (std::uint32_t index = 0; index < KEL_LIST_MAX; index++) {
+        list->results[index] = {};
+        if (index >= list->count) continue;
+        const kel_packet_request &asked = list->requests[index];
+        std::uint32_t error = 0;
+        const packet_object *made = make_packet(
+            library,
+            {asked.client, asked.group, asked.size, layout::gathered, asked.tlv, asked.tlv_size},
+            error);
+        list->results[index] = {made ? made->handle : 0,
+                                chosen_options().list_result_error ? error : 0};
+        if (made) list->allocated++;
+    }
+    return 0;
+}
+
+uint32_t model::kel_get_buffer_list(state &library, kel_client client, kel_bufgroup group,
+                                    uint32_t size, uint8_t contiguous, uint16_t count,
+                                    kel_buffer_list *list)
+{
+    payer charged{library.clients.find(client), nullptr};
+    if (!charged.client || !list || count > KEL_LIST_MAX) return EINVAL;
+    if (find_group_for_use(library, *charged.client, group, charged.group)) return EINVAL;
+    const layout wanted = contiguous ? layout::contiguous : layout::spread;
+    *list = {};
+    while (list->allocated < count) {
+        const obtained_chain chain = obtain_chain(library, charged, size, wanted);
+        if (!chain.head) break;
+        list->buffers[list->allocated++] = chain.head->handle;
+    }
+    return 0;
 }
 
 } // namespace kel_reference

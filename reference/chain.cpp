@@ -10,7 +10,8 @@
 #include <span>
 
 #include "reference/bufgroup.h"
-#include "reference/objects.h"
+#include "reference/bufgroup_reserved.h"
+#include "reference/event.h"
 #include "reference/options.h"
 
 namespace kel_reference {
@@ -287,6 +288,19 @@ void forget_obtainer(buffer_object &buffer)
 {
     buffer.obtainer->buffers.remove(buffer);
     buffer.obtainer = nullptr;
+}
+
+void release_buffers(state &library, client_object &client)
+{
+    while (buffer_object *obtained = client.buffers.front()) {
+        buffer_object &first = head_of(*obtained);
+        if (first.packet || first.obtainer != &client) {
+            forget_obtainer(*obtained);
+            continue;
+        }
+        library.released_by_deregistration += chain_count(&first);
+        free_chain(library, first);
+    }
 }
 
 buffer_object &head_of(buffer_object &buffer)

@@ -44,6 +44,10 @@ std::uint32_t gather_chain(state &library, packet_object &packet);
 // buffer's own obtainer and group.
 payer payer_beside(const buffer_object &buffer);
 
+// Frees the chains whose first buffer the client obtained. Its buffers in packets and in chains of
+// others stay there and are charged to nobody.
+void release_buffers(state &library, client_object &client);
+
 // Takes the buffer off the count of its obtainer, who is gone; it remains its group's.
 void forget_obtainer(buffer_object &buffer);
 

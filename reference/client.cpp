@@ -8,22 +8,21 @@
 #include <cerrno>
 #include <memory>
 
+#include "reference/bufgroup.h"
+#include "reference/chain.h"
 #include "reference/daemon.h"
-#include "reference/objects.h"
+#include "reference/event.h"
 #include "reference/operations.h"
 #include "reference/options.h"
+#include "reference/packet.h"
+#include "reference/tag.h"
+#include "reference/transport.h"
 
 namespace kel_reference {
 
 std::uint32_t client_refusal(state &library, kel_client handle)
 {
     return library.clients.is_stale(handle) ? chosen_options().stale_client_error : EINVAL;
-}
-
-std::uint32_t queue_limit(const client_object &client)
-{
-    constexpr std::uint32_t LEAST_DEPTH = 8;
-    return std::max(client.asked_depth, LEAST_DEPTH);
 }
 
 namespace {
@@ -44,7 +43,8 @@ void release_holdings(state &library, client_object &client)
 {
     release_events(library, client);
     release_tags(library, client);
-    release_packets_and_buffers(library, client);
+    release_packets(library, client);
+    release_buffers(library, client);
     release_bufgroups(library, client);
     cancel_flush(library, client);
 }
@@ -69,7 +69,7 @@ uint32_t model::kel_register_client(state &library, kel_client *client, const ch
     if (!client) return chosen_options().null_result_error;
     client_object *created = library.clients.create();
     if (!created) return ENOMEM;
-    if (!start_daemon()) {
+    if (!start_daemon(flush_clients)) {
         library.clients.release(*created);
         return ENOMEM;
     }

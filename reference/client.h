@@ -12,7 +12,4 @@ namespace kel_reference {
 // otherwise for one that once was.
 std::uint32_t client_refusal(state &library, kel_client handle);
 
-// How many packets a send may bring the client's queue to.
-std::uint32_t queue_limit(const client_object &client);
-
 } // namespace kel_reference

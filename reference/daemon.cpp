@@ -9,11 +9,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <system_error>
-
-#include "reference/transport.h"
 
 namespace kel_reference {
 
@@ -56,29 +53,6 @@ private:
     sigset_t previous;
 };
 
-clock::time_point flush_time(const client_object &client)
-{
-    return client.last_deferred_send + client.signal_interval;
-}
-
-// Signals the clients whose interval has passed. Returns when the next one's will have.
-clock::time_point flush_clients(state &library)
-{
-    const clock::time_point now = clock::now();
-    clock::time_point next_flush = NEVER;
-    client_object *next = nullptr;
-    for (client_object *each = library.clients_to_flush.front(); each; each = next) {
-        next = intrusive_list<client_object>::next(*each);
-        const clock::time_point due = flush_time(*each);
-        if (due > now) {
-            next_flush = std::min(next_flush, due);
-        } else {
-            signal_packets(library, *each);
-        }
-    }
-    return next_flush;
-}
-
 // A thread must not be running when static objects are gone. When the lock is taken, the
 // process is being left from within the library and nobody may wait here.
 struct daemon_end {
@@ -93,7 +67,7 @@ struct daemon_end {
 
 } // namespace
 
-flush_daemon::flush_daemon()
+flush_daemon::flush_daemon(flush_function *carried_out) : flush(carried_out)
 {
     // Not a std::thread: that gives back memory in the new thread, for which the C library sets
     // up a heap there first.
@@ -118,7 +92,7 @@ void flush_daemon::run()
     locked_state library;
     while (!is_retired) {
         // A time of its own: the wait goes on reading it without the lock.
-        const clock::time_point next_flush = flush_clients(*library);
+        const clock::time_point next_flush = flush(*library);
         wakes_at = next_flush;
         if (next_flush == NEVER) {
             wake.wait(library.lock());
@@ -141,12 +115,12 @@ void flush_daemon::retire()
     wake.notify_one();
 }
 
-bool start_daemon()
+bool start_daemon(flush_function *flush)
 {
     if (current_daemon()) return true;
     static const daemon_end at_exit;
     try {
-        current_daemon() = std::make_unique<flush_daemon>();
+        current_daemon() = std::make_unique<flush_daemon>(flush);
     } catch (const std::system_error &) {
         return false;
     }
@@ -159,26 +133,9 @@ std::unique_ptr<flush_daemon> retire_daemon()
     return std::move(current_daemon());
 }
 
-void defer_signal(state &library, client_object &client)
+void wake_daemon_by(clock::time_point time)
 {
-    client.last_deferred_send = clock::now();
-    if (!client.flush_pending) {
-        client.flush_pending = true;
-        library.clients_to_flush.push_back(client);
-    }
-    reschedule_flush(client);
-}
-
-void reschedule_flush(const client_object &client)
-{
-    if (client.flush_pending && current_daemon()) current_daemon()->wake_by(flush_time(client));
-}
-
-void cancel_flush(state &library, client_object &client)
-{
-    if (!client.flush_pending) return;
-    client.flush_pending = false;
-    library.clients_to_flush.remove(client);
+    if (current_daemon()) current_daemon()->wake_by(time);
 }
 
 } // namespace kel_reference

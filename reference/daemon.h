@@ -12,10 +12,13 @@
 
 namespace kel_reference {
 
+// Does what is due, and returns when it wants to be called next.
+using flush_function = clock::time_point(state &);
+
 class flush_daemon {
 public:
     // Throws std::system_error when the system grants no thread.
-    flush_daemon();
+    explicit flush_daemon(flush_function *carried_out);
     flush_daemon(const flush_daemon &) = delete;
     flush_daemon &operator=(const flush_daemon &) = delete;
     // Waits for the thread to end: must not be called with the library's lock held.
@@ -31,6 +34,7 @@ public:
 private:
     void run();
 
+    flush_function *flush;
     std::condition_variable wake;
     clock::time_point wakes_at = clock::time_point::max();
     bool is_retired = false;
@@ -40,17 +44,12 @@ private:
 // All of these are called with the library's lock held.
 
 // False when the system grants no thread. Does nothing while one runs.
-bool start_daemon();
+bool start_daemon(flush_function *flush);
 
 // Takes the daemon out of service, for the caller to destroy after releasing the lock.
 std::unique_ptr<flush_daemon> retire_daemon();
 
-// Has the client signalled an interval from now, instead of from the last time it was asked.
-void defer_signal(state &library, client_object &client);
-
-// The client's signal interval has changed.
-void reschedule_flush(const client_object &client);
-
-void cancel_flush(state &library, client_object &client);
+// Has the flush looked after not later than `time`.
+void wake_daemon_by(clock::time_point time);
 
 } // namespace kel_reference

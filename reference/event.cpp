@@ -3,6 +3,8 @@
 // Events: armed in a client's list, and found from their object through the watchers; fired
 // into the client's list of pending ones, which its descriptor and its waits show.
 
+#include "reference/event.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <optional>
@@ -11,9 +13,9 @@
 #include "reference/caller_memory.h"
 #include "reference/client.h"
 #include "reference/faults/inside.h"
-#include "reference/objects.h"
 #include "reference/operations.h"
 #include "reference/options.h"
+#include "reference/tag.h"
 
 namespace kel_reference {
 
@@ -78,7 +80,7 @@ void fire_where(state &library, const event_key &key, auto is_due)
 // accepted.
 bool has_room(const client_object &receiver)
 {
-    return receiver.queued < std::max(receiver.asked_depth, 1u);
+    return receiver.queue.size() < std::max(receiver.asked_depth, 1u);
 }
 
 // Whether a packet with the tag could be queued. If not, the queue is watched from now on.
@@ -89,12 +91,6 @@ bool tag_has_room(state &library, kel_tag tag)
     const bool room = has_room(*receiver);
     receiver->room_is_awaited |= !room;
     return room;
-}
-
-bool is_held(state &library, kel_tag tag)
-{
-    const auto entry = library.tags.find(tag);
-    return entry != library.tags.end() && !entry->second.holders.empty();
 }
 
 // What group flag 1 and group flag 2 stand for.

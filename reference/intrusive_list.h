@@ -24,12 +24,22 @@ public:
     // The one after it; null after the last.
     static element *next(const element &listed) { return static_cast<const node &>(listed).next; }
 
-    void push_back(element &added)
+    // The one before it; null before the first.
+    static element *previous(const element &listed)
+    {
+        return static_cast<const node &>(listed).previous;
+    }
+
+    void push_back(element &added) { insert_before(nullptr, added); }
+
+    // Adds at the end where `place` is null.
+    void insert_before(element *place, element &added)
     {
         node &links = added;
-        links.previous = last;
-        (last ? static_cast<node &>(*last).next : first) = &added;
-        last = &added;
+        links.next = place;
+        links.previous = place ? previous(*place) : last;
+        (links.previous ? static_cast<node &>(*links.previous).next : first) = &added;
+        (place ? static_cast<node &>(*place).previous : last) = &added;
         count++;
     }
 

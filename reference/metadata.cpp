@@ -2,6 +2,8 @@
 //
 // Packet metadata, one field at a time and through the group record.
 
+#include "reference/metadata.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -11,7 +13,6 @@
 #include "reference/chain.h"
 #include "reference/operations.h"
 #include "reference/options.h"
-#include "reference/packet.h"
 
 namespace kel_reference {
 

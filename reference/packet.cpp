@@ -14,10 +14,11 @@
 
 #include "reference/bufgroup.h"
 #include "reference/chain.h"
-#include "reference/objects.h"
+#include "reference/metadata.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 #include "reference/tlv.h"
+#include "reference/transport.h"
 
 namespace kel_reference {
 
@@ -61,42 +62,6 @@ std::uint32_t allocate_first_tlvs(packet_object &packet, std::uint32_t number, s
         if (const std::uint32_t error = allocate_tlv(packet, id, size)) return error;
     }
     return 0;
-}
-
-struct packet_order {
-    kel_client client;
-    kel_bufgroup group;
-    std::uint32_t size;
-    layout wanted;
-    std::uint32_t tlv; // 0: none
-    std::uint32_t tlv_size;
-};
-
-// A packet as ordered. `error` is 0 or a notice, or with null the reason.
-packet_object *make_packet(state &library, const packet_order &order, std::uint32_t &error)
-{
-    client_object *client = library.clients.find(order.client);
-    bufgroup_object *group = nullptr;
-    error = client ? find_group_for_use(library, *client, order.group, group) : EINVAL;
-    if (error) return nullptr;
-
-    packet_object *made = make_header(library, *client, group);
-    if (!made) {
-        error = ENOMEM;
-        return nullptr;
-    }
-    error = order.tlv ? allocate_first_tlvs(*made, order.tlv, order.tlv_size) : 0;
-    if (!error) {
-        const obtained_chain chain =
-            obtain_chain(library, {client, group}, order.size, order.wanted);
-        error = chain.error;
-        if (chain.head) {
-            link_into_empty(*made, *chain.head);
-            return made;
-        }
-    }
-    release_packet(library, *made);
-    return nullptr;
 }
 
 kel_packet handle_of(const packet_object *packet)
@@ -193,6 +158,32 @@ std::uint32_t trim_packet(state &library, packet_object &packet, std::uint32_t s
 
 } // namespace
 
+packet_object *make_packet(state &library, const packet_order &order, std::uint32_t &error)
+{
+    client_object *client = library.clients.find(order.client);
+    bufgroup_object *group = nullptr;
+    error = client ? find_group_for_use(library, *client, order.group, group) : EINVAL;
+    if (error) return nullptr;
+
+    packet_object *made = make_header(library, *client, group);
+    if (!made) {
+        error = ENOMEM;
+        return nullptr;
+    }
+    error = order.tlv ? allocate_first_tlvs(*made, order.tlv, order.tlv_size) : 0;
+    if (!error) {
+        const obtained_chain chain =
+            obtain_chain(library, {client, group}, order.size, order.wanted);
+        error = chain.error;
+        if (chain.head) {
+            link_into_empty(*made, *chain.head);
+            return made;
+        }
+    }
+    release_packet(library, *made);
+    return nullptr;
+}
+
 std::uint32_t release_packet(state &library, packet_object &packet)
 {
     if (packet.queued_at) dequeue(library, packet);
@@ -211,20 +202,11 @@ void change_holder(packet_object &packet, client_object &holder)
     holder.packets.push_back(packet);
 }
 
-void release_packets_and_buffers(state &library, client_object &client)
+void release_packets(state &library, client_object &client)
 {
     while (packet_object *held = client.packets.front()) {
         library.released_by_deregistration++;
         release_packet(library, *held);
-    }
-    while (buffer_object *obtained = client.buffers.front()) {
-        buffer_object &first = head_of(*obtained);
-        if (first.packet || first.obtainer != &client) {
-            forget_obtainer(*obtained);
-            continue;
-        }
-        library.released_by_deregistration += chain_count(&first);
-        free_chain(library, first);
     }
 }
 
@@ -258,25 +240,6 @@ kel_packet model::kel_get_pkthdr_with_tlv(state &library, kel_client client, uin
                                           uint32_t tlv_size)
 {
     return make_bare_header(library, {client, 0, 0, layout::gathered, tlv, tlv_size});
-}
-
-uint32_t model::kel_get_packet_list(state &library, kel_packet_list *list)
-{
-    if (!list || list->count > KEL_LIST_MAX) return EINVAL;
-    list->allocated = 0;
-    for (std::uint32_t index = 0; index < KEL_LIST_MAX; index++) {
-        list->results[index] = {};
-        if (index >= list->count) continue;
-        const kel_packet_request &asked = list->requests[index];
-        std::uint32_t error = 0;
-        const packet_object *made = make_packet(
-            library,
-            {asked.client, asked.group, asked.size, layout::gathered, asked.tlv, asked.tlv_size},
-            error);
-        list->results[index] = {handle_of(made), chosen_options().list_result_error ? error : 0};
-        if (made) list->allocated++;
-    }
-    return 0;
 }
 
 uint32_t model::kel_free_packet(state &library, kel_packet packet)

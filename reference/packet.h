@@ -1,20 +1,33 @@
 // SPDX-License-Identifier: MIT
 //
-// What metadata.cpp and packet.cpp need of each other, with the library's lock held.
+// Making packets and giving them up, with the library's lock held.
 #pragma once
 
+#include "reference/chain.h"
 #include "reference/state.h"
 
 namespace kel_reference {
 
-// Sets the fields of a packet just obtained, all of them 0, to what they begin with.
-void set_fresh_metadata(packet_metadata &metadata);
+struct packet_order {
+    kel_client client;
+    kel_bufgroup group;
+    std::uint32_t size;
+    layout wanted;
+    std::uint32_t tlv; // 0: none
+    std::uint32_t tlv_size;
+};
 
-// Whether `kind` is one of the offset kinds that exist.
-bool is_offset_kind(std::uint32_t kind);
+// A packet as ordered. `error` is 0 or a notice, or with null the reason.
+packet_object *make_packet(state &library, const packet_order &order, std::uint32_t &error);
 
-// How the offsets but OFFSET_DATA follow a change at the front of the data.
-void raise_offsets(packet_metadata &metadata, std::uint32_t size);
-void lower_offsets(packet_metadata &metadata, std::uint32_t size);
+// Frees the packet with its chain and TLVs, out of a queue too where it waits in one.
+// Returns 0 or the low-threshold notice.
+std::uint32_t release_packet(state &library, packet_object &packet);
+
+// Makes the packet `holder`'s. Its buffers stay charged to those who obtained them.
+void change_holder(packet_object &packet, client_object &holder);
+
+// Frees the packets that the client holds.
+void release_packets(state &library, client_object &client);
 
 } // namespace kel_reference

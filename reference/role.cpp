@@ -2,10 +2,12 @@
 //
 // Changes of role, on which the receiver of a shared tag depends.
 
+#include "reference/role.h"
+
 #include <cerrno>
 
 #include "reference/client.h"
-#include "reference/objects.h"
+#include "reference/event.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 

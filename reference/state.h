@@ -85,7 +85,10 @@ struct packet_metadata {
     std::array<std::uint64_t, 4> ifids{};                  // by interface kind
 };
 
-struct packet_object : list_node<packet_object> { // node in its holder's list
+struct in_queue;
+
+// Node in its holder's list and in the queue that it waits in.
+struct packet_object : list_node<packet_object>, list_node<packet_object, in_queue> {
     kel_packet handle = 0;
     buffer_object *head = nullptr;
     buffer_object *tail = nullptr;
@@ -96,13 +99,13 @@ struct packet_object : list_node<packet_object> { // node in its holder's list
     bufgroup_object *group = nullptr; // it was obtained from
     client_object *holder = nullptr;
     client_object *queued_at = nullptr; // whose queue it waits in
-    packet_object *next_queued = nullptr;
-    packet_object *previous_queued = nullptr;
     packet_metadata metadata;
     std::vector<tlv_block> tlvs; // in order of allocation
     std::uint32_t caller_pid = 0;
     std::uintptr_t caller_pc = 0;
 };
+
+using packet_queue = intrusive_list<packet_object, in_queue>;
 
 struct bufgroup_object {
     kel_bufgroup handle = 0;
@@ -138,10 +141,7 @@ struct client_object : list_node<client_object> { // node in the list of clients
     std::uint64_t active_since = 0; // order in which clients became ACTIVE
     std::uint32_t asked_depth = 0;
     signal_descriptor descriptor;
-    // The receive queue.
-    packet_object *first_queued = nullptr;
-    packet_object *last_queued = nullptr;
-    std::uint32_t queued = 0;
+    packet_queue queue; // received, oldest first
     // Signalling.
     std::uint32_t signal_threshold = 0;
     std::chrono::milliseconds signal_interval{};

@@ -2,12 +2,14 @@
 //
 // Tags: who holds them, who receives their packets, and the dynamic ones.
 
+#include "reference/tag.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <vector>
 
 #include "reference/client.h"
-#include "reference/objects.h"
+#include "reference/event.h"
 #include "reference/operations.h"
 #include "reference/options.h"
 
@@ -141,6 +143,12 @@ void remove_holder(state &library, client_object &client, kel_tag tag)
     if (tag_object *entry = find_tag(library, tag)) std::erase(entry->holders, &client);
     forget_if_unused(library, tag);
     receiver_has_changed(library, tag);
+}
+
+bool is_held(state &library, kel_tag tag)
+{
+    const tag_object *entry = find_tag(library, tag);
+    return entry && !entry->holders.empty();
 }
 
 client_object *receiver_of(state &library, kel_tag tag)

@@ -110,11 +110,11 @@ uint32_t model::kel_tlv_alloc(state &library, kel_packet packet, uint32_t id, ui
 
 uint32_t model::kel_tlv_free(state &library, kel_packet packet, uint32_t id)
 {
-    std::uint32_t error = 0;
-    const tlv_block *freed = find_on_packet(library, packet, id, true, error);
-    if (!freed) return error;
-    auto &tlvs = library.packets.find(packet)->tlvs;
-    tlvs.erase(tlvs.begin() + (freed - tlvs.data()));
+    packet_object *carrier = library.packets.find(packet);
+    if (!carrier) return EINVAL;
+    const auto freed = std::ranges::find(carrier->tlvs, id, &tlv_block::id);
+    if (freed == carrier->tlvs.end()) return ENOENT;
+    carrier->tlvs.erase(freed);
     return 0;
 }
 

@@ -5,15 +5,33 @@
 
 #include "reference/transport.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "reference/client.h"
 #include "reference/daemon.h"
+#include "reference/event.h"
 #include "reference/faults/inside.h"
-#include "reference/objects.h"
 #include "reference/operations.h"
+#include "reference/packet.h"
+#include "reference/tag.h"
 
 namespace kel_reference {
+
+std::uint32_t queue_limit(const client_object &client)
+{
+    constexpr std::uint32_t LEAST_DEPTH = 8;
+    return std::max(client.asked_depth, LEAST_DEPTH);
+}
+
+namespace {
+
+clock::time_point flush_time(const client_object &client)
+{
+    return client.last_deferred_send + client.signal_interval;
+}
+
+} // namespace
 
 void signal_packets(state &library, client_object &client)
 {
@@ -29,11 +47,51 @@ void end_signal(state &library, client_object &client)
     client.descriptor.set_readable(false);
 }
 
+clock::time_point flush_clients(state &library)
+{
+    const clock::time_point now = clock::now();
+    clock::time_point next_flush = clock::time_point::max();
+    client_object *next = nullptr;
+    for (client_object *each = library.clients_to_flush.front(); each; each = next) {
+        next = intrusive_list<client_object>::next(*each);
+        const clock::time_point due = flush_time(*each);
+        if (due > now) {
+            next_flush = std::min(next_flush, due);
+        } else {
+            signal_packets(library, *each);
+        }
+    }
+    return next_flush;
+}
+
+void reschedule_flush(const client_object &client)
+{
+    if (client.flush_pending) wake_daemon_by(flush_time(client));
+}
+
+void cancel_flush(state &library, client_object &client)
+{
+    if (!client.flush_pending) return;
+    client.flush_pending = false;
+    library.clients_to_flush.remove(client);
+}
+
 namespace {
+
+// Has the client signalled an interval from now, instead of from the last time it was asked.
+void defer_signal(state &library, client_object &client)
+{
+    client.last_deferred_send = clock::now();
+    if (!client.flush_pending) {
+        client.flush_pending = true;
+        library.clients_to_flush.push_back(client);
+    }
+    reschedule_flush(client);
+}
 
 bool threshold_is_reached(const client_object &client)
 {
-    return client.queued >= client.signal_threshold;
+    return client.queue.size() >= client.signal_threshold;
 }
 
 // `sent` stands in the client's queue now.
@@ -51,45 +109,25 @@ void signal_arrival(state &library, client_object &client, const packet_object &
 
 void insert_before(client_object &client, packet_object &packet, packet_object *next)
 {
-    packet_object *previous = next ? next->previous_queued : client.last_queued;
-    packet.next_queued = next;
-    packet.previous_queued = previous;
-    (previous ? previous->next_queued : client.first_queued) = &packet;
-    (next ? next->previous_queued : client.last_queued) = &packet;
+    client.queue.insert_before(next, packet);
     packet.queued_at = &client;
-    client.queued++;
 }
-
-namespace {
-
-void enqueue(state &library, client_object &receiver, packet_object &sent)
-{
-    if (sent.holder != &receiver) change_holder(sent, receiver);
-    insert_before(receiver, sent, nullptr);
-    signal_arrival(library, receiver, sent);
-}
-
-} // namespace
 
 std::uint32_t send_to(state &library, client_object &receiver, packet_object &sent)
 {
-    if (receiver.queued >= queue_limit(receiver)) return EAGAIN;
-    enqueue(library, receiver, sent);
+    if (receiver.queue.size() >= queue_limit(receiver)) return EAGAIN;
+    if (sent.holder != &receiver) change_holder(sent, receiver);
+    insert_before(receiver, sent, nullptr);
+    signal_arrival(library, receiver, sent);
     return 0;
 }
 
 void dequeue(state &library, packet_object &packet)
 {
     client_object &client = *packet.queued_at;
-    (packet.previous_queued ? packet.previous_queued->next_queued : client.first_queued) =
-        packet.next_queued;
-    (packet.next_queued ? packet.next_queued->previous_queued : client.last_queued) =
-        packet.previous_queued;
-    packet.next_queued = nullptr;
-    packet.previous_queued = nullptr;
+    client.queue.remove(packet);
     packet.queued_at = nullptr;
-    client.queued--;
-    if (client.queued == 0) end_signal(library, client);
+    if (client.queue.empty()) end_signal(library, client);
     queue_has_room(library, client);
 }
 
@@ -108,7 +146,7 @@ uint32_t model::kel_send(state &library, kel_client client, kel_packet packet)
 kel_packet model::kel_recv(state &library, kel_client client)
 {
     const client_object *receiver = library.clients.find(client);
-    packet_object *received = receiver ? receiver->first_queued : nullptr;
+    packet_object *received = receiver ? receiver->queue.front() : nullptr;
     if (!received) return 0;
     dequeue(library, *received);
     return received->handle;
@@ -118,7 +156,7 @@ uint32_t model::kel_queue_is_empty(state &library, kel_client client)
 {
     const client_object *asked = library.clients.find(client);
     if (!asked) return EINVAL; // never another number: 1 would say that the queue is empty
-    return asked->queued == 0;
+    return asked->queue.empty();
 }
 
 uint32_t model::kel_pkt_no_sig_required(state &library, kel_packet packet, uint8_t flag)

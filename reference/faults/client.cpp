@@ -6,21 +6,18 @@
 #include <utility>
 
 #include "reference/client.h"
+#include "reference/event.h"
 #include "reference/faults/catalogue.h"
-#include "reference/objects.h"
 #include "reference/options.h"
+#include "reference/role.h"
+#include "reference/tag.h"
+#include "reference/transport.h"
 
 namespace kel_reference::faults {
 
 namespace {
 
 constexpr kel_tag LAST_STATIC_TAG = KEL_FIRST_DYNAMIC_TAG - 1;
-
-bool is_held(state &library, kel_tag tag)
-{
-    const tag_object *entry = find_tag(library, tag);
-    return entry && !entry->holders.empty();
-}
 
 // Registers a tag that the model refused with `refusal`, whoever else holds it.
 std::uint32_t register_all_the_same(state &library, kel_client client, kel_tag tag,

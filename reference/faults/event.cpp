@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "reference/event.h"
 #include "reference/faults/catalogue.h"
-#include "reference/objects.h"
+#include "reference/tag.h"
 
 namespace kel_reference::faults {
 

@@ -7,6 +7,7 @@
 
 #include "reference/chain.h"
 #include "reference/faults/catalogue.h"
+#include "reference/metadata.h"
 #include "reference/options.h"
 #include "reference/packet.h"
 

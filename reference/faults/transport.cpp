@@ -6,9 +6,9 @@
 #include <cerrno>
 
 #include "reference/client.h"
-#include "reference/daemon.h"
 #include "reference/faults/catalogue.h"
-#include "reference/objects.h"
+#include "reference/packet.h"
+#include "reference/tag.h"
 #include "reference/transport.h"
 
 namespace kel_reference::faults {
@@ -89,7 +89,7 @@ void add_delivery_faults(catalogue &faults)
     faults.add_after<kel_send>("reorders", "the packet overtakes the one before it",
                                [](state &library, kel_client, kel_packet packet) {
                                    packet_object &sent = *library.packets.find(packet);
-                                   packet_object *overtaken = sent.previous_queued;
+                                   packet_object *overtaken = packet_queue::previous(sent);
                                    if (!overtaken) return;
                                    client_object &receiver = *sent.queued_at;
                                    dequeue(library, sent);
@@ -100,7 +100,7 @@ void add_delivery_faults(catalogue &faults)
                              packet_object &sent = named<packet_object>(library, packet);
                              const client_object &receiver = receiver_of_packet(library, packet);
                              const bool is_taken = may_be_sent(sent) && receiver.handle &&
-                                                   receiver.queued < queue_limit(receiver);
+                                                   receiver.queue.size() < queue_limit(receiver);
                              if (!is_taken) return right(library, client, packet);
                              release_packet(library, sent);
                              return 0u;
@@ -114,7 +114,8 @@ void add_delivery_faults(catalogue &faults)
     faults.add<kel_send>("refuses_early", "the queue is full one packet early",
                          [](auto right, state &library, kel_client client, kel_packet packet) {
                              const client_object &receiver = receiver_of_packet(library, packet);
-                             const bool is_last = receiver.queued + 1 == queue_limit(receiver);
+                             const bool is_last =
+                                 receiver.queue.size() + 1 == queue_limit(receiver);
                              return is_last ? EAGAIN : right(library, client, packet);
                          });
     faults.add<kel_send>("keeps_holder", "the packet remains the sender's",
@@ -129,20 +130,20 @@ void add_delivery_faults(catalogue &faults)
     faults.add<kel_recv>("keeps_packet", "a received packet stays in the queue",
                          [](auto, state &library, kel_client client) {
                              const packet_object *first =
-                                 named<client_object>(library, client).first_queued;
+                                 named<client_object>(library, client).queue.front();
                              return first ? first->handle : 0;
                          });
     faults.add<kel_recv>("newest", "the newest packet is received first",
                          [](auto, state &library, kel_client client) {
                              packet_object *last =
-                                 named<client_object>(library, client).last_queued;
+                                 named<client_object>(library, client).queue.back();
                              if (last) dequeue(library, *last);
                              return last ? last->handle : 0;
                          });
     faults.add<kel_queue_is_empty>("one_short", "a queue with one packet counts as empty",
                                    [](auto right, state &library, kel_client client) {
                                        const auto &asked = named<client_object>(library, client);
-                                       return asked.queued == 1 ? 1 : right(library, client);
+                                       return asked.queue.size() == 1 ? 1 : right(library, client);
                                    });
 }
 
