@@ -8,8 +8,8 @@
  * kel_buf_get_length, kel_buf_set_length, kel_buf_get_dptr, kel_buf_reserve_space and
  * kel_buf_get_paddr concern the one buffer named.
  *
- * All sizes, lengths and offsets are in bytes. EINVAL is the error for an unknown buffer
- * or client and for a null pointer where one is required.
+ * All sizes, lengths and offsets are in bytes. EINVAL is the error for an unknown buffer,
+ * client or group and for a null pointer where one is required.
  */
 #ifndef KELAPI_BUF_H
 #define KELAPI_BUF_H
@@ -39,8 +39,9 @@ KEL_API uint32_t kel_get_bufmem_info(uint64_t *bpa_paddr, uint64_t *bpa_vaddr, u
  * client and to `group` (0: the client's default memory). With `contiguous` 1 they are one
  * buffer; with 0 they may be a chain, whose data lengths add up to `size`. Returns the
  * handle of the head, for the caller to free.
- * Errors: EINVAL; ENOMEM when the memory cannot be had; ENOBUFS beyond the group's
- * maximum. Notice: KEL_HIGH_THRESHOLD_REACHED.
+ * Errors: EINVAL; ENOMEM for more than a buffer, or with `contiguous` 0 a chain, can hold;
+ * ENOBUFS beyond the group's maximum; ENOMEM when the memory cannot be had. Notice:
+ * KEL_HIGH_THRESHOLD_REACHED.
  */
 KEL_API kel_buffer kel_get_buffer(kel_client client, kel_bufgroup group, uint32_t size,
                                   uint8_t contiguous, uint32_t *error);
@@ -59,7 +60,7 @@ KEL_API uint32_t kel_free_bufchain(kel_buffer buffer);
  * Links the chain of `added` after the last buffer of the chain of `buffer`; from then on
  * it is freed with that chain. Where two clients' buffers are linked, the chain goes with
  * the client that obtained its first buffer; each buffer stays charged to its own.
- * Errors: EINVAL, also when both are the same chain.
+ * Errors: EINVAL, also when `added` belongs to a packet and when both are the same chain.
  */
 KEL_API uint32_t kel_buf_append(kel_buffer buffer, kel_buffer added);
 
@@ -123,15 +124,16 @@ KEL_API uint32_t kel_buf_adj(kel_buffer *buffer, int32_t size);
 
 /*
  * Grows the chain by `size` bytes at the front, out of the head room where that suffices,
- * else by a new head, which *buffer then names.
- * Errors: EINVAL; ENOMEM.
+ * else by a new head, which *buffer then names. The new head is charged to the client and
+ * the group of the buffer, in a packet to the packet's holder and group.
+ * Errors: EINVAL; ENOMEM; ENOBUFS.
  */
 KEL_API uint32_t kel_buf_add_head(kel_buffer *buffer, uint32_t size);
 
 /*
  * Grows the chain by `size` bytes at the end, out of the room left in the last buffer,
- * else by further buffers. The head does not change.
- * Errors: EINVAL; ENOMEM.
+ * else by further buffers, charged as in kel_buf_add_head. The head does not change.
+ * Errors: EINVAL; ENOMEM; ENOBUFS.
  */
 KEL_API uint32_t kel_buf_add_tail(kel_buffer buffer, uint32_t size);
 

@@ -41,7 +41,8 @@ KEL_STATIC_ASSERT(sizeof(kel_bufgroup_thresholds) == 12, "three words");
 KEL_API uint32_t kel_register_bufgroup(kel_client client, kel_bufgroup *group, const char *name);
 
 /*
- * Ends the client's registration, of a reserved group too.
+ * Ends the client's registration, of a reserved group too. One that was registered more
+ * than once by the client has to be deregistered as often.
  * Errors: EINVAL, also for a group that the client has not registered.
  */
 KEL_API uint32_t kel_deregister_bufgroup(kel_client client, kel_bufgroup group);
@@ -49,7 +50,7 @@ KEL_API uint32_t kel_deregister_bufgroup(kel_client client, kel_bufgroup group);
 /*
  * Sets the records that `mask` names (KEL_BUFGROUP_BUFFERS, KEL_BUFGROUP_BYTES); the other
  * one's pointer may be null.
- * Errors: EINVAL, also for a group that the client has not registered.
+ * Errors: EINVAL, also for a group that the client has not registered and for other bits.
  */
 KEL_API uint32_t kel_bufgroup_set_params(kel_client client, kel_bufgroup group, uint32_t mask,
                                          const kel_bufgroup_thresholds *buffers,

@@ -57,8 +57,9 @@ KEL_STATIC_ASSERT(offsetof(kel_buffer_list, allocated) == 64, "a buffer list");
 /*
  * Registers the client with the reserved group called `name`, making it with
  * `element_count` elements of `element_size` bytes when no client has it, and stores its
- * handle through `group`. `head_room` bytes are set aside in front of each element. With
- * `no_poison` 1 the memory of freed elements is left as it was.
+ * handle through `group`. The elements of a group that there is stay as they are.
+ * `head_room` bytes are set aside in front of each element. With `no_poison` 1 the memory
+ * of freed elements is left as it was.
  * Errors: EINVAL for an unknown client, a null `group`, a null or empty name, a size or
  * count of 0, and the name of a regular group; ENOMEM when the memory cannot be had.
  */

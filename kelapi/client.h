@@ -23,7 +23,7 @@ KEL_API uint32_t kel_nocrash_set(void);
  * with kel_deregister_client. `name` is descriptive, may be null and need not be unique.
  * `role` is KEL_ROLE_ALWAYS, KEL_ROLE_ACTIVE or KEL_ROLE_STANDBY (role.h). `depth` is the
  * receive queue's depth in packets; fewer than 8 count as 8.
- * On failure nothing is registered. Errors: EINVAL for a null `client` or an unknown role;
+ * On failure nothing is registered. Errors: EINVAL for an unknown role or a null `client`;
  * ENOMEM when no further client can be made.
  */
 KEL_API uint32_t kel_register_client(kel_client *client, const char *name, uint32_t role,
@@ -82,11 +82,11 @@ KEL_API uint32_t kel_alloc_tag(kel_client client, kel_tag *tag, const char *name
 KEL_API uint32_t kel_free_tag(kel_client client, kel_tag tag);
 
 /*
- * Queues the packet to the client that holds its tag. On success the packet belongs to
- * the receiver; on failure it remains the sender's.
- * Errors: EINVAL for a client that is not registered, an unknown packet and a packet of
- * length 0; ENOENT when nobody receives the tag; EAGAIN when the receiver's queue is full
- * (a tag event, event.h, tells when there is room).
+ * Queues the packet to the client that holds its tag; any client may send it. On success
+ * the packet belongs to the receiver; on failure it remains the sender's.
+ * Errors: EINVAL for a client that is not registered, an unknown packet, one that waits in
+ * a queue and one of length 0; ENOENT when nobody receives the tag; EAGAIN when the
+ * receiver's queue is full (a tag event, event.h, tells when there is room).
  */
 KEL_API uint32_t kel_send(kel_client client, kel_packet packet);
 
@@ -109,14 +109,15 @@ KEL_API uint32_t kel_pkt_no_sig_required(kel_packet packet, uint8_t flag);
 
 /*
  * Sets how many waiting packets make deferred signals due at once. By default that is the
- * queue's depth less a quarter of it.
+ * queue's depth less a quarter of it. Packets that wait already count.
  * Errors: EINVAL for a client that is not registered and for 0 packets.
  */
 KEL_API uint32_t kel_set_sig_threshold(kel_client client, uint32_t packets);
 
 /*
  * Sets after how many milliseconds without a further send deferred packets are signalled.
- * The default is short enough for a signal within 30 ms.
+ * The default is short enough for a signal within 30 ms. Packets that wait already are
+ * signalled by the new interval, counted from the last send.
  * Errors: EINVAL for a client that is not registered.
  */
 KEL_API uint32_t kel_set_client_signal_interval(kel_client client, uint32_t milliseconds);

@@ -42,13 +42,15 @@ KEL_STATIC_ASSERT(sizeof(kel_event) == 24, "the event record");
 
 /*
  * Arms the event described. A tag event needs a tag that some client holds; a
- * tag-registered event takes any tag.
+ * tag-registered event takes any tag. One that is armed or pending already is armed afresh,
+ * with the new contexts.
  * Errors: EINVAL.
  */
 KEL_API uint32_t kel_event_add(kel_client client, const kel_event *event);
 
 /*
- * Disarms the event of that type, object and group flags, or all with KEL_EVENT_ALL.
+ * Disarms the event of that type, object and group flags, pending or not, or all with
+ * KEL_EVENT_ALL.
  * Errors: EINVAL; ENOENT for an event that is not armed.
  */
 KEL_API uint32_t kel_event_remove(kel_client client, const kel_event *event);

@@ -5,12 +5,12 @@
  * length is the sum of its buffers' data lengths.
  *
  * All sizes, lengths and offsets are in bytes. EINVAL is the error for an unknown packet,
- * buffer or client and for a null pointer where one is required.
+ * buffer, client or group and for a null pointer where one is required.
  *
  * Offsets (OFFSET_NETWORK, OFFSET_TRANSPORT, OFFSET_APP) count from the start of the data:
  * growing at the front moves them up by the growth, trimming there moves them down and
- * stops at 0; operations at the end leave them alone, except that a packet trimmed to
- * nothing has all of them 0.
+ * stops at 0; operations at the end leave them alone. OFFSET_DATA is moved by none of them.
+ * A packet trimmed to nothing has all four offsets 0.
  */
 #ifndef KELAPI_PACKET_H
 #define KELAPI_PACKET_H
@@ -22,8 +22,9 @@
  * to the client and to `group` (0: the client's default memory). With `contiguous` 1 its
  * data is in one buffer; with 0 it may be spread over a chain. Returns the handle, for
  * the caller to free or send.
- * Errors: EINVAL; ENOMEM when the memory cannot be had; ENOBUFS beyond the group's
- * maximum. Notice: KEL_HIGH_THRESHOLD_REACHED.
+ * Errors: EINVAL; ENOMEM for more than a buffer, or with `contiguous` 0 a chain, can hold;
+ * ENOBUFS beyond the group's maximum; ENOMEM when the memory cannot be had. Notice:
+ * KEL_HIGH_THRESHOLD_REACHED.
  */
 KEL_API kel_packet kel_get_packet(kel_client client, kel_bufgroup group, uint32_t size,
                                   uint8_t contiguous, uint32_t *error);
@@ -34,7 +35,7 @@ KEL_API kel_packet kel_get_pkthdr(kel_client client);
 /*
  * As kel_get_packet, contiguous where that is possible, with TLV number `tlv` of
  * `tlv_size` bytes allocated on it (`tlv` 0: none). `flag` is reserved: pass 0.
- * Errors: as kel_get_packet; ENOSPC for a TLV that is too large.
+ * Errors: EINVAL; ENOSPC for a TLV that is too large; the others of kel_get_packet.
  */
 KEL_API kel_packet kel_get_packet_with_tlv(kel_client client, kel_bufgroup group, uint32_t size,
                                            uint8_t flag, uint32_t tlv, uint32_t tlv_size,
@@ -80,9 +81,10 @@ KEL_API uint32_t kel_coalesce(kel_packet packet);
 
 /*
  * Makes head room: moves the head buffer's data start forward by `size`, so that its data
- * length and the packet's length fall by as much. Once in a packet's life. Offsets stay.
+ * length and the packet's length fall by as much. Once in a packet's life, and in that of
+ * its head buffer (kel_buf_reserve_space). Offsets stay.
  * Errors: EINVAL, also for a packet without a chain and for a second call; ENOSPC when
- * `size` is not smaller than the packet's length.
+ * `size` is not smaller than the packet's length or exceeds the head buffer's.
  */
 KEL_API uint32_t kel_reserve_space(kel_packet packet, uint32_t size);
 
@@ -112,7 +114,8 @@ KEL_API uint32_t kel_trim_tail(kel_packet packet, uint32_t size);
 /*
  * Copies `length` bytes from `source` into the packet at `offset` from the offset of kind
  * `kind` (OFFSET_DATA: the start of the data), across buffers.
- * Errors: EINVAL; ENOSPC, with nothing written, when they reach beyond the packet.
+ * Errors: EINVAL, also for an unknown kind; ENOSPC, with nothing written, when they reach
+ * beyond the packet.
  */
 KEL_API uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset, const void *source,
                               uint32_t length);
@@ -120,7 +123,8 @@ KEL_API uint32_t kel_set_data(kel_packet packet, uint32_t kind, uint32_t offset,
 /*
  * Copies up to *length bytes from `offset` from the offset of kind `kind` to
  * `destination`, and stores the number copied in *length.
- * Errors: EINVAL; ENOSPC when fewer than asked are left: those are copied.
+ * Errors: EINVAL, also for an unknown kind; ENOSPC when fewer than asked are left: those
+ * are copied.
  */
 KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset, void *destination,
                               uint32_t *length);
@@ -128,8 +132,8 @@ KEL_API uint32_t kel_get_data(kel_packet packet, uint32_t kind, uint32_t offset,
 /*
  * Makes a packet of `length` bytes (KEL_COPY_ALL: to the end) from `offset` from the
  * offset of kind `kind`, with the source's metadata and TLVs, charged to the source's
- * group. The duplicate's offsets are the source's less the position copied from, at least
- * 0; its OFFSET_DATA is 0 unless that position is the front. Returns the handle, for the
+ * holder and group. The duplicate's offsets are the source's less the position copied from, at
+ * least 0; its OFFSET_DATA is 0 unless that position is the front. Returns the handle, for the
  * caller to free.
  * Errors: EINVAL, also for an unknown kind, a stretch that is empty or leaves the packet,
  * and a packet without a chain; ENOMEM; ENOBUFS. Notice: KEL_HIGH_THRESHOLD_REACHED.

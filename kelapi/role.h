@@ -26,6 +26,7 @@
 
 /*
  * Changes the client's role between ACTIVE and STANDBY. On failure the role is unchanged.
+ * To be given the role that it has changes nothing and is no error.
  * Errors: EINVAL for a client that is not registered and an unknown role; EPERM for a
  * change from or to ALWAYS.
  */

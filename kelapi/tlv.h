@@ -71,8 +71,8 @@ KEL_API uint32_t kel_tlv_set_versioned_data(kel_packet packet, uint32_t id, cons
  * kel_tlv_getdata for a TLV whose version lies within the bounds, both inclusive. Unlike
  * in kel_tlv_version_check a bound of 0 is no bound. The version is stored through
  * `version` unless that is null.
- * Errors: EINVAL, also for a lowest version above a highest that is not 0; ENOENT; ENOSPC;
- * ERANGE.
+ * Errors: EINVAL, also for a lowest version above a highest that is not 0; ENOENT; ERANGE;
+ * ENOSPC.
  */
 KEL_API uint32_t kel_tlv_get_versioned_data(kel_packet packet, uint32_t id, void *destination,
                                             uint32_t *length, uint32_t lowest, uint32_t highest,

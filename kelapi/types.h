@@ -7,6 +7,7 @@
  * a standard Linux errno value, compared by value. Operations that create a packet, a
  * buffer or a duplicate return its handle, 0 on failure, and store the error number
  * through their last argument, 0 on success, on every call; that argument may be null.
+ * Where several errors apply, the one that the operation lists first is returned.
  *
  * Handles are opaque 32-bit numbers; 0 names nothing. Every operation accepts 0, a handle
  * that never existed and a stale one for any handle: it fails with its error and touches

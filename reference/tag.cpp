@@ -48,29 +48,22 @@ bool sinks_are_left(state &library, const tag_object &entry)
     return sinks < KEL_SINKS_PER_TAG;
 }
 
-// Why `client` may not hold the tag together with those that do; 0 when it may.
-std::uint32_t sharing_refusal(state &library, const client_object &client, const tag_object &entry)
-{
-    if (entry.holders.empty() && !shares_tags(client)) return 0;
-    if (!entry.holders.empty() && (!entry.shared || !shares_tags(client))) {
-        return EEXIST;
-    }
-    return sinks_are_left(library, entry) ? 0 : chosen_options().sinks_limit_error;
-}
-
+// Why `client` may not register the tag; 0 when it may. In the order of kel_register_tag's errors.
 std::uint32_t registration_refusal(state &library, const client_object &client, kel_tag tag)
 {
-    if (tag == 0) return EINVAL;
-    if (client.tags.contains(tag)) return chosen_options().own_tag_error;
     static const tag_object UNUSED;
-    const tag_object *entry = find_tag(library, tag);
-    if (is_dynamic(tag) && !entry) return EINVAL;
-    if (!entry) entry = &UNUSED;
-    const bool is_held = !entry->holders.empty();
-    if (is_dynamic(tag) && entry->owner != &client && !is_held) {
+    const tag_object *found = find_tag(library, tag);
+    if (tag == 0 || (is_dynamic(tag) && !found)) return EINVAL;
+
+    const tag_object &entry = found ? *found : UNUSED;
+    const bool is_held = !entry.holders.empty();
+    const bool shares = shares_tags(client);
+    if (client.tags.contains(tag)) return chosen_options().own_tag_error;
+    if (is_held && !(entry.shared && shares)) return EEXIST;
+    if (is_dynamic(tag) && !is_held && entry.owner != &client) {
         return chosen_options().foreign_tag_error;
     }
-    return sharing_refusal(library, client, *entry);
+    return shares && !sinks_are_left(library, entry) ? chosen_options().sinks_limit_error : 0;
 }
 
 std::uint32_t deregister_foreign_tag(state &library, kel_tag tag)

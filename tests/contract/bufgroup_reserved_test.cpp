@@ -127,6 +127,24 @@ TEST_F(reserved_contract, element_size_bounds_contiguous_allocations)
     EXPECT_EQ(kel_get_length(spread), 256u);
 }
 
+// A group that has reached its maximum and given its last element at once.
+TEST_F(reserved_contract, errors_come_in_the_order_in_which_they_are_listed)
+{
+    const registration group = new_reserved(owner, NAME, 128, 2);
+    const kel_bufgroup_thresholds thresholds{2, 0, 1};
+    ASSERT_OK(kel_bufgroup_set_params(owner, group, KEL_BUFGROUP_BUFFERS, &thresholds, nullptr));
+    const packet first = new_packet(owner, 128, 1, group);
+    const packet second = new_packet(owner, 128, 1, group);
+    const auto error_of = [&](std::uint32_t size, std::uint32_t tlv_size) {
+        std::uint32_t error = 4711;
+        EXPECT_EQ(kel_get_packet_with_tlv(owner, group, size, 0, 1, tlv_size, &error), 0u);
+        return error;
+    };
+    EXPECT_ERROR(error_of(128, 228), ENOBUFS) << "not ENOMEM, for there is no element either";
+    EXPECT_ERROR(error_of(99'999'999, 228), ENOMEM) << "more than any chain can hold";
+    EXPECT_ERROR(error_of(99'999'999, 1024), ENOSPC) << "the TLV comes first";
+}
+
 TEST_F(reserved_contract, spread_allocations_span_elements)
 {
     const registration group = new_reserved(owner, NAME, 128, 128);

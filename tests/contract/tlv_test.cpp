@@ -55,6 +55,18 @@ protected:
     }
 };
 
+TEST_P(tlv_contract, version_is_looked_at_before_the_capacity)
+{
+    allocate({1});
+    ASSERT_OK(kel_tlv_version_set(target, 1, 10));
+    bytes data(228);
+    std::uint32_t length = 227;
+    EXPECT_ERROR(kel_tlv_get_versioned_data(target, 1, data.data(), &length, 11, 0, nullptr),
+                 ERANGE);
+    EXPECT_ERROR(kel_tlv_get_versioned_data(target, 1, data.data(), &length, 10, 0, nullptr),
+                 ENOSPC);
+}
+
 INSTANTIATE_TEST_SUITE_P(packets, tlv_contract, testing::Bool(), [](const auto &tested) {
     return tested.param ? "bare_header" : "packet";
 });
