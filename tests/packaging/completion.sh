@@ -50,14 +50,14 @@ cases=$(for suite in $suites; do offered "${suite}_"; done | sort -u | grep -vxF
 expect 'all cases' "$(sort <<<"$guide" | md5sum)" "$(md5sum <<<"$cases")"
 
 completer=_tavor_run
-for command in run list report compare bisect history; do
+for command in run list report compare bisect history explain reproduce; do
     expect "options of $command" \
         "$("$tavor_run" "$command" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
             grep -vx -- --help | sort)" \
         "$(offered "$command" -- | sort)"
 done
 expect 'options without a command' "$(offered run -- | sort)" "$(offered -- | sort)"
-expect commands 'report' "$(offered rep)"
+expect commands 'report reproduce' "$(offered rep | sort | paste -sd ' ')"
 expect 'suites behind a command' 'kel_reg_client kel_reg_tag' "$(offered run kel_reg_ | paste -sd ' ')"
 expect 'a case' 'kel_packet_append_null_pkt' "$(offered --isolate kel_packet_append_null_p)"
 expect formats 'html: jsonl: junit: lava: tap13: tap: text:' \

@@ -6,8 +6,10 @@
 
 #include "tools/common/usage_error.h"
 #include "tools/sequence/arguments.h"
+#include "tools/sequence/export_c.h"
 #include "tools/sequence/oracle.h"
 #include "tools/sequence/printer.h"
+#include "tools/sequence/reduction.h"
 #include "tools/sequence/report.h"
 
 namespace {
@@ -26,6 +28,8 @@ struct arguments {
     std::string reference{};
     double timeout = 2;
     bool calls_only = false;
+    std::string output = "-";
+    bool as_c = false;
 };
 
 limits limits_of(const arguments &given)
@@ -87,6 +91,61 @@ int diff(const arguments &given)
     return judged.finding ? DIFFERS : SAME;
 }
 
+// The finding that the library shows now, with what is needed to show it again.
+struct shown {
+    call_sequence made;
+    verdict judged;
+    reduction_setup how;
+};
+
+shown find_again(const arguments &given)
+{
+    if (given.libraries.size() != 1) throw tools::usage_error("name the library with --lib");
+    const std::string reference = reference_library(given.reference);
+    shown now;
+    now.made = answered(read_part(given), given.libraries.front(), limits_of(given));
+    now.judged = judge(now.made, reference, limits_of(given));
+    now.how = {{given.libraries.front()},
+               reference_setup(reference, now.judged.profile.front()),
+               limits_of(given)};
+    return now;
+}
+
+int reduce_file(const arguments &given)
+{
+    const shown now = find_again(given);
+    if (!now.judged.finding) {
+        std::cerr << "kel-sequence: " << difference_text(now.made, now.judged.finding);
+        return SAME;
+    }
+    auto smallest = reduce(now.made, *now.judged.finding, now.how);
+    if (!smallest) throw tools::usage_error("the difference does not show every time");
+    smallest->made.calls.front().comments = {" " + std::to_string(smallest->runs) +
+                                             " runs; again: kel-sequence diff --lib " +
+                                             given.libraries.front() + " FILE"};
+    smallest->made.closing_comments = {" " + expectation_text(smallest->finding)};
+    write_file(given.output, to_text(smallest->made, printed::calls_and_answers));
+    return DIFFERS;
+}
+
+// With the answers that the contract asks for; those in the file may be wrong.
+int export_file(const arguments &given)
+{
+    if (!given.as_c) throw tools::usage_error("say what to make of it: --c");
+    auto made = read_part(given);
+    configuration chosen;
+    if (made.has_answers()) {
+        chosen = judge(made, reference_library(given.reference), limits_of(given)).profile.front();
+    }
+    const auto setup = reference_setup(reference_library(given.reference), chosen);
+    made.answers = run_one(made, {setup}, limits_of(given));
+    std::vector<bool> kept(made.calls.size(), false);
+    std::fill_n(kept.begin(), made.answers.size(), true);
+    made.answers.resize(made.calls.size());
+    write_file(given.output, to_c(selection(made, kept)));
+    return SAME;
+}
+
 void add_file(CLI::App &command, arguments &given)
 {
     command.add_option("file", given.file, "the sequence, - for standard input")->required();
@@ -129,6 +188,18 @@ int main(int argc, char *argv[])
     add_file(*differ, given);
     add_libraries(*differ, given, 2);
     differ->callback([&] { status = diff(given); });
+    CLI::App *const reducer =
+        app.add_subcommand("reduce", "the fewest calls that show the same difference");
+    add_file(*reducer, given);
+    add_libraries(*reducer, given, 1);
+    reducer->add_option("-o,--output", given.output, "the reduced sequence")->capture_default_str();
+    reducer->callback([&] { status = reduce_file(given); });
+    CLI::App *const exporter = app.add_subcommand("export", "make a program of it");
+    add_file(*exporter, given);
+    exporter->add_flag("--c", given.as_c, "a C11 program");
+    exporter->add_option("--reference", given.reference, "the reference library");
+    exporter->add_option("-o,--output", given.output, "the program")->capture_default_str();
+    exporter->callback([&] { status = export_file(given); });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -69,6 +69,15 @@ struct history_arguments {
     std::vector<std::string> outputs{}; // format:file
 };
 
+struct explain_arguments {
+    launch_arguments launch{};
+    std::string case_name{};
+    std::string recording{}; // of a device without tools; empty: the case is run
+    std::string reference{}; // empty: beside this program
+    std::string output{};    // of reproduce
+    bool json = false;
+};
+
 launch_options launch_options_of(const launch_arguments &given);
 run_options run_options_of(const run_arguments &given);
 

@@ -14,6 +14,8 @@ int bisect_command(const run_arguments &given);
 int report_command(const report_arguments &given);
 int compare_command(const compare_arguments &given);
 int history_command(const history_arguments &given);
+int explain_command(const explain_arguments &given);
+int reproduce_command(const explain_arguments &given);
 int list_command(const selection_arguments &given, bool suites_only);
 
 } // namespace tavor_run

@@ -14,8 +14,8 @@ namespace {
 
 using namespace tavor_run;
 
-constexpr std::array<std::string_view, 6> COMMANDS = {"run",     "list",   "report",
-                                                      "compare", "bisect", "history"};
+constexpr std::array<std::string_view, 8> COMMANDS = {"run",    "list",    "report",  "compare",
+                                                      "bisect", "history", "explain", "reproduce"};
 
 void add_selection(CLI::App &command, selection_arguments &given)
 {
@@ -95,6 +95,14 @@ void add_history(CLI::App &command, history_arguments &given)
         ->allow_extra_args(false);
 }
 
+void add_explain(CLI::App &command, explain_arguments &given)
+{
+    command.add_option("case", given.case_name)->required();
+    add_launch(command, given.launch);
+    command.add_option("--recording", given.recording, "what KELTRACE_RECORD wrote on a device");
+    command.add_option("--reference", given.reference, "the reference library");
+}
+
 struct program {
     CLI::App app{"Runs tavor, or judges what it printed.", "tavor-run"};
     run_arguments run{};
@@ -104,6 +112,8 @@ struct program {
     report_arguments report{};
     compare_arguments compare{};
     history_arguments history{};
+    explain_arguments explain{};
+    explain_arguments reproduce{};
 
     program()
     {
@@ -122,17 +132,27 @@ struct program {
         bisecter->add_option("case", bisect.bisected)->required();
         add_selection(*bisecter, bisect.selection);
         add_launch(*bisecter, bisect.launch);
+        CLI::App *const explainer =
+            app.add_subcommand("explain", "name the call of libkel that makes a case fail");
+        add_explain(*explainer, explain);
+        explainer->add_flag("--json", explain.json, "as one JSON object");
+        CLI::App *const reproducer =
+            app.add_subcommand("reproduce", "write a C program that shows what makes a case fail");
+        add_explain(*reproducer, reproduce);
+        reproducer->add_option("-o,--output", reproduce.output, "the program")->required();
     }
 
     int execute() const
     {
         const std::string command = app.get_subcommands().front()->get_name();
-        return command == "run"       ? run_command(run)
-               : command == "bisect"  ? bisect_command(bisect)
-               : command == "list"    ? list_command(list, suites_only)
-               : command == "compare" ? compare_command(compare)
-               : command == "history" ? history_command(history)
-                                      : report_command(report);
+        return command == "run"         ? run_command(run)
+               : command == "bisect"    ? bisect_command(bisect)
+               : command == "list"      ? list_command(list, suites_only)
+               : command == "compare"   ? compare_command(compare)
+               : command == "history"   ? history_command(history)
+               : command == "explain"   ? explain_command(explain)
+               : command == "reproduce" ? reproduce_command(reproduce)
+                                        : report_command(report);
     }
 };
 

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+//
+// Reduced sequences show the same difference, none of their calls can be left out, and the programs
+// made of them compile without warnings and say the same.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/sequence/recording.h"
+#include "tools/common/process.h"
+#include "tools/sequence/dependencies.h"
+#include "tools/sequence/export_c.h"
+#include "tools/sequence/printer.h"
+#include "tools/sequence/reduction.h"
+#include "tools/sequence/report.h"
+
+namespace {
+
+using namespace sequence;
+namespace fs = std::filesystem;
+
+struct wrong_library {
+    const char *case_name;
+    const char *fault;
+};
+
+void PrintTo(const wrong_library &printed, std::ostream *stream)
+{
+    *stream << printed.fault;
+}
+
+class reduced_case : public testing::TestWithParam<wrong_library> {
+protected:
+    reduced_case()
+        : setting(std::string("KEL_REFERENCE_FAULTS=") + GetParam().fault),
+          how{{KEL_REFERENCE_LIBRARY, {setting}}, reference_setup(KEL_REFERENCE_LIBRARY, {})}
+    {
+        const call_sequence made = support::recorded(GetParam().case_name, {setting});
+        const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
+        if (!judged.finding) return;
+        shown = *judged.finding;
+        smallest = reduce(made, shown, how);
+    }
+
+    std::string setting;
+    reduction_setup how;
+    finding shown;
+    std::optional<reduced> smallest;
+};
+
+// Whether the library answers the last call as it did, and all before it rightly.
+bool still_shows(const call_sequence &made, const finding &shown, const reduction_setup &how)
+{
+    const auto both = run_all(made, {{how.tested}, {how.reference}});
+    const std::size_t last = made.calls.size() - 1;
+    if (made.calls.empty() || both[0].size() != made.calls.size()) return false;
+    for (std::size_t i = 0; i < last; i++) {
+        if (compare(made.calls[i], both[1][i], both[0][i], made.variables)) return false;
+    }
+    return compare(made.calls[last], both[1][last], both[0][last], made.variables) ==
+           shown.difference;
+}
+
+TEST_P(reduced_case, shows_the_same_difference_with_no_call_to_spare)
+{
+    ASSERT_TRUE(smallest);
+    const call_sequence &made = smallest->made;
+    ASSERT_FALSE(made.calls.empty());
+    EXPECT_LE(made.calls.size(), 8U) << to_text(made, printed::calls);
+    for (int i = 0; i < 10; i++) EXPECT_TRUE(still_shows(made, shown, how));
+    for (std::size_t i = 0; i + 1 < made.calls.size(); i++) {
+        std::vector<bool> kept(made.calls.size(), true);
+        kept[i] = false;
+        kept = closed(made, kept);
+        EXPECT_FALSE(kept.back() && still_shows(selection(made, kept), shown, how)) << i;
+    }
+}
+
+tools::process_result run(const std::vector<std::string> &words,
+                          const std::vector<std::string> &environment = {})
+{
+    tools::process_options process;
+    process.arguments = words;
+    process.environment = environment;
+    return tools::run_process(process);
+}
+
+TEST_P(reduced_case, becomes_a_program_with_the_same_verdict)
+{
+    ASSERT_TRUE(smallest);
+    const fs::path source = fs::path(testing::TempDir()) / (std::string(GetParam().fault) + ".c");
+    const std::string folder = fs::path(KEL_REFERENCE_LIBRARY).parent_path();
+    const std::string program = fs::path(source).replace_extension();
+    std::ofstream(source) << to_c(smallest->made);
+    const auto compiled =
+        run({C_COMPILER, "-std=c11", "-Wall", "-Wextra", "-Werror", "-I" TAVOR_SOURCE_DIR, source,
+             "-o", program, "-L" + folder, "-lkel", "-lpthread", "-Wl,-rpath," + folder});
+    ASSERT_TRUE(compiled.exited_with(0)) << compiled.errors;
+    EXPECT_TRUE(run({program}, {setting}).exited_with(1));
+    const auto right = run({program});
+    EXPECT_TRUE(right.exited_with(0)) << right.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    faults, reduced_case,
+    testing::Values(wrong_library{"kel_packet_trim_head", "packet.trim_head.keeps_offsets"},
+                    wrong_library{"kel_reg_tag_invalid_tag", "tag.register.accepts_zero"},
+                    wrong_library{"kel_buf_set_get_tag", "metadata.set_tag.lost"},
+                    wrong_library{"kel_role_basic", "role.change.ignored"}));
+
+} // namespace

@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+#include "tools/explain/causes.h"
+
+#include <algorithm>
+#include <set>
+
+#include "tools/sequence/comparison.h"
+#include "tools/sequence/dependencies.h"
+
+namespace explain {
+
+namespace {
+
+using sequence::call_sequence;
+
+// Each is a run of the reference library.
+constexpr std::size_t MOST_CALLS = 150;
+
+class search {
+public:
+    search(const call_sequence &recorded, const sequence::verdict &judged, std::string reference)
+        : recorded_(recorded), guilty_(judged.finding->call), judged_(judged),
+          setup_(sequence::reference_setup(reference, judged.profile.front()))
+    {
+    }
+
+    causes run()
+    {
+        causes found;
+        const std::vector<std::size_t> asked = candidates();
+        std::vector<call_sequence> without;
+        for (const std::size_t each : asked) without.push_back(part({each}));
+        for (std::size_t i = 0; i < asked.size(); i++) {
+            const auto changed = answer_of(without[i]);
+            if (!changed || is_expected(*changed)) continue;
+            found.wrote.push_back(asked[i]);
+            if (is_got(*changed)) found.without_effect = asked[i];
+        }
+        found.led_there = needed(found, asked);
+        return found;
+    }
+
+private:
+    // Calls on the objects that the guilty one is about, and on those that these are about.
+    std::vector<std::size_t> candidates() const
+    {
+        std::set<sequence::variable> related = sequence::used_by(recorded_.calls[guilty_]);
+        std::vector<std::size_t> found;
+        for (std::size_t i = guilty_; i-- > 0 && found.size() < MOST_CALLS;) {
+            const auto used = sequence::used_by(recorded_.calls[i]);
+            const auto &names = recorded_.calls[i].names;
+            const auto is_related = [&](sequence::variable each) { return related.contains(each); };
+            const bool gives = std::any_of(names.begin(), names.end(), is_related);
+            if (!gives && std::none_of(used.begin(), used.end(), is_related)) continue;
+            related.insert(used.begin(), used.end());
+            found.push_back(i);
+        }
+        return found;
+    }
+
+    std::vector<bool> kept_without(const std::set<std::size_t> &left_out) const
+    {
+        std::vector<bool> kept(recorded_.calls.size(), false);
+        for (std::size_t i = 0; i <= guilty_; i++) kept[i] = !left_out.contains(i);
+        return sequence::closed(recorded_, std::move(kept));
+    }
+
+    call_sequence part(const std::set<std::size_t> &left_out) const
+    {
+        const auto kept = kept_without(left_out);
+        return kept[guilty_] ? selection(recorded_, kept) : call_sequence{};
+    }
+
+    // Of the guilty call, which is the last one; nothing where the library does not come so far.
+    std::optional<sequence::answer> answer_of(call_sequence made) const
+    {
+        if (made.calls.empty()) return std::nullopt;
+        made.answers.clear();
+        auto given = sequence::run_one(made, {setup_});
+        if (given.size() != made.calls.size()) return std::nullopt;
+        return std::move(given.back());
+    }
+
+    bool is_expected(const sequence::answer &one) const
+    {
+        if (guilty_ >= judged_.expected.size()) return false;
+        return !compare(recorded_.calls[guilty_], judged_.expected[guilty_], one,
+                        recorded_.variables);
+    }
+
+    bool is_got(const sequence::answer &one) const
+    {
+        return !compare(recorded_.calls[guilty_], one, recorded_.answers[guilty_],
+                        recorded_.variables);
+    }
+
+    // Calls are left out as long as the right answer stays, and, where one call had no effect, as
+    // long as without it the answer would be the wrong one.
+    std::vector<std::size_t> needed(const causes &found,
+                                    const std::vector<std::size_t> &asked) const
+    {
+        std::set<std::size_t> left_out;
+        for (std::size_t i = 0; i < guilty_; i++) {
+            if (!std::binary_search(asked.rbegin(), asked.rend(), i)) left_out.insert(i);
+        }
+        if (!is_enough(left_out, found)) left_out.clear();
+        for (const std::size_t each : asked) {
+            if (std::find(found.wrote.begin(), found.wrote.end(), each) != found.wrote.end())
+                continue;
+            auto more = left_out;
+            more.insert(each);
+            if (is_enough(more, found)) left_out = std::move(more);
+        }
+        std::vector<std::size_t> calls;
+        const auto kept = kept_without(left_out);
+        for (std::size_t i = 0; i <= guilty_; i++) {
+            if (kept[i]) calls.push_back(i);
+        }
+        return calls;
+    }
+
+    bool is_enough(const std::set<std::size_t> &left_out, const causes &found) const
+    {
+        const auto right = answer_of(part(left_out));
+        if (!right || !is_expected(*right)) return false;
+        if (!found.without_effect) return true;
+        auto also = left_out;
+        also.insert(*found.without_effect);
+        const auto wrong = answer_of(part(also));
+        return wrong && is_got(*wrong);
+    }
+
+    const call_sequence &recorded_;
+    std::size_t guilty_;
+    const sequence::verdict &judged_;
+    sequence::library_setup setup_;
+};
+
+} // namespace
+
+causes find_causes(const call_sequence &recorded, const sequence::verdict &judged,
+                   const std::string &reference)
+{
+    return search(recorded, judged, reference).run();
+}
+
+} // namespace explain

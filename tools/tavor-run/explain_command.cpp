@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+//
+// A case is run once more, with its calls recorded, and these are held to the contract.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+#include "tools/common/registry.h"
+#include "tools/explain/explanation.h"
+#include "tools/sequence/arguments.h"
+#include "tools/sequence/export_c.h"
+#include "tools/sequence/reduction.h"
+#include "tools/sequence/report.h"
+#include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/console_log.h"
+#include "tools/tavor-run/selection.h"
+
+namespace tavor_run {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A file that is gone afterwards.
+class scratch_file {
+public:
+    scratch_file()
+    {
+        path = (fs::temp_directory_path() / "tavor-run.XXXXXX").string();
+        const int file = mkstemp(path.data());
+        if (file < 0) throw usage_error("no place for a recording: " + path);
+        close(file);
+    }
+    scratch_file(const scratch_file &) = delete;
+    scratch_file &operator=(const scratch_file &) = delete;
+    ~scratch_file()
+    {
+        std::error_code error;
+        fs::remove(path, error);
+    }
+
+    std::string path;
+};
+
+struct recorded_case {
+    explain::case_outcome outcome;
+    sequence::call_sequence calls;
+};
+
+explain::case_outcome outcome_of(const std::string &name, int row,
+                                 const tools::process_result &process)
+{
+    log_options how;
+    how.expected = {row};
+    log_reader reader(how);
+    reader.feed(process.output);
+    reader.finish();
+    if (process.timed_out) return {name, "hang", ""};
+    if (process.signal != 0) return {name, "crash", tools::signal_name(process.signal)};
+    if (reader.sightings().empty()) return {name, "unseen", ""};
+    const sighting &seen = reader.sightings().front();
+    return {name, std::string(name_of(seen.state)), seen.message};
+}
+
+recorded_case record(const explain_arguments &given, int row)
+{
+    if (!given.recording.empty()) {
+        return {{given.case_name, "recorded", ""}, sequence::read_file(given.recording)};
+    }
+    if (!given.launch.through.empty()) {
+        throw usage_error("with --exec record on the device (KELTRACE_RECORD), and name the file "
+                          "with --recording");
+    }
+    const launch_options options = launch_options_of(given.launch);
+    if (options.shim.empty()) throw usage_error("no libkeltrace.so: name it with --shim");
+    const launcher launch(options);
+    const scratch_file file;
+    command what = launch.tavor({given.case_name}, true);
+    what.environment.push_back("KELTRACE_RECORD=" + file.path);
+    run_arguments limits;
+    limits.launch = given.launch;
+    tools::process_options process;
+    process.timeout = run_options_of(limits).timeout;
+    const tools::process_result result = launch.run(what, process);
+    return {outcome_of(given.case_name, row, result), sequence::read_file(file.path)};
+}
+
+int row_of(const explain_arguments &given)
+{
+    const int row = tools::case_number(given.case_name);
+    if (row < 0) throw usage_error("no such case: " + given.case_name);
+    return row;
+}
+
+// The calls up to the one that differs, with the answers that the contract asks for.
+sequence::call_sequence expected_part(const explain::explanation &one)
+{
+    std::vector<bool> kept(one.recorded.calls.size(), false);
+    std::fill_n(kept.begin(), one.judged.finding->call + 1, true);
+    sequence::call_sequence part = one.recorded;
+    part.answers = one.judged.expected;
+    part.answers.resize(part.calls.size());
+    return selection(part, kept);
+}
+
+} // namespace
+
+int explain_command(const explain_arguments &given)
+{
+    recorded_case now = record(given, row_of(given));
+    const auto one = explain::explain(now.outcome, std::move(now.calls),
+                                      sequence::reference_library(given.reference));
+    std::cout << (given.json ? to_json(one) : to_text(one));
+    return one.judged.finding ? SOME_FAILED : ALL_PASSED;
+}
+
+int reproduce_command(const explain_arguments &given)
+{
+    recorded_case now = record(given, row_of(given));
+    const std::string reference = sequence::reference_library(given.reference);
+    const auto one = explain::explain(now.outcome, std::move(now.calls), reference);
+    if (!one.judged.finding) {
+        std::cout << to_text(one);
+        return ALL_PASSED;
+    }
+    const std::string library = launcher(launch_options_of(given.launch)).identify().library.path;
+    std::optional<sequence::reduced> smallest;
+    if (!library.empty() && given.recording.empty()) {
+        smallest =
+            reduce(one.recorded, *one.judged.finding,
+                   {{library}, sequence::reference_setup(reference, one.judged.profile.front())});
+    }
+    const sequence::call_sequence made = smallest ? smallest->made : expected_part(one);
+    sequence::write_file(given.output, to_c(made));
+    std::cout << given.output << ": " << made.calls.size() << " calls"
+              << (smallest ? "" : ", not reduced: the library does not show it outside of the case")
+              << "\n"
+              << expectation_text(*one.judged.finding) << "\n";
+    return SOME_FAILED;
+}
+
+} // namespace tavor_run
