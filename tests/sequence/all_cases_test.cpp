@@ -3,6 +3,9 @@
 // All cases: what a right library answers is right.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iostream>
+
 #include <string>
 
 #include "tests/sequence/recording.h"
@@ -21,6 +24,68 @@ TEST(all_cases, differ_nowhere_when_they_are_made_again)
         const verdict found = judge(made, KEL_REFERENCE_LIBRARY);
         EXPECT_FALSE(found.finding) << each.name << ": " << difference_text(made, found.finding);
     }
+}
+
+// The answers of a library with one other legal choice, in all cases that last but a moment.
+class legal_switches : public testing::Test {
+protected:
+    static bool waits(const call_sequence &made)
+    {
+        for (const call &each : made.calls) {
+            const auto &which = schema_of(each.operation);
+            if (each.operation == SLEEP) return true;
+            for (std::size_t i = 0; i < which.parameters.size(); i++) {
+                const value &given = each.arguments[i];
+                const bool is_long = given.scalars.size() == 2 && (given.scalars[0].number > 0 ||
+                                                                   given.scalars[1].number > 20000);
+                if (which.parameters[i].name == "timeout" && is_long) return true;
+            }
+        }
+        return made.calls.size() > 2000;
+    }
+
+    static bool is_named(const verdict &judged, const configuration &chosen)
+    {
+        return std::find(judged.profile.begin(), judged.profile.end(), chosen) !=
+               judged.profile.end();
+    }
+};
+
+TEST_F(legal_switches, are_no_difference_and_are_named_where_calls_can_tell)
+{
+    std::vector<call_sequence> all;
+    for (const tools::test_case &each : tools::all_cases()) {
+        call_sequence made = support::recorded(std::string(each.name));
+        if (!waits(made)) all.push_back(std::move(made));
+    }
+    std::size_t switches = 0;
+    std::size_t told = 0;
+    for (const option &each : options_of(KEL_REFERENCE_LIBRARY)) {
+        for (const std::string &value : each.others) {
+            const configuration chosen = {{each.name, value}};
+            std::size_t differing = 0;
+            for (call_sequence made : all) {
+                answers now = run_one(made, {reference_setup(KEL_REFERENCE_LIBRARY, chosen)});
+                ASSERT_EQ(now.size(), made.calls.size()) << text_of(chosen);
+                bool differs = false;
+                for (std::size_t i = 0; i < now.size(); i++) {
+                    differs =
+                        differs || compare(made.calls[i], made.answers[i], now[i], made.variables);
+                }
+                if (!differs) continue;
+                made.answers = std::move(now);
+                const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
+                EXPECT_FALSE(judged.finding) << text_of(chosen) << ", " << made.header.program
+                                             << ": " << difference_text(made, judged.finding);
+                if (is_named(judged, chosen)) differing++;
+            }
+            switches++;
+            if (differing > 0) told++;
+            std::cout << text_of(chosen) << ": named by " << differing << " cases\n";
+        }
+    }
+    std::cout << told << " of " << switches << " choices are told by " << all.size() << " cases\n";
+    EXPECT_GT(told, switches / 2);
 }
 
 } // namespace

@@ -58,7 +58,7 @@ TEST_F(kel_sequence_command, makes_the_calls_again)
 
 TEST_F(kel_sequence_command, says_by_its_status_whether_there_is_a_difference)
 {
-    const std::vector<std::string> wrong = {"KEL_REFERENCE_FAULTS=packet.trim_head.keeps_offsets"};
+    const std::vector<std::string> wrong = {"KEL_REFERENCE_FAULTS=trim_head#1+:keeps_offsets"};
     EXPECT_TRUE(kel_sequence({"diff", path}).exited_with(0));
     EXPECT_TRUE(kel_sequence({"diff", path, "--lib", KEL_REFERENCE_LIBRARY}).exited_with(0));
     const auto found = kel_sequence({"diff", path, "--lib", KEL_REFERENCE_LIBRARY}, wrong);

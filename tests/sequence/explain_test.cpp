@@ -32,8 +32,7 @@ tools::process_result tavor_run(const std::vector<std::string> &words,
     return tools::run_process(process);
 }
 
-const std::vector<std::string> KEEPS_OFFSETS = {
-    "KEL_REFERENCE_FAULTS=packet.trim_head.keeps_offsets"};
+const std::vector<std::string> KEEPS_OFFSETS = {"KEL_REFERENCE_FAULTS=trim_head#1+:keeps_offsets"};
 
 TEST(explain, names_the_call_and_the_one_that_had_no_effect)
 {
@@ -88,6 +87,13 @@ TEST(explain, refuses_what_is_no_case_or_no_recording)
     EXPECT_TRUE(tavor_run({"explain", "no_such_case"}).exited_with(3));
     EXPECT_TRUE(
         tavor_run({"explain", "kel_buf_append", "--recording", "/dev/null"}).exited_with(3));
+}
+
+TEST(run, names_the_call_after_a_fail)
+{
+    const auto said = tavor_run({"--last", "/dev/null", "kel_packet_trim_head"}, KEEPS_OFFSETS);
+    EXPECT_THAT(said.output, HasSubstr("  first call that differs: the 1st get_offset\n"));
+    EXPECT_THAT(said.output, HasSubstr("offset: expected 0, got 64\n"));
 }
 
 TEST(reproduce, writes_the_program)

@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(judge, names_the_first_wrong_call)
 {
     const call_sequence made =
-        recorded("kel_packet_trim_head", {"KEL_REFERENCE_FAULTS=packet.trim_head.keeps_offsets"});
+        recorded("kel_packet_trim_head", {"KEL_REFERENCE_FAULTS=trim_head#1+:keeps_offsets"});
     const verdict found = judge(made, KEL_REFERENCE_LIBRARY);
     ASSERT_TRUE(found.finding);
     EXPECT_EQ(schema_of(made.calls[found.finding->call].operation).name, "get_offset");

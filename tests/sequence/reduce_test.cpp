@@ -70,7 +70,7 @@ TEST_P(reduced_case, shows_the_same_difference_with_no_call_to_spare)
     ASSERT_TRUE(smallest);
     const call_sequence &made = smallest->made;
     ASSERT_FALSE(made.calls.empty());
-    EXPECT_LE(made.calls.size(), 8U) << to_text(made, printed::calls);
+    EXPECT_LE(made.calls.size(), 12U) << to_text(made, printed::calls);
     for (int i = 0; i < 10; i++) EXPECT_TRUE(still_shows(made, shown, how));
     for (std::size_t i = 0; i + 1 < made.calls.size(); i++) {
         std::vector<bool> kept(made.calls.size(), true);
@@ -107,9 +107,9 @@ TEST_P(reduced_case, becomes_a_program_with_the_same_verdict)
 
 INSTANTIATE_TEST_SUITE_P(
     faults, reduced_case,
-    testing::Values(wrong_library{"kel_packet_trim_head", "packet.trim_head.keeps_offsets"},
-                    wrong_library{"kel_reg_tag_invalid_tag", "tag.register.accepts_zero"},
-                    wrong_library{"kel_buf_set_get_tag", "metadata.set_tag.lost"},
-                    wrong_library{"kel_role_basic", "role.change.ignored"}));
+    testing::Values(wrong_library{"kel_packet_trim_head", "trim_head#1+:keeps_offsets"},
+                    wrong_library{"kel_reg_tag_invalid_tag", "register_tag#1+:accepts_zero"},
+                    wrong_library{"kel_buf_trim_head", "buf_trim_head#1+:other_end"},
+                    wrong_library{"kel_role_basic", "send#1+:to_oldest"}));
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "tools/explain/causes.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
 
 #include "tools/sequence/comparison.h"
@@ -15,6 +16,8 @@ using sequence::call_sequence;
 
 // Each is a run of the reference library.
 constexpr std::size_t MOST_CALLS = 150;
+// Nobody waits longer for what is an addition to the finding.
+constexpr std::chrono::milliseconds MOST_TIME{1000};
 
 class search {
 public:
@@ -30,7 +33,7 @@ public:
         const std::vector<std::size_t> asked = candidates();
         std::vector<call_sequence> without;
         for (const std::size_t each : asked) without.push_back(part({each}));
-        for (std::size_t i = 0; i < asked.size(); i++) {
+        for (std::size_t i = 0; i < asked.size() && has_time(); i++) {
             const auto changed = answer_of(without[i]);
             if (!changed || is_expected(*changed)) continue;
             found.wrote.push_back(asked[i]);
@@ -41,6 +44,8 @@ public:
     }
 
 private:
+    bool has_time() const { return std::chrono::steady_clock::now() < deadline_; }
+
     // Calls on the objects that the guilty one is about, and on those that these are about.
     std::vector<std::size_t> candidates() const
     {
@@ -105,6 +110,7 @@ private:
         }
         if (!is_enough(left_out, found)) left_out.clear();
         for (const std::size_t each : asked) {
+            if (!has_time()) break;
             if (std::find(found.wrote.begin(), found.wrote.end(), each) != found.wrote.end())
                 continue;
             auto more = left_out;
@@ -132,6 +138,7 @@ private:
 
     const call_sequence &recorded_;
     std::size_t guilty_;
+    std::chrono::steady_clock::time_point deadline_ = std::chrono::steady_clock::now() + MOST_TIME;
     const sequence::verdict &judged_;
     sequence::library_setup setup_;
 };

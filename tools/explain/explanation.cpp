@@ -108,36 +108,6 @@ std::string ordinal_text(std::size_t number)
     return std::to_string(number) + ending;
 }
 
-std::string guilty_text(const explanation &one)
-{
-    const sequence::finding &found = *one.judged.finding;
-    const sequence::call &guilty = one.recorded.calls[found.call];
-    const std::string name(sequence::schema_of(guilty.operation).name);
-    std::string text = "first call that differs: the " +
-                       ordinal_text(ordinal_of(one.recorded, found.call)) + " " + name;
-    if (guilty.thread != 1) text += ", in thread " + std::to_string(guilty.thread);
-    text += "\n  " + numbered_call(one.recorded, found.call, false) + "\n  " +
-            expectation_text(found) + "\n";
-    const std::string objects = lives(one, found.call);
-    if (!objects.empty()) text += "its objects so far\n" + objects;
-    if (one.why.without_effect) {
-        text += "the answer is what it would be without\n  " +
-                numbered_call(one.recorded, *one.why.without_effect, true) + "\n";
-    } else if (!one.why.wrote.empty()) {
-        text += "written by\n";
-        for (const std::size_t each : one.why.wrote) {
-            text += "  " + numbered_call(one.recorded, each, true) + "\n";
-        }
-    }
-    text += "the contract\n" + clause_text(one, found.call);
-    if (one.why.without_effect) text += clause_text(one, *one.why.without_effect);
-    text += "calls that led there\n";
-    for (const std::size_t each : one.why.led_there) {
-        text += "  " + numbered_call(one.recorded, each, true) + "\n";
-    }
-    return text;
-}
-
 std::string profile_text(const explanation &one)
 {
     std::string text;
@@ -182,6 +152,36 @@ explanation explain(const case_outcome &outcome, call_sequence recorded,
         one.why = find_causes(one.recorded, one.judged, reference);
     }
     return one;
+}
+
+std::string guilty_text(const explanation &one)
+{
+    const sequence::finding &found = *one.judged.finding;
+    const sequence::call &guilty = one.recorded.calls[found.call];
+    const std::string name(sequence::schema_of(guilty.operation).name);
+    std::string text = "first call that differs: the " +
+                       ordinal_text(ordinal_of(one.recorded, found.call)) + " " + name;
+    if (guilty.thread != 1) text += ", in thread " + std::to_string(guilty.thread);
+    text += "\n  " + numbered_call(one.recorded, found.call, false) + "\n  " +
+            expectation_text(found) + "\n";
+    const std::string objects = lives(one, found.call);
+    if (!objects.empty()) text += "its objects so far\n" + objects;
+    if (one.why.without_effect) {
+        text += "the answer is what it would be without\n  " +
+                numbered_call(one.recorded, *one.why.without_effect, true) + "\n";
+    } else if (!one.why.wrote.empty()) {
+        text += "written by\n";
+        for (const std::size_t each : one.why.wrote) {
+            text += "  " + numbered_call(one.recorded, each, true) + "\n";
+        }
+    }
+    text += "the contract\n" + clause_text(one, found.call);
+    if (one.why.without_effect) text += clause_text(one, *one.why.without_effect);
+    text += "calls that led there\n";
+    for (const std::size_t each : one.why.led_there) {
+        text += "  " + numbered_call(one.recorded, each, true) + "\n";
+    }
+    return text;
 }
 
 std::string to_text(const explanation &one)

@@ -30,6 +30,8 @@ explanation explain(const case_outcome &outcome, sequence::call_sequence recorde
                     const std::string &reference);
 
 std::string to_text(const explanation &one);
+// Of that the finding alone; there is one.
+std::string guilty_text(const explanation &one);
 
 // One object: {"case", "verdict", "message", "check", "difference", "profile"}.
 std::string to_json(const explanation &one);

@@ -196,6 +196,8 @@ public:
         if (number == 0 || (what == role::descriptor && static_cast<std::int32_t>(number) < 0)) {
             return {number};
         }
+        // A number that no dynamic tag can have says more than that it is a new one.
+        if (what == role::tag && number < KEL_FIRST_DYNAMIC_TAG) return {number};
         if (what == role::address)
             return read_address(number, {owner(), made_.operation, parameter, entry}, slot);
         if (!gives_new_object(which_, where) && known_.is_known(what, number)) {

@@ -82,6 +82,7 @@ private:
             if (recorded_.answers[i].outcome == outcome::unreturned && i >= expected.size()) {
                 return recorded_.answers.size();
             }
+            if (i < expected.size() && expected[i].outcome == outcome::unreturned) continue;
             if (i >= expected.size() || differs(i, expected, shadow)) return i;
             if (expected[i].outcome != outcome::returned) return recorded_.answers.size();
         }

@@ -450,6 +450,8 @@ bool has_stored(const operation_schema &which, const parameter &where, std::uint
     if (where.form == form::error || where.effect == interface::effect::replaces) return true;
     // A short read has copied what there was.
     const bool read_short = result == ENOSPC && which.name.ends_with("get_data");
+    // A TLV that is not there leaves the length untouched.
+    if (result == ENOENT && which.name == "tlv_getdata") return where.is_count();
     return read_short && (where.is_count() || where.count_at >= 0);
 }
 

@@ -147,8 +147,10 @@ void set_environment(const library_setup &setup)
         const library tested(what.setup.path);
         // The first message says that the calls begin.
         send(pipe, message_of(REFUSED - 1, {}));
-        execute(tested, made, what.end, [pipe](std::size_t index, answer &&given) {
+        execute(tested, made, what.end, [pipe, &what](std::size_t index, answer &&given) {
             send(pipe, message_of(static_cast<std::uint32_t>(index), given));
+            // What waits for a call that is not wanted any more would wait in vain.
+            if (index + 1 == what.end) _exit(0);
         });
     } catch (const std::exception &error) {
         std::string message;
@@ -237,6 +239,11 @@ public:
             }
             answer missing;
             missing.stored.resize(made_.calls[i].arguments.size());
+            if (!is_late && end_ < made_.calls.size() && given_[end_ - 1]) {
+                missing.outcome = outcome::unreturned;
+                result_.push_back(std::move(missing));
+                continue;
+            }
             missing.outcome = is_late ? outcome::hang : outcome::crash;
             if (!is_late && WIFSIGNALED(status)) missing.signal = WTERMSIG(status);
             result_.push_back(std::move(missing));
@@ -255,15 +262,10 @@ private:
             return;
         }
         if (index < given_.size()) given_[index] = reader.take_answer();
-        answered_ = index < given_.size() ? answered_ + 1 : 0;
         // The time that the calls which follow may take; several may be under way.
-        milliseconds told{0};
-        for (std::size_t i = 0; i < end_; i++) {
-            if (!given_[i]) {
-                told = told_time(made_.calls[i]);
-                break;
-            }
-        }
+        while (first_missing_ < end_ && given_[first_missing_]) first_missing_++;
+        const milliseconds told =
+            first_missing_ < end_ ? told_time(made_.calls[first_missing_]) : milliseconds{0};
         deadline_ = steady::now() + allowed_.call + told;
     }
 
@@ -285,7 +287,7 @@ private:
     std::string received_;
     std::string refusal_;
     std::vector<std::optional<answer>> given_;
-    std::size_t answered_ = 0;
+    std::size_t first_missing_ = 0;
     answers result_;
     steady::time_point deadline_;
 };

@@ -30,7 +30,8 @@ struct job {
     std::size_t end = ~std::size_t{0};
 };
 
-// The answers of one job, as far as it came: after a hang or a crash there is none.
+// The answers of one job, as far as it came: after a hang or a crash there is none. Of a job that
+// ends before the sequence does, calls that still waited then are unreturned.
 using answers = std::vector<answer>;
 
 // Makes the sequence once for each job, many at a time. Throws tools::usage_error when a library

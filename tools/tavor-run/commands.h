@@ -15,6 +15,9 @@ int report_command(const report_arguments &given);
 int compare_command(const compare_arguments &given);
 int history_command(const history_arguments &given);
 int explain_command(const explain_arguments &given);
+// What explain prints of the difference, shortened for a report; empty when no call differs or when
+// the case cannot be recorded here.
+std::string explanation_of(const launch_arguments &launch, const case_result &failed);
 int reproduce_command(const explain_arguments &given);
 int list_command(const selection_arguments &given, bool suites_only);
 

@@ -116,6 +116,22 @@ int explain_command(const explain_arguments &given)
     return one.judged.finding ? SOME_FAILED : ALL_PASSED;
 }
 
+std::string explanation_of(const launch_arguments &launch, const case_result &failed)
+{
+    explain_arguments given;
+    given.launch = launch;
+    given.case_name = failed.name();
+    if (failed.state == verdict::hang || !launch.through.empty()) return "";
+    try {
+        recorded_case now = record(given, failed.number);
+        const auto one = explain::explain(now.outcome, std::move(now.calls),
+                                          sequence::reference_library(given.reference));
+        return one.judged.finding ? guilty_text(one) : "";
+    } catch (const std::exception &) {
+        return ""; // the verdict stands without it
+    }
+}
+
 int reproduce_command(const explain_arguments &given)
 {
     recorded_case now = record(given, row_of(given));

@@ -52,6 +52,10 @@ std::string details_of(const case_history &each)
         }
         text += "</pre></details>";
     }
+    if (!what.explanation.empty()) {
+        text += "<details><summary>the call that is to blame</summary><pre>" +
+                escaped(what.explanation) + "</pre></details>";
+    }
     if (!what.repeat_command.empty()) {
         text += "<pre>" + escaped(what.repeat_command) + "</pre>";
     }

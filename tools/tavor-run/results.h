@@ -49,6 +49,7 @@ struct case_result {
     std::string difference{};         // to the baseline; empty: none
     std::vector<std::string> calls{}; // the last calls of the library
     std::string calls_from{};         // which run made them
+    std::string explanation{};        // the call that is to blame, in lines
 
     std::string_view name() const;
     std::string_view suite() const;

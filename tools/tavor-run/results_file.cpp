@@ -89,7 +89,8 @@ public:
                {"run", what.run},
                {"message", what.message},
                {"calls", what.calls},
-               {"calls_from", what.calls_from}});
+               {"calls_from", what.calls_from},
+               {"explanation", what.explanation}});
     }
 
     void note(const run_record &, const std::string &text) override

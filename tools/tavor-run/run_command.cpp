@@ -19,6 +19,9 @@ int run_command(const run_arguments &given)
     if (known) {
         options.compare = [&known](const case_result &what) { return known->judge(what); };
     }
+    options.explain = [&given](const case_result &what) {
+        return explanation_of(given.launch, what);
+    };
     const launcher launch(launch_options_of(given.launch));
 
     run_record record;

@@ -23,6 +23,8 @@ constexpr std::size_t TABLE_WIDTH = 83;
 constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 // Failed cases that are run a second time: with a broken library there may be hundreds.
 constexpr unsigned LOOK_CLOSER_AT = 25;
+// Failed cases of which the guilty call is named.
+constexpr unsigned EXPLAIN_AT = 3;
 std::string name_of_row(int row)
 {
     return std::string(tools::all_cases()[static_cast<std::size_t>(row)].name);
@@ -304,6 +306,9 @@ void runner::look_closer(const attempt &now)
         }
         const bool has_message = fetch_message(what);
         const bool has_calls = fetch_calls(what, now);
+        if (options.explain && has_calls && explained++ < EXPLAIN_AT) {
+            what.explanation = options.explain(what);
+        }
         if (has_message || has_calls) {
             report.details(what);
         }

@@ -23,6 +23,8 @@ struct run_options {
     bool look_closer = true;                   // run failed cases again for message and calls
     // What to say of a result beside its verdict.
     std::function<std::string(const case_result &)> compare{};
+    // Which call of the library is to blame; asked for the first failures.
+    std::function<std::string(const case_result &)> explain{};
 };
 
 // tavor could not be started, or it ended before its first case.
@@ -63,6 +65,7 @@ private:
     reporter &report;
     unsigned repetition = 1;
     unsigned looked_at = 0;
+    unsigned explained = 0;
     bool bad_one = false;    // in this repetition
     bool ran_any = false;    // at all
     std::string stop_reason; // why nothing more is to be started

@@ -139,6 +139,10 @@ private:
         for (const std::string &call : what.calls) {
             text << "    " << printable(call) << "\n";
         }
+        std::istringstream explanation(what.explanation);
+        for (std::string line; std::getline(explanation, line);) {
+            text << "  " << printable(line) << "\n";
+        }
         if (!what.repeat_command.empty()) {
             text << "  again: " << printable(what.repeat_command) << "\n";
         }
