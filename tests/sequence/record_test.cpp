@@ -59,7 +59,7 @@ TEST(record, has_both_ends_of_a_call_that_waits)
 {
     const std::string text = recorded_text("kel_event_wait_interrupt");
     EXPECT_THAT(text, HasSubstr("event_wait(client1, null) ...\n"));
-    EXPECT_THAT(text, HasSubstr("@2 event_clear(client1) -> 0\n"));
+    EXPECT_THAT(text, HasSubstr("@2 event_clear(client1) "));
     EXPECT_THAT(text, HasSubstr("returned() -> EINTR\n"));
 }
 
