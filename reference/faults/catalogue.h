@@ -28,8 +28,9 @@ struct row {
 };
 
 // The model's function of each operation.
-template <operation target> constexpr auto model_of = nullptr;
-#define OPERATION(function, ...) template <> constexpr auto model_of<function> = &model::function;
+template <operation target> inline constexpr auto model_of = nullptr;
+#define OPERATION(function, ...)                                                                   \
+    template <> inline constexpr auto model_of<function> = &model::function;
 #include "kelapi/operations.def"
 
 // The next fault that is due on the call in progress; null: the model is to do it.

@@ -51,7 +51,7 @@ void add_allocating_faults(catalogue &faults)
     faults.add_after<kel_tlv_alloc>("in_front", "a new TLV comes first",
                                     [](state &library, kel_packet packet, uint32_t, uint32_t) {
                                         auto &tlvs = library.packets.find(packet)->tlvs;
-                                        std::ranges::rotate(tlvs, tlvs.end() - 1);
+                                        std::rotate(tlvs.begin(), tlvs.end() - 1, tlvs.end());
                                     });
 }
 
