@@ -53,29 +53,15 @@ std::string verdict_of(const std::string &name, std::size_t run)
 
 class week : public testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        fs::create_directories(all_reports());
-        for (std::size_t run = 0; run < RUNS; run++) {
-            write(all_reports(), run);
-        }
-    }
-    static void TearDownTestSuite() { fs::remove_all(all_reports()); }
-
-    // Every tenth report and the newest one, for a test that changes them.
-    void SetUp() override
-    {
-        fs::create_directories(folder);
-        for (std::size_t run = 0; run < RUNS; run++) {
-            const std::string name = "run-" + std::to_string(run) + ".jsonl";
-            if (run % 10 == 0 || run == RUNS - 1) fs::copy(all_reports() / name, folder / name);
-        }
-    }
+    void SetUp() override { fs::create_directories(folder); }
     void TearDown() override { fs::remove_all(folder); }
 
-    static fs::path all_reports()
+    // Every so many of the reports, and the newest one.
+    void write_every(std::size_t step) const
     {
-        return fs::path(testing::TempDir()) / ("history-" + std::to_string(getpid()));
+        for (std::size_t run = 0; run < RUNS; run++) {
+            if (run % step == 0 || run == RUNS - 1) write(folder, run);
+        }
     }
 
     static void write(const fs::path &into, std::size_t run,
@@ -124,7 +110,7 @@ protected:
         return *place;
     }
 
-    fs::path folder = all_reports().string() + "-copy";
+    fs::path folder = fs::path(testing::TempDir()) / ("history-" + std::to_string(getpid()));
 };
 
 std::string file_of(const history &all, std::size_t run)
@@ -132,9 +118,10 @@ std::string file_of(const history &all, std::size_t run)
     return fs::path(all.runs[run].run.path).filename();
 }
 
-TEST_F(week, names_each_trend)
+TEST_F(week, names_each_trend_in_text_and_page)
 {
-    const history all = read_history({all_reports()});
+    write_every(1);
+    const history all = read_history({folder});
     ASSERT_EQ(all.runs.size(), RUNS);
     ASSERT_EQ(all.environments.size(), 3U);
     EXPECT_EQ(found(all, REGRESSION).what, trend::known); // on the second device as on the first
@@ -149,51 +136,7 @@ TEST_F(week, names_each_trend)
     EXPECT_EQ(found(all, case_of_device()).what, trend::new_failure);
     EXPECT_EQ(found(all, case_of_device()).since, SECOND_DEVICE);
     EXPECT_EQ(all.counts()[static_cast<std::size_t>(trend::good)], all.cases.size() - 6);
-}
 
-TEST_F(week, a_regression_is_new_until_the_environment_changes)
-{
-    for (std::size_t run = SECOND_DEVICE; run < RUNS; run++) {
-        fs::remove(folder / ("run-" + std::to_string(run) + ".jsonl"));
-    }
-    const history all = read_history({folder});
-    EXPECT_EQ(found(all, REGRESSION).what, trend::new_failure);
-    EXPECT_EQ(file_of(all, found(all, REGRESSION).since), "run-80.jsonl");
-    EXPECT_EQ(found(all, KNOWN).what, trend::known);
-    EXPECT_EQ(found(all, FIX).what, trend::fixed);
-    EXPECT_EQ(file_of(all, found(all, FIX).since), "run-80.jsonl");
-    EXPECT_EQ(found(all, CRASHED).what, trend::good);
-}
-
-TEST_F(week, cases_that_a_cut_run_did_not_reach_are_lost)
-{
-    write(folder, RUNS - 1, 100, false);
-    const history all = read_history({folder});
-    const std::string last(tools::all_cases().back().name);
-    EXPECT_EQ(found(all, last).what, trend::lost);
-    EXPECT_EQ(found(all, std::string(tools::all_cases()[50].name)).what, trend::good);
-}
-
-TEST_F(week, a_run_of_some_cases_loses_none)
-{
-    const fs::path some = folder / "some.jsonl";
-    std::ifstream whole(folder / "run-199.jsonl");
-    std::ofstream part(some);
-    std::string line;
-    std::getline(whole, line);
-    nlohmann::json first = nlohmann::json::parse(line);
-    first["started"] = "2026-11-30T00:00:00Z";
-    first["planned"] = 1;
-    std::getline(whole, line);
-    part << first << "\n" << line << "\n" << nlohmann::json{{"type", "end"}, {"exit", 0}} << "\n";
-    part.close();
-    const history all = read_history({folder});
-    EXPECT_EQ(found(all, std::string(tools::all_cases().back().name)).what, trend::good);
-}
-
-TEST_F(week, text_and_page_say_what_and_since_when)
-{
-    const history all = read_history({all_reports()});
     const std::string text = text_of(all);
     EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 20);
     EXPECT_THAT(text,
@@ -215,8 +158,52 @@ TEST_F(week, text_and_page_say_what_and_since_when)
     }
 }
 
+TEST_F(week, a_regression_is_new_until_the_environment_changes)
+{
+    write_every(10);
+    for (std::size_t run = SECOND_DEVICE; run < RUNS; run++) {
+        fs::remove(folder / ("run-" + std::to_string(run) + ".jsonl"));
+    }
+    const history all = read_history({folder});
+    EXPECT_EQ(found(all, REGRESSION).what, trend::new_failure);
+    EXPECT_EQ(file_of(all, found(all, REGRESSION).since), "run-80.jsonl");
+    EXPECT_EQ(found(all, KNOWN).what, trend::known);
+    EXPECT_EQ(found(all, FIX).what, trend::fixed);
+    EXPECT_EQ(file_of(all, found(all, FIX).since), "run-80.jsonl");
+    EXPECT_EQ(found(all, CRASHED).what, trend::good);
+}
+
+TEST_F(week, cases_that_a_cut_run_did_not_reach_are_lost)
+{
+    write_every(10);
+    write(folder, RUNS - 1, 100, false);
+    const history all = read_history({folder});
+    const std::string last(tools::all_cases().back().name);
+    EXPECT_EQ(found(all, last).what, trend::lost);
+    EXPECT_EQ(found(all, std::string(tools::all_cases()[50].name)).what, trend::good);
+}
+
+TEST_F(week, a_run_of_some_cases_loses_none)
+{
+    write_every(10);
+    const fs::path some = folder / "some.jsonl";
+    std::ifstream whole(folder / "run-199.jsonl");
+    std::ofstream part(some);
+    std::string line;
+    std::getline(whole, line);
+    nlohmann::json first = nlohmann::json::parse(line);
+    first["started"] = "2026-11-30T00:00:00Z";
+    first["planned"] = 1;
+    std::getline(whole, line);
+    part << first << "\n" << line << "\n" << nlohmann::json{{"type", "end"}, {"exit", 0}} << "\n";
+    part.close();
+    const history all = read_history({folder});
+    EXPECT_EQ(found(all, std::string(tools::all_cases().back().name)).what, trend::good);
+}
+
 TEST_F(week, a_file_counts_once_and_others_are_named)
 {
+    write_every(10);
     std::ofstream(folder / "other.jsonl") << "{\"type\": \"else\"}\n";
     const history all = read_history({folder, folder / "run-0.jsonl"});
     EXPECT_EQ(all.runs.size(), RUNS / 10 + 1);
