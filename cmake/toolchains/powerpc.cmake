@@ -16,3 +16,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-ppc-static -L /usr/powerpc-linux-gnu)
+
+# 64-bit atomics are calls there.
+set(CMAKE_CXX_STANDARD_LIBRARIES_INIT "-latomic")
