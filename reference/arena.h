@@ -82,7 +82,8 @@ private:
     static constexpr std::uint32_t MIN_BLOCK = 128;
     static constexpr std::size_t POOLS = 10; // from MIN_BLOCK to MAX_BLOCK
     static_assert(MIN_BLOCK << (POOLS - 1) == MAX_BLOCK);
-    static constexpr std::size_t POOL_SIZE = std::size_t{64} << 20;
+    // A million of the smallest blocks, where there are addresses enough.
+    static constexpr std::size_t POOL_SIZE = std::size_t{sizeof(void *) > 4 ? 128 : 64} << 20;
     static constexpr std::size_t SIZE = POOLS * POOL_SIZE + REGIONS_SIZE;
 
     block_pool &pool_for(std::uint32_t size);
