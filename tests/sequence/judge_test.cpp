@@ -105,6 +105,19 @@ TEST(run, tells_crashes_and_hangs)
     EXPECT_EQ(run_one(fatal, {{KEL_REFERENCE_LIBRARY, {}}}).size(), 2U);
 }
 
+TEST(judge, notices_a_call_that_should_have_returned)
+{
+    const std::string start = HEADER +
+                              "nocrash_set() -> 0\nclient1 = register_client(\"a\", ALWAYS, "
+                              "8) -> 0, client=client1\n";
+    const auto polled = from_text(start + "event_wait(client1, {}) ...\n");
+    const verdict wrong = judge(polled, KEL_REFERENCE_LIBRARY, {std::chrono::milliseconds(500)});
+    ASSERT_TRUE(wrong.finding);
+    EXPECT_EQ(wrong.finding->difference.got, "not returned");
+    const auto endless = from_text(start + "event_wait(client1, null) ...\n");
+    EXPECT_FALSE(judge(endless, KEL_REFERENCE_LIBRARY, {std::chrono::milliseconds(500)}).finding);
+}
+
 TEST(run, is_refused_where_there_is_no_library)
 {
     const auto made = from_text(HEADER + "nocrash_set()\n");

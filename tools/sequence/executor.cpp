@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -168,11 +169,17 @@ void execute(const library &tested, const call_sequence &made, std::size_t end,
              const std::function<void(std::size_t call, answer &&)> &answered)
 {
     run now(tested, made);
+    std::set<std::uint32_t> open;
     for (const step &each : made.steps) {
         if (each.call >= end) continue;
         if (each.phase != phase::end) now.begin(each.call, each.phase == phase::whole);
         if (each.phase != phase::begin) answered(each.call, now.end(each.call));
+        if (each.phase == phase::begin) open.insert(each.call);
+        if (each.phase == phase::end) open.erase(each.call);
     }
+    // What did not return when it was recorded may return here; the last one is asked first, since
+    // others may wait for calls behind the end.
+    for (auto each = open.rbegin(); each != open.rend(); ++each) answered(*each, now.end(*each));
 }
 
 } // namespace sequence
