@@ -64,6 +64,7 @@ TEST_F(legal_switches, are_no_difference_and_are_named_where_calls_can_tell)
         for (const std::string &value : each.others) {
             const configuration chosen = {{each.name, value}};
             std::size_t differing = 0;
+            std::size_t named = 0;
             for (call_sequence made : all) {
                 answers now = run_one(made, {reference_setup(KEL_REFERENCE_LIBRARY, chosen)});
                 ASSERT_EQ(now.size(), made.calls.size()) << text_of(chosen);
@@ -77,15 +78,20 @@ TEST_F(legal_switches, are_no_difference_and_are_named_where_calls_can_tell)
                 const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
                 EXPECT_FALSE(judged.finding) << text_of(chosen) << ", " << made.header.program
                                              << ": " << difference_text(made, judged.finding);
-                if (is_named(judged, chosen)) differing++;
+                differing++;
+                if (is_named(judged, chosen)) named++;
             }
             switches++;
-            if (differing > 0) told++;
-            std::cout << text_of(chosen) << ": named by " << differing << " cases\n";
+            if (named > 0) told++;
+            // What fills memory that nobody has written means nothing.
+            const bool is_content = each.name == "poison_byte" || each.name == "first_tlv_byte";
+            EXPECT_TRUE(named > 0 || differing == 0 || is_content) << text_of(chosen);
+            std::cout << text_of(chosen) << ": seen by " << differing << " cases, named by "
+                      << named << "\n";
         }
     }
     std::cout << told << " of " << switches << " choices are told by " << all.size() << " cases\n";
-    EXPECT_GT(told, switches / 2);
+    EXPECT_GT(told, 0U);
 }
 
 } // namespace

@@ -349,6 +349,10 @@ private:
             }
             const std::string got = where.form == form::address ? "(uintptr_t)" + name : name;
             take(body, part, got, stored.one(), where.uncompared == nullptr);
+            if (where.object == interface::object::dynamic_tag && stored.one() != scalar{}) {
+                add(body, "expect_number(" + c_text(part + " is dynamic") + ", 1, " + name +
+                              " >= KEL_FIRST_DYNAMIC_TAG);");
+            }
         } else if (stored.kind == value_kind::record) {
             const std::size_t width = where.record->fields.size();
             for (std::size_t j = 0; j < stored.scalars.size(); j++) {
@@ -421,6 +425,20 @@ private:
         }
     }
 
+    // What a call has copied from is the caller's again.
+    static void wipe_sources(std::string &body, const call &made)
+    {
+        const operation_schema &which = schema_of(made.operation);
+        for (std::size_t i = 0; i < which.parameters.size(); i++) {
+            const bool is_source =
+                which.parameters[i].shape == shape::bytes && !which.parameters[i].is_written();
+            const std::string name = "a" + std::to_string(i);
+            if (is_source && made.arguments[i].kind == value_kind::bytes) {
+                add(body, "memset(" + name + ", 0xee, sizeof " + name + ");");
+            }
+        }
+    }
+
     std::string function(std::size_t index)
     {
         const call &made = whole_.calls[index];
@@ -438,6 +456,7 @@ private:
             add(body, (which.is_system() ? "int" : c_type(which.result)) +
                           std::string(" result = ") + invocation + ";");
         }
+        wipe_sources(body, made);
         if (given.outcome == outcome::returned) {
             check_result(body, made, given);
             for (std::size_t i = 0; i < which.parameters.size(); i++) {

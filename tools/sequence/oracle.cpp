@@ -148,6 +148,9 @@ private:
     // Those with one more switch changed, else with two, that agree with the call, too.
     std::vector<configuration> extended(const std::vector<attempt> &from, std::size_t index)
     {
+        // A wait needs the calls that end it.
+        const bool is_overlapped = begun_until_return(recorded_, index) > index + 1;
+        const std::size_t end = is_overlapped ? recorded_.calls.size() : index + 1;
         std::vector<configuration> last;
         for (const attempt &each : from) last.push_back(each.chosen);
         for (int changes = 1; changes <= MOST_CHANGES; changes++) {
@@ -155,7 +158,7 @@ private:
             for (const configuration &each : last) add_changed(next, each);
             last.assign(next.begin(), next.end());
             std::vector<configuration> agreeing;
-            std::vector<attempt> tried = try_all(last, index + 1);
+            std::vector<attempt> tried = try_all(last, end);
             for (attempt &each : tried) {
                 if (each.agreed > index) agreeing.push_back(each.chosen);
                 if (changes == 1 && each.agreed >= index) alternatives_.push_back(std::move(each));

@@ -3,6 +3,7 @@
 // What follows from a sequence's calls.
 #include "tools/sequence/sequence.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sequence {
@@ -76,6 +77,16 @@ std::size_t ordinal_of(const call_sequence &whole, std::size_t index)
     std::size_t count = 0;
     for (std::size_t i = 0; i <= index; i++) {
         if (whole.calls[i].operation == whole.calls[index].operation) count++;
+    }
+    return count;
+}
+
+std::size_t begun_until_return(const call_sequence &whole, std::size_t index)
+{
+    std::size_t count = index + 1;
+    for (const step &each : whole.steps) {
+        if (each.call == index && each.phase != phase::begin) break;
+        count = std::max<std::size_t>(count, each.call + 1);
     }
     return count;
 }

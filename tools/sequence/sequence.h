@@ -118,6 +118,9 @@ const field &field_at(const record_layout &layout, std::size_t index);
 // How many times the call's operation has been called up to and with it.
 std::size_t ordinal_of(const call_sequence &whole, std::size_t index);
 
+// How many calls begin before that one has returned, itself included.
+std::size_t begun_until_return(const call_sequence &whole, std::size_t index);
+
 // The calls with these indices alone, with what they need of the variables and the order.
 call_sequence selection(const call_sequence &whole, const std::vector<bool> &kept);
 

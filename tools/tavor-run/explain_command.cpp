@@ -98,7 +98,7 @@ int row_of(const explain_arguments &given)
 sequence::call_sequence expected_part(const explain::explanation &one)
 {
     std::vector<bool> kept(one.recorded.calls.size(), false);
-    std::fill_n(kept.begin(), one.judged.finding->call + 1, true);
+    std::fill_n(kept.begin(), begun_until_return(one.recorded, one.judged.finding->call), true);
     sequence::call_sequence part = one.recorded;
     part.answers = one.judged.expected;
     part.answers.resize(part.calls.size());
