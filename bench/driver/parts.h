@@ -15,7 +15,7 @@ struct settings {
     unsigned repetitions = 5;
     unsigned starts = 100; // of a program that ends at once, for each repetition
     unsigned jobs = 2;
-    bool all_peers = false; // every framework, not cmocka alone
+    bool all_peers = false;       // every framework, not cmocka alone
     std::filesystem::path folder; // for what is built to be measured
     std::vector<std::string> library_programs;
 };

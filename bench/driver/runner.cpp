@@ -100,8 +100,7 @@ public:
         // A compiler cache would be what is measured.
         output_of({"cmake", "-S", PEERS_PROJECT, "-B", folder, "-G", "Ninja",
                    "-DPEER_SOURCES=" + sources.string(), "-DPEERS=" + frameworks,
-                   "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-                   "-DCMAKE_C_COMPILER_LAUNCHER=", "-DCMAKE_CXX_COMPILER_LAUNCHER="});
+                   "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DTAVOR_CCACHE="});
         output_of({"ninja", "-C", folder, "-j", std::to_string(how.jobs)});
     }
 

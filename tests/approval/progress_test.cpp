@@ -115,8 +115,8 @@ TEST(progress, each_step_of_the_roles_is_named)
 
 TEST(progress, a_packet_at_the_wrong_role_is_told)
 {
-    const std::string printed = printed_by(
-        "kel_role_basic", {.environment = {"KEL_REFERENCE_FAULTS=send#1+:to_standby"}});
+    const std::string printed =
+        printed_by("kel_role_basic", {.environment = {"KEL_REFERENCE_FAULTS=send#1+:to_standby"}});
     EXPECT_NE(printed.find("\nFAIL    : recv (expect(6) got(7))\n"), std::string::npos) << printed;
 }
 

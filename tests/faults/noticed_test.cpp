@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <iostream>
 #include <set>
 #include <thread>
 
@@ -115,6 +116,8 @@ TEST(faults, unknown_ones_end_the_program_with_their_name)
     EXPECT_EQ(refused.errors, "keltrace: KELTRACE_FAULTS: append#1+:nowhere: unknown action\n");
 }
 
+constexpr unsigned TRIES_ALONE = 3;
+
 TEST(faults, are_noticed_as_the_table_says)
 {
     std::vector<std::string> all;
@@ -124,17 +127,24 @@ TEST(faults, are_noticed_as_the_table_says)
     const std::vector<row> rows = read_rows();
     std::vector<std::string> found(rows.size());
     std::atomic<std::size_t> next = 0;
+    const auto try_row = [&](std::size_t i) {
+        const bool is_unseen = rows[i].test == "-";
+        const auto cases = is_unseen ? all : std::vector<std::string>{rows[i].test};
+        found[i] = found_by(rows[i], run_cases(cases, rows[i].fault));
+    };
     const auto work = [&] {
-        for (std::size_t i = next++; i < rows.size(); i = next++) {
-            const bool is_unseen = rows[i].test == "-";
-            const auto cases = is_unseen ? all : std::vector<std::string>{rows[i].test};
-            found[i] = found_by(rows[i], run_cases(cases, rows[i].fault));
-        }
+        for (std::size_t i = next++; i < rows.size(); i = next++) try_row(i);
     };
     std::vector<std::jthread> threads;
     for (unsigned i = 0; i < 3; i++) threads.emplace_back(work);
     threads.clear();
     for (std::size_t i = 0; i < rows.size(); i++) {
+        // Some cases measure time: what differs beside others is tried again alone.
+        for (unsigned again = 1; again <= TRIES_ALONE && found[i] != rows[i].message; again++) {
+            std::cout << rows[i].fault << ": \"" << found[i] << "\" beside others; alone, try "
+                      << again << " of " << TRIES_ALONE << '\n';
+            try_row(i);
+        }
         EXPECT_EQ(found[i], rows[i].message) << rows[i].fault << " in " << rows[i].test;
     }
 }

@@ -80,7 +80,7 @@ OFFSET_IS(kel_subregion_desc, name, 28);
 // What a library may write to is not const, and words are passed as words: callers that pass less
 // would leave garbage in the rest.
 #define IS_DECLARED(operation, ...)                                                                \
-    _Static_assert(_Generic(&(operation), uint32_t(*)(__VA_ARGS__): 1, default: 0), #operation)
+    _Static_assert(_Generic(&(operation), uint32_t(*)(__VA_ARGS__) : 1, default : 0), #operation)
 
 IS_DECLARED(kel_event_wait, kel_client, kel_event *, struct timeval *);
 IS_DECLARED(kel_tlv_version_check, kel_packet, uint32_t, uint32_t, uint32_t);

@@ -14,8 +14,8 @@ std::string library_in_listing(const std::string &listing);
 // Empty when it cannot be told.
 std::string loaded_library(const std::string &program, const std::string &folder);
 
-// Whether a library that the loader found is from this folder, or from one below it that is made for
-// the processor.
+// Whether a library that the loader found is from this folder, or from one below it that is made
+// for the processor.
 bool is_from(const std::string &library, const std::string &folder);
 
 // Whether these bytes are the reference library's.

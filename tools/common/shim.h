@@ -15,7 +15,8 @@ std::filesystem::path own_folder();
 // else from this program. Empty when it is in none of these places.
 std::string find_shim(const std::string &program_under_test);
 
-// Why the loader would not preload this file, and say so at most where nobody looks; empty: it would.
+// Why the loader would not preload this file, and say so at most where nobody looks; empty: it
+// would.
 std::string why_not_preloaded(const std::string &shim);
 
 // The one that is named, else the one that is found; an exception when there is neither, or when it

@@ -29,10 +29,12 @@ status=0
 for level in 0 s 2; do
     folder=$build/copies-O$level
     say "-O$level: builds tavor"
-    cmake -S "$root" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None "-DCMAKE_CXX_FLAGS=-O$level" \
-        -DTAVOR_TESTS=OFF >"$build/copies.log" 2>&1 &&
-        cmake --build "$folder" --target tavor >>"$build/copies.log" 2>&1 ||
-        { cat "$build/copies.log" >&2 && exit 1; }
+    if ! cmake -S "$root" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=None \
+        "-DCMAKE_CXX_FLAGS=-O$level" -DTAVOR_TESTS=OFF >"$build/copies.log" 2>&1 ||
+        ! cmake --build "$folder" --target tavor >>"$build/copies.log" 2>&1; then
+        cat "$build/copies.log" >&2
+        exit 1
+    fi
     # shellcheck disable=SC2046 # one word a case
     LD_LIBRARY_PATH=$build/lib "$campaign" --quiet --tavor "$folder/bin/tavor" \
         --shim "$build/lib/libkeltrace.so" --pairs "$pairs" \

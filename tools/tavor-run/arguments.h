@@ -90,8 +90,8 @@ std::string results_path(const selection_arguments &given);
 // Drawn when the text is "random", none when it is empty.
 std::optional<std::uint64_t> seed_of(const std::string &text);
 
-// A usage error when the library is not from the folder that was named; where it must be a closed one,
-// for the reference library, too, and when it cannot be told which one it is.
+// A usage error when the library is not from the folder that was named; where it must be a closed
+// one, for the reference library, too, and when it cannot be told which one it is.
 void check_library(const launch_arguments &given, const library_identity &library);
 
 } // namespace tavor_run
