@@ -48,7 +48,7 @@ void set_length(packet_object &packet, std::uint32_t length)
         set_buffer_length(*last, last->length - less);
     }
     if (packet.length >= length) return;
-    while (!last->length && last->previous) last = last->previous;
+    while (last && !last->length && last->previous) last = last->previous;
     for (; last; last = last->next) {
         const std::uint32_t more = std::min(tail_room(*last), length - packet.length);
         set_buffer_length(*last, last->length + more);

@@ -126,7 +126,9 @@ void add_chain_faults(catalogue &faults)
         [](auto right, state &library, kel_buffer *buffer, auto size) {
             const buffer_object *first = buffer ? library.buffers.find(*buffer) : nullptr;
             const auto all = static_cast<std::int64_t>(chain_length(first));
-            if (!all || (size != all && size != -all)) return right(library, buffer, size);
+            if (!buffer || !all || (size != all && size != -all)) {
+                return right(library, buffer, size);
+            }
             const std::uint32_t error =
                 right(library, buffer, static_cast<decltype(size)>(size < 0 ? 1 - all : all - 1));
             set_buffer_length(*library.buffers.find(*buffer), 0);

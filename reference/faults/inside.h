@@ -6,6 +6,8 @@
 //   unless(fault::signal_not_shown) show();
 #pragma once
 
+#include "reference/faults/faults.h"
+
 namespace kel_reference {
 
 // FAULT(target, kind, meaning): written `target#n:kind`.
@@ -18,8 +20,6 @@ enum class fault : unsigned {
     INSIDE_FAULTS(INSIDE_FAULT)
 #undef INSIDE_FAULT
 };
-
-extern bool faults_are_chosen;
 
 // Counts the hit.
 bool is_due(fault point);
