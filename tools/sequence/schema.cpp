@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <string>
 
 #include "kelapi/kel.h"
@@ -157,13 +158,12 @@ const record_layout &metadata_layout()
     return LAYOUT;
 }
 
-// Names of array members live as long as the table.
-std::string_view member_of(const char *array, unsigned index, const char *member)
+// Names of array members live as long as the table; a deque keeps them where they are.
+std::string_view member_of(const std::string &array, unsigned index, const std::string &member)
 {
-    static std::vector<const std::string *> names;
-    names.push_back(new std::string(std::string(array) + "[" + std::to_string(index) + "]" +
-                                    (*member ? "." : "") + member));
-    return *names.back();
+    static std::deque<std::string> names;
+    return names.emplace_back(array + "[" + std::to_string(index) + "]" +
+                              (member.empty() ? "" : ".") + member);
 }
 
 const record_layout &packet_list_layout()
