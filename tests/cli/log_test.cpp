@@ -9,7 +9,7 @@
 
 #include "tests/cli/log_noise.h"
 #include "tools/common/registry.h"
-#include "tools/tavor-run/console_log.h"
+#include "tools/tavor-run/console/console_log.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include <fstream>
 
 #include "tools/common/loader.h"
-#include "tools/tavor-run/baseline.h"
-#include "tools/tavor-run/bisect.h"
-#include "tools/tavor-run/markup.h"
-#include "tools/tavor-run/selection.h"
-#include "tools/tavor-run/writer.h"
+#include "tools/tavor-run/formats/markup.h"
+#include "tools/tavor-run/formats/writer.h"
+#include "tools/tavor-run/results/baseline.h"
+#include "tools/tavor-run/run/bisect.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace {
 

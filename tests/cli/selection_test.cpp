@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Which cases tavor-run takes, and in which order.
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/run/selection.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>

@@ -11,8 +11,8 @@
 #include "tools/common/printable.h"
 #include "tools/common/registry.h"
 #include "tools/common/shim.h"
-#include "tools/tavor-run/results_file.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/results/results_file.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/tavor-run/runner.h"
+#include "tools/tavor-run/run/runner.h"
 
 namespace tavor_run {
 

@@ -14,8 +14,8 @@
 #include "tools/sequence/reduction.h"
 #include "tools/sequence/report.h"
 #include "tools/tavor-run/commands.h"
-#include "tools/tavor-run/console_log.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/console/console_log.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
 

@@ -7,8 +7,8 @@
 #include "tools/common/process.h"
 #include "tools/common/program.h"
 #include "tools/tavor-run/commands.h"
-#include "tools/tavor-run/results.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/results/results.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/formats/outputs.h"
 #include "tools/tavor-run/history/history.h"
-#include "tools/tavor-run/outputs.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
 

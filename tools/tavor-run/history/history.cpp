@@ -9,7 +9,7 @@
 #include <tuple>
 
 #include "tools/common/registry.h"
-#include "tools/tavor-run/selection.h"
+#include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
 

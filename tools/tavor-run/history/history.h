@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/tavor-run/results_file.h"
+#include "tools/tavor-run/results/results_file.h"
 
 namespace tavor_run {
 

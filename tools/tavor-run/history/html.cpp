@@ -9,8 +9,8 @@
 #include <map>
 
 #include "tools/common/registry.h"
+#include "tools/tavor-run/formats/markup.h"
 #include "tools/tavor-run/history/history.h"
-#include "tools/tavor-run/markup.h"
 
 namespace tavor_run {
 

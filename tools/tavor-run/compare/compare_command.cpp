@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "tools/tavor-run/commands.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
+#include "tools/tavor-run/compare/comparison.h"
+#include "tools/tavor-run/formats/outputs.h"
+#include "tools/tavor-run/results/baseline.h"
+
+namespace tavor_run {
+
+namespace {
+
+void describe(std::ostream &text, const char *title, const stored_run &run)
+{
+    const library_identity &library = run.identity.library;
+    text << title << run.path << ", " << run.started << (run.has_end ? "" : ", cut short") << "\n";
+    if (!run.identity.path.empty()) {
+        text << "        tavor " << run.identity.path << ", " << run.identity.target << ", tree "
+             << run.identity.tree << "\n        library " << library.path << ", build id "
+             << (library.build_id.empty() ? "unknown" : library.build_id) << "\n";
+    }
+}
+
+std::string side_text(const std::optional<stored_result> &side)
+{
+    if (!side) {
+        return "-";
+    }
+    return std::string(name_of(side->state)) + (side->message.empty() ? "" : " : " + side->message);
+}
+
+// Two runs in words.
+std::string differences_text(const stored_run &before, const stored_run &after)
+{
+    std::ostringstream text;
+    describe(text, "before  ", before);
+    describe(text, "after   ", after);
+    const std::vector<difference> differences = compare(before, after);
+    for (const difference &each : differences) {
+        text << each.what << ": " << each.name << "\n  before  " << side_text(each.before)
+             << "\n  after   " << side_text(each.after) << "\n";
+    }
+    text << differences.size() << " differences\n";
+    return text.str();
+}
+
+std::string formatted(const std::string &format, const comparison &what, bool as_table, bool quiet)
+{
+    if (format == "html") {
+        return html_of(what);
+    }
+    if (format == "jsonl") {
+        return json_lines_of(what);
+    }
+    if (format != "text") {
+        throw usage_error("no such format: " + format + " (text, html, jsonl)");
+    }
+    const std::string text = as_table ? text_of(what, quiet)
+                                      : differences_text(what.columns[0].run, what.columns[1].run);
+    return tools::printable(text, "\n");
+}
+
+} // namespace
+
+int compare_command(const compare_arguments &given)
+{
+    std::vector<named_report> reports;
+    bool as_table = given.reports.size() > 2 || given.quiet;
+    for (const std::string &each : given.reports) {
+        reports.push_back(parse_report_name(each));
+        as_table |= !reports.back().name.empty();
+    }
+    const comparison what = compare_reports(reports);
+    as_table |= what.is_sharded;
+    std::vector<std::string> outputs = given.outputs;
+    if (std::none_of(outputs.begin(), outputs.end(), goes_to_standard_output)) {
+        outputs.emplace_back("text");
+    }
+    for (const std::string &each : outputs) {
+        const report_target target = parse_target(each);
+        tools::output_file(target.path)
+            .replace(formatted(target.format, what, as_table, given.quiet));
+    }
+    return exit_code(what);
+}
+
+} // namespace tavor_run

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+//
+// Any number of runs side by side: a column a run, a row a case.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/tavor-run/results/results_file.h"
+
+namespace tavor_run {
+
+struct comparison_column {
+    std::string name{};
+    stored_run run{};
+    tally counts{};
+};
+
+struct comparison_row {
+    std::string name{};
+    std::vector<std::optional<stored_result>> cells{}; // none: the run knows nothing of the case
+    bool differs = false;
+    bool has_bad = false; // neither passed, ignored, nor left out
+};
+
+struct comparison {
+    std::vector<comparison_column> columns{};
+    std::vector<comparison_row> rows{};        // those that differ first, then the other bad ones
+    std::vector<std::string> missing_shards{}; // of a run in shards, such as "3/4"
+    bool is_sharded = false;                   // the reports are parts of one run
+
+    std::size_t differing() const;
+};
+
+// A report as it is named on the command line: a file, or name=file.
+struct named_report {
+    std::string name{}; // empty: what its file says
+    std::string path{};
+};
+named_report parse_report_name(const std::string &argument);
+
+// A usage error when a report cannot be read, or when two have the same name.
+comparison compare_reports(const std::vector<named_report> &reports);
+
+// What ends the program: about differences; for the shards of one run about the run.
+int exit_code(const comparison &of);
+
+// What the columns are: file, time, program, library.
+std::string column_facts(const comparison_column &column);
+
+std::string text_of(const comparison &what, bool quiet);
+std::string html_of(const comparison &what);
+std::string json_lines_of(const comparison &what);
+
+} // namespace tavor_run

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+//
+// JUnit XML, in what the usual schemas have in common: some know no attributes of the root, and
+// want each suite to have all its attributes and elements. After each result the file is a whole
+// document.
+#include <cstdio>
+#include <map>
+
+#include "tools/tavor-run/formats/document_writer.h"
+#include "tools/tavor-run/formats/markup.h"
+#include "tools/tavor-run/formats/writer.h"
+
+namespace tavor_run {
+
+namespace {
+
+std::string attribute(const char *name, std::string_view value)
+{
+    return std::string(" ") + name + "=\"" + escaped(value) + "\"";
+}
+
+std::string seconds(std::chrono::microseconds duration)
+{
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.6f",
+                  std::chrono::duration<double>(duration).count());
+    return text.data();
+}
+
+struct suite_totals {
+    unsigned tests = 0;
+    unsigned failures = 0;
+    unsigned errors = 0;
+    unsigned skipped = 0;
+    std::chrono::microseconds duration{0};
+
+    void add(const case_result &what)
+    {
+        tests++;
+        failures += what.state == verdict::fail ? 1U : 0U;
+        errors += is_lost(what.state) ? 1U : 0U;
+        skipped += what.state == verdict::ignore || what.state == verdict::not_run ? 1U : 0U;
+        duration += what.duration;
+    }
+
+    std::string attributes() const
+    {
+        return attribute("tests", std::to_string(tests)) +
+               attribute("failures", std::to_string(failures)) +
+               attribute("errors", std::to_string(errors)) +
+               attribute("skipped", std::to_string(skipped)) + attribute("time", seconds(duration));
+    }
+};
+
+std::string body_text(const case_history &each)
+{
+    const case_result &what = each.worst;
+    std::string text = what.message + "\n";
+    if (each.runs > 1) {
+        text += "in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs\n";
+    }
+    if (!what.calls.empty()) {
+        text += "last library calls (" + what.calls_from + "):\n";
+    }
+    for (const std::string &call : what.calls) {
+        text += call + "\n";
+    }
+    if (!what.repeat_command.empty()) {
+        text += "again: " + what.repeat_command + "\n";
+    }
+    return text;
+}
+
+std::string outcome(const case_history &each)
+{
+    const case_result &what = each.worst;
+    if (what.state == verdict::pass) {
+        return "";
+    }
+    if (what.state == verdict::ignore || what.state == verdict::not_run) {
+        return "      <skipped" + attribute("message", name_of(what.state)) + "/>\n";
+    }
+    const std::string element = what.state == verdict::fail ? "failure" : "error";
+    return "      <" + element + attribute("message", what.message) +
+           attribute("type", name_of(what.state)) + ">" + escaped(body_text(each)) + "</" +
+           element + ">\n";
+}
+
+std::string test_case(const case_history &each)
+{
+    const case_result &what = each.worst;
+    const std::string start = "    <testcase" + attribute("classname", what.suite()) +
+                              attribute("name", what.name()) +
+                              attribute("time", seconds(what.duration));
+    const std::string inside = outcome(each);
+    return inside.empty() ? start + "/>\n" : start + ">\n" + inside + "    </testcase>\n";
+}
+
+std::string properties(const run_record &record)
+{
+    const program_identity &identity = record.identity;
+    const std::pair<const char *, std::string> known[] = {
+        {"command", record.command_line},
+        {"tavor", identity.path},
+        {"tavor.target", identity.target},
+        {"tavor.tree", identity.tree},
+        {"tavor.image", identity.image},
+        {"library", identity.library.path},
+        {"library.soname", identity.library.soname},
+        {"library.build_id", identity.library.build_id},
+        {"seed", record.seed ? std::to_string(*record.seed) : ""},
+    };
+    std::string text = "    <properties>\n";
+    for (const auto &[name, value] : known) {
+        if (!value.empty()) {
+            text +=
+                "      <property" + attribute("name", name) + attribute("value", value) + "/>\n";
+        }
+    }
+    return text + "    </properties>\n";
+}
+
+struct suite_content {
+    std::string_view name{};
+    suite_totals totals{};
+    std::string cases{};
+};
+
+std::vector<suite_content> by_suite(const run_record &record)
+{
+    std::vector<suite_content> suites;
+    std::map<std::string_view, std::size_t> places;
+    for (const case_history &each : by_case(record.results)) {
+        const std::string_view name = each.worst.suite();
+        const auto [place, is_new] = places.try_emplace(name, suites.size());
+        if (is_new) {
+            suites.push_back({name, {}, ""});
+        }
+        suites[place->second].totals.add(each.worst);
+        suites[place->second].cases += test_case(each);
+    }
+    return suites;
+}
+
+// Without the zone, which is UTC: some schemas forbid it.
+std::string timestamp(const run_record &record)
+{
+    return record.started.substr(0, record.started.find('Z'));
+}
+
+std::string document(const run_record &record)
+{
+    const std::string &host = record.identity.host;
+    std::string notes;
+    for (const std::string &note : record.notes) {
+        notes += escaped(note) + "\n";
+    }
+    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n";
+    unsigned id = 0;
+    for (const suite_content &suite : by_suite(record)) {
+        text += "  <testsuite" + attribute("name", suite.name) + attribute("package", "tavor") +
+                attribute("id", std::to_string(id++)) + suite.totals.attributes() +
+                attribute("timestamp", timestamp(record)) +
+                attribute("hostname", host.empty() ? "localhost" : host) + ">\n" +
+                properties(record) + suite.cases + "    <system-out>" + notes +
+                "</system-out>\n    <system-err/>\n  </testsuite>\n";
+    }
+    return text + "</testsuites>\n";
+}
+
+} // namespace
+
+std::unique_ptr<writer> make_junit_writer(const std::string &path)
+{
+    return make_document_writer(path, document);
+}
+
+} // namespace tavor_run

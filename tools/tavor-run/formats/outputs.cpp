@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include "tools/tavor-run/formats/outputs.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tools/tavor-run/run/selection.h"
+
+namespace tavor_run {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+text_style text_style_of(const output_arguments &given, const std::string &path)
+{
+    const bool terminal = path == "-" && isatty(STDOUT_FILENO) != 0;
+    text_style style;
+    style.quiet = given.quiet;
+    style.live = terminal;
+    style.colours = given.colour == "always" ||
+                    (given.colour == "auto" && terminal && std::getenv("NO_COLOR") == nullptr);
+    return style;
+}
+
+std::unique_ptr<writer> make_writer(const std::string &output, const output_arguments &given)
+{
+    const auto &[format, path] = parse_target(output);
+    if (format == "text") {
+        return make_text_writer(path, text_style_of(given, path));
+    }
+    if (format == "junit") {
+        return make_junit_writer(path);
+    }
+    if (format == "tap" || format == "tap13") {
+        return make_tap_writer(path, format == "tap" ? 14 : 13);
+    }
+    if (format == "jsonl") {
+        return make_json_writer(path);
+    }
+    if (format == "html") {
+        return make_html_writer(path);
+    }
+    if (format == "lava") {
+        return make_lava_writer(path);
+    }
+    throw usage_error("no such format: " + format +
+                      " (text, junit, tap, tap13, jsonl, html, lava)");
+}
+
+} // namespace
+
+report_target parse_target(const std::string &output)
+{
+    const std::size_t colon = output.find(':');
+    return {output.substr(0, colon), colon == std::string::npos ? "-" : output.substr(colon + 1)};
+}
+
+bool goes_to_standard_output(const std::string &output)
+{
+    return parse_target(output).path == "-";
+}
+
+void start_record(run_record &record, const output_arguments &given)
+{
+    record.started = time_now();
+    record.command_line = given.command_line;
+    record.has_baseline = !given.baseline.empty();
+}
+
+void add_writers(reporter &report, const output_arguments &given)
+{
+    const auto on_terminal =
+        std::count_if(given.outputs.begin(), given.outputs.end(), goes_to_standard_output);
+    if (on_terminal > 1) {
+        throw usage_error("only one report can go to standard output");
+    }
+    if (on_terminal == 0) {
+        report.add(make_writer("text:-", given));
+    }
+    for (const std::string &output : given.outputs) {
+        report.add(make_writer(output, given));
+    }
+}
+
+void add_last_results(reporter &report, const selection_arguments &given)
+{
+    const std::string path = results_path(given);
+    std::error_code error;
+    if (!path.empty() && fs::path(path).has_parent_path()) {
+        fs::create_directories(fs::path(path).parent_path(), error);
+    }
+    try {
+        if (!path.empty()) {
+            report.add(make_json_writer(path), !given.last.empty());
+        }
+    } catch (const usage_error &) {
+        if (!given.last.empty()) {
+            throw;
+        }
+    }
+}
+
+std::optional<baseline> baseline_of(const output_arguments &given)
+{
+    if (given.baseline.empty()) {
+        return std::nullopt;
+    }
+    return baseline(read_results(given.baseline));
+}
+
+void tell_vanished(reporter &report, const std::optional<baseline> &known)
+{
+    if (known) {
+        for (const std::string &name : known->vanished()) {
+            report.note("in the baseline, but no case any more: " + name);
+            report.record().lost_cases = true;
+        }
+    }
+}
+
+} // namespace tavor_run

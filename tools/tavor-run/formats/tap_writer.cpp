@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+//
+// TAP: the plan first, a line a result, a YAML block where there is more to say. What is written
+// is the same in versions 13 and 14, but readers of 13 refuse another number.
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
+#include "tools/tavor-run/formats/writer.h"
+
+namespace tavor_run {
+
+namespace {
+
+using tools::printable;
+
+// A scalar in double quotes, in which nothing has a meaning of its own.
+std::string quoted(const std::string &text)
+{
+    std::string result = "\"";
+    for (const char character : printable(text)) {
+        if (character == '"' || character == '\\') {
+            result += '\\';
+        }
+        result += character;
+    }
+    return result + "\"";
+}
+
+class tap_writer : public writer {
+public:
+    tap_writer(const std::string &path, int tap_version) : output(path), version(tap_version) {}
+
+    void begin(const run_record &record) override
+    {
+        const library_identity &library = record.identity.library;
+        std::string text = "TAP version " + std::to_string(version) + "\n";
+        if (record.planned > 0) {
+            text += "1.." + std::to_string(record.planned) + "\n";
+        }
+        if (!library.path.empty()) {
+            text += "# library " + printable(library.path + " " + library.build_id) + "\n";
+        }
+        if (record.seed) {
+            text += "# seed " + std::to_string(*record.seed) + "\n";
+        }
+        output.append(text);
+    }
+
+    void result(const run_record &, const case_result &what) override
+    {
+        const bool skipped = what.state == verdict::ignore || what.state == verdict::not_run;
+        const bool ok = skipped || what.state == verdict::pass;
+        std::string text = (ok ? "ok " : "not ok ") + std::to_string(++points) + " - ";
+        text += what.name();
+        if (skipped) {
+            text += " # SKIP " + std::string(name_of(what.state));
+        }
+        text += "\n";
+        if (!ok) {
+            text += "  ---\n  verdict: " + std::string(name_of(what.state)) +
+                    "\n  message: " + quoted(what.message) + "\n";
+            text +=
+                what.repeat_command.empty() ? "" : "  again: " + quoted(what.repeat_command) + "\n";
+            text += "  ...\n";
+        }
+        output.append(text);
+    }
+
+    void details(const run_record &, const case_result &what) override
+    {
+        std::string text = "# " + std::string(what.name()) + ": " + printable(what.message) + "\n";
+        if (!what.calls.empty()) {
+            text += "# last library calls (" + printable(what.calls_from) + "):\n";
+        }
+        for (const std::string &call : what.calls) {
+            text += "#   " + printable(call) + "\n";
+        }
+        output.append(text);
+    }
+
+    void note(const run_record &, const std::string &text) override
+    {
+        output.append("# " + printable(text) + "\n");
+    }
+
+    void end(const run_record &record) override
+    {
+        if (record.planned == 0) {
+            output.append("1.." + std::to_string(points) + "\n");
+        } else if (points < record.planned && exit_code(record) != ALL_PASSED) {
+            output.append("Bail out! " + std::to_string(record.planned - points) +
+                          " results are missing\n");
+        }
+    }
+
+private:
+    tools::output_file output;
+    int version;
+    std::size_t points = 0;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_tap_writer(const std::string &path, int version)
+{
+    return std::make_unique<tap_writer>(path, version);
+}
+
+} // namespace tavor_run

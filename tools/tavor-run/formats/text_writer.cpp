@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+//
+// The table for people, live on a terminal.
+#include <cstdio>
+#include <sstream>
+
+#include "tools/common/output_file.h"
+#include "tools/common/printable.h"
+#include "tools/common/registry.h"
+#include "tools/tavor-run/formats/writer.h"
+
+namespace tavor_run {
+
+namespace {
+
+using tools::printable;
+
+constexpr int NAME_WIDTH = 50;
+constexpr int STATE_WIDTH = 8;
+
+// Blanks for what was not measured.
+std::string seconds_text(std::chrono::microseconds duration)
+{
+    if (duration.count() == 0) {
+        return std::string(10, ' ');
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%8.3f s",
+                  std::chrono::duration<double>(duration).count());
+    return text.data();
+}
+
+std::string padded(std::string_view text, int width)
+{
+    std::string result(text);
+    result.resize(std::max(result.size(), static_cast<std::size_t>(width)), ' ');
+    return result;
+}
+
+class text_writer : public writer {
+public:
+    text_writer(const std::string &path, const text_style &how) : output(path), style(how) {}
+
+    void begin(const run_record &record) override
+    {
+        const program_identity &identity = record.identity;
+        const library_identity &library = identity.library;
+        std::string text;
+        if (!identity.path.empty()) {
+            text += "tavor    " + identity.path;
+            text += identity.target.empty() ? "" : ", " + identity.target;
+            text += identity.tree.empty() ? "" : ", tree " + identity.tree;
+            text += identity.image.empty() ? "" : ", image " + identity.image;
+            text += "\nlibrary  " + (library.path.empty() ? "unknown" : library.path);
+            text += library.soname.empty() ? "" : ", " + library.soname;
+            text += library.path.empty()       ? ""
+                    : library.build_id.empty() ? ", build id unknown"
+                                               : ", build id " + library.build_id;
+            text += library.is_reference ? ", the reference library\n" : "\n";
+            text = printable(text, "\n");
+        }
+        if (record.seed) {
+            text += "seed     " + std::to_string(*record.seed) + "\n";
+        }
+        output.append(text);
+    }
+
+    void started(const run_record &record, int row) override
+    {
+        if (style.live) {
+            const std::string place =
+                std::to_string(record.results.size() + 1) + "/" + std::to_string(record.planned);
+            const std::string name(tools::all_cases()[static_cast<std::size_t>(row)].name);
+            output.append("\r\x1b[K[" + place + "] " + name);
+        }
+    }
+
+    void result(const run_record &, const case_result &what) override
+    {
+        const bool known = what.state == verdict::fail || is_lost(what.state);
+        if (style.quiet && !known && what.difference.empty()) {
+            return;
+        }
+        std::string text = style.live ? "\r\x1b[K" : "";
+        text += padded(what.name(), NAME_WIDTH) + " ";
+        text += coloured(what.state, padded(name_of(what.state), STATE_WIDTH));
+        text += seconds_text(what.duration);
+        text += what.message.empty() ? "" : "  " + printable(what.message);
+        text += what.difference.empty() ? "" : "  [" + printable(what.difference) + "]";
+        output.append(text.substr(0, text.find_last_not_of(' ') + 1) + "\n");
+    }
+
+    void note(const run_record &, const std::string &text) override
+    {
+        output.append((style.live ? "\r\x1b[K" : "") + ("note: " + printable(text)) + "\n");
+    }
+
+    void end(const run_record &record) override
+    {
+        std::string text = style.live ? "\r\x1b[K" : "";
+        for (const case_history &each : by_case(record.results)) {
+            if (!is_good(each.worst.state) && each.worst.state != verdict::not_run &&
+                has_more_to_say(each)) {
+                text += section(each);
+            }
+        }
+        const tally counts = count(record.results);
+        text += std::to_string(record.results.size()) + " results: " + counts_text(counts) + "\n";
+        output.append(text);
+    }
+
+private:
+    static bool has_more_to_say(const case_history &each)
+    {
+        return !each.worst.output.empty() || !each.worst.repeat_command.empty() ||
+               !each.worst.calls.empty() || each.runs > 1;
+    }
+
+    std::string section(const case_history &each) const
+    {
+        const case_result &what = each.worst;
+        std::ostringstream text;
+        text << "\n"
+             << coloured(what.state, std::string(name_of(what.state))) << " " << what.name();
+        if (each.runs > 1) {
+            text << ", in " << each.bad << " of " << each.runs << " runs";
+        }
+        text << "\n  " << printable(what.message) << "\n";
+        if (!what.output.empty()) {
+            text << "  printed by the case:\n";
+        }
+        std::istringstream printed(what.output);
+        for (std::string line; std::getline(printed, line);) {
+            text << "    " << printable(line) << "\n";
+        }
+        if (!what.calls.empty()) {
+            text << "  last library calls (" << printable(what.calls_from) << "):\n";
+        }
+        for (const std::string &call : what.calls) {
+            text << "    " << printable(call) << "\n";
+        }
+        std::istringstream explanation(what.explanation);
+        for (std::string line; std::getline(explanation, line);) {
+            text << "  " << printable(line) << "\n";
+        }
+        if (!what.repeat_command.empty()) {
+            text << "  again: " << printable(what.repeat_command) << "\n";
+        }
+        return text.str() + "\n";
+    }
+
+    std::string coloured(verdict which, const std::string &text) const
+    {
+        if (!style.colours) {
+            return text;
+        }
+        const char *colour = which == verdict::pass      ? "\x1b[32m"
+                             : which == verdict::ignore  ? "\x1b[33m"
+                             : which == verdict::not_run ? "\x1b[2m"
+                             : which == verdict::fail    ? "\x1b[31m"
+                                                         : "\x1b[1;35m";
+        return colour + text + "\x1b[0m";
+    }
+
+    tools::output_file output;
+    text_style style;
+};
+
+} // namespace
+
+std::unique_ptr<writer> make_text_writer(const std::string &path, const text_style &style)
+{
+    return std::make_unique<text_writer>(path, style);
+}
+
+} // namespace tavor_run
