@@ -4,7 +4,7 @@
 // its cases what it is told to in FAKE_TAVOR, words separated by blanks:
 //
 //   fail=CASE:text    ignore=CASE    crash=CASE    hang=CASE    exit=CASE    print=CASE:text
-//   flood=CASE:lines  prints 100 MB, in lines or without their ends
+//   flood=CASE:lines  prints 100 MB, in lines or without their ends; "ever" is without end
 //   poison=CASE:BEFORE[+BEFORE...]   fails when all these ran before it in the same process
 //   flaky=CASE:file                  fails when the file is there, and else makes it
 //   end=status                       exit status behind the summary
@@ -112,8 +112,8 @@ verdict run_case(const script &how, const std::string &name)
     } else if (action == "print") {
         std::puts(with_blanks(text).c_str());
     } else if (action == "flood") {
-        const std::string line = std::string(9'999, 'x') + (text == "lines" ? '\n' : 'x');
-        for (int i = 0; i < 10'000; i++) {
+        const std::string line = std::string(9'999, 'x') + (text == "one" ? 'x' : '\n');
+        for (int i = 0; i < 10'000 || text == "ever"; i++) {
             std::fputs(line.c_str(), stdout);
         }
     } else if (action == "poison" && all_ran(text)) {

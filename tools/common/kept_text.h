@@ -3,6 +3,8 @@
 // Text that may become too long to be kept whole.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -26,9 +28,14 @@ public:
 
     bool empty() const { return head.empty(); }
 
-    // With a line in between that says how much is missing.
-    std::string take()
+    // With a line in between that says how much is missing. A smaller limit shortens what was kept.
+    std::string take(std::size_t limit = SIZE_MAX)
     {
+        half = std::min(half, limit / 2);
+        if (head.size() > half) {
+            tail.insert(0, head, half);
+            head.resize(half);
+        }
         if (tail.size() > half) {
             forget_middle();
         }

@@ -70,6 +70,7 @@ run_options run_options_of(const run_arguments &given)
         throw usage_error("no sensible time-out");
     }
     options.timeout = std::chrono::milliseconds(static_cast<int>(milliseconds));
+    options.print_limit = std::size_t{given.launch.print_limit} << 20;
     options.isolate = given.launch.isolate;
     options.fail_fast = given.fail_fast;
     options.until_fail = given.until_fail;

@@ -28,6 +28,7 @@ struct launch_arguments {
     unsigned traced_calls = 12;
     double timeout = 60;
     double timeout_scale = 1;
+    unsigned print_limit = 16; // MiB; 0: no limit
     bool isolate = false;
     bool closed = false;
 };

@@ -39,6 +39,10 @@ void add_launch(CLI::App &command, launch_arguments &given)
     command.add_option("--timeout", given.timeout, "seconds a case may take, 0: no limit")
         ->capture_default_str();
     command.add_option("--timeout-scale", given.timeout_scale, "factor for slow machines");
+    command
+        .add_option("--print-limit", given.print_limit, "MiB that a case may print, 0: no limit")
+        ->check(CLI::Range(0, 4000))
+        ->capture_default_str();
     command.add_flag("--isolate", given.isolate, "a process for each case");
     command.add_flag("--closed", given.closed, "refuse the reference library");
 }

@@ -17,8 +17,8 @@ constexpr std::string_view ABSENT = "-";
 
 // From good to bad.
 constexpr std::array<verdict, VERDICT_COUNT> SHOWN_ORDER = {
-    verdict::pass, verdict::ignore,  verdict::not_run, verdict::fail,  verdict::crash,
-    verdict::hang, verdict::damaged, verdict::unended, verdict::unseen};
+    verdict::pass, verdict::ignore, verdict::not_run, verdict::fail,    verdict::crash,
+    verdict::hang, verdict::flood,  verdict::damaged, verdict::unended, verdict::unseen};
 
 std::string_view word(const std::optional<stored_result> &cell)
 {

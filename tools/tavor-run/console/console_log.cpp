@@ -30,8 +30,9 @@ bool is_blank(std::string_view text)
 // After the names in one of tavor's formats.
 constexpr std::string_view ZEB = " 0 ";
 
-// How much of what a case prints is kept.
-constexpr std::size_t KEPT_OUTPUT = 1 << 14;
+// How much of what a case prints is kept, and how much when it was good.
+constexpr std::size_t KEPT_OUTPUT = 1 << 20;
+constexpr std::size_t KEPT_OF_GOOD = 1 << 14;
 
 // How much of a line a pattern sees: the library's matcher recurses with the length of the text.
 constexpr std::size_t PATTERN_REACH = 1000;
@@ -288,7 +289,7 @@ void log_reader::mark_missing(int first, int last)
 void log_reader::settle(bool certain, const std::string &doubt_text)
 {
     sighting final = std::move(current->what);
-    final.output = current->output.take();
+    tools::kept_text output = std::move(current->output);
     const std::string damage_text = current->damage;
     const bool has_verdict = current->has_verdict;
     current.reset();
@@ -303,6 +304,7 @@ void log_reader::settle(bool certain, const std::string &doubt_text)
             final.state = verdict::damaged;
         }
     }
+    final.output = output.take(is_good(final.state) ? KEPT_OF_GOOD : KEPT_OUTPUT);
     report(final);
 }
 

@@ -44,6 +44,10 @@ std::string details_of(const case_history &each)
         text +=
             "<br>bad in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs";
     }
+    if (!is_good(what.state) && !what.output.empty()) {
+        text += "<details><summary>printed by the case</summary><pre>" + escaped(what.output) +
+                "</pre></details>";
+    }
     if (!what.calls.empty()) {
         text += "<details><summary>last library calls (" + escaped(what.calls_from) +
                 ")</summary><pre>";

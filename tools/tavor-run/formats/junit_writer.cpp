@@ -92,7 +92,10 @@ std::string test_case(const case_history &each)
     const std::string start = "    <testcase" + attribute("classname", what.suite()) +
                               attribute("name", what.name()) +
                               attribute("time", seconds(what.duration));
-    const std::string inside = outcome(each);
+    std::string inside = outcome(each);
+    if (!is_good(what.state) && !what.output.empty()) {
+        inside += "      <system-out>" + escaped(what.output) + "</system-out>\n";
+    }
     return inside.empty() ? start + "/>\n" : start + ">\n" + inside + "    </testcase>\n";
 }
 

@@ -4,6 +4,7 @@
 // the signals stand comments; nothing in them may look like a signal.
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
 namespace tavor_run {
@@ -44,6 +45,7 @@ std::string_view result_word(verdict state)
     case verdict::fail:
     case verdict::crash:
     case verdict::hang:
+    case verdict::flood:
     case verdict::unended:
         return "fail";
     case verdict::not_run:
@@ -82,6 +84,12 @@ public:
         if (!what.message.empty()) {
             text += comment(std::string(what.name()) + ": " + std::string(name_of(what.state)) +
                             ": " + what.message);
+        }
+        if (!is_good(what.state) && !what.output.empty()) {
+            text += comment("printed by the case:");
+            for (const std::string &line : printed_lines(what.output)) {
+                text += comment("  " + line);
+            }
         }
         if (!what.repeat_command.empty()) {
             text += comment("again: " + what.repeat_command);

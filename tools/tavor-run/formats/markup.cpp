@@ -35,7 +35,7 @@ svg { max-width: 100%; color: var(--ink); }
 .pass { color: var(--good); }
 .ignore, .not_run, .GOOD { color: var(--quiet); }
 .fail, .NEW, .KNOWN { color: var(--bad); font-weight: bold; }
-.crash, .hang, .damaged, .unended, .unseen, .LOST, .FLAKY { color: var(--lost); font-weight: bold; }
+.crash, .hang, .flood, .damaged, .unended, .unseen, .LOST, .FLAKY { color: var(--lost); font-weight: bold; }
 .FIXED { color: var(--good); font-weight: bold; }
 @media (max-width: 40rem) {
     .stacks thead { position: absolute; left: -100vw; }

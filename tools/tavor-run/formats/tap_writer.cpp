@@ -4,6 +4,7 @@
 // is the same in versions 13 and 14, but readers of 13 refuse another number.
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
 namespace tavor_run {
@@ -60,7 +61,7 @@ public:
                     "\n  message: " + quoted(what.message) + "\n";
             text +=
                 what.repeat_command.empty() ? "" : "  again: " + quoted(what.repeat_command) + "\n";
-            text += "  ...\n";
+            text += "  ...\n" + printed_by(what);
         }
         output.append(text);
     }
@@ -93,6 +94,15 @@ public:
     }
 
 private:
+    static std::string printed_by(const case_result &what)
+    {
+        std::string text = what.output.empty() ? "" : "# printed by the case:\n";
+        for (const std::string &line : printed_lines(what.output)) {
+            text += "#   " + line + "\n";
+        }
+        return text;
+    }
+
     tools::output_file output;
     int version;
     std::size_t points = 0;

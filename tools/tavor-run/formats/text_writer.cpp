@@ -7,6 +7,7 @@
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/common/registry.h"
+#include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
 namespace tavor_run {
@@ -129,9 +130,8 @@ private:
         if (!what.output.empty()) {
             text << "  printed by the case:\n";
         }
-        std::istringstream printed(what.output);
-        for (std::string line; std::getline(printed, line);) {
-            text << "    " << printable(line) << "\n";
+        for (const std::string &line : printed_lines(what.output)) {
+            text << "    " << line << "\n";
         }
         if (!what.calls.empty()) {
             text << "  last library calls (" << printable(what.calls_from) << "):\n";

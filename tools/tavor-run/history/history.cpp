@@ -22,7 +22,7 @@ constexpr std::array<std::string_view, TREND_COUNT> TREND_NAMES = {"NEW",   "LOS
 constexpr std::size_t BUILD_ID_SHOWN = 12;
 
 // By verdict.
-constexpr std::string_view LETTERS = "n.-F?UDHC";
+constexpr std::string_view LETTERS = "n.-F?UDOHC";
 static_assert(LETTERS.size() == VERDICT_COUNT);
 
 environment environment_of(const stored_run &run)

@@ -79,7 +79,7 @@ history read_history(const std::vector<std::string> &files_and_folders);
 // The letter by which a result is shown; ' ' for null. LEGEND explains the letters.
 char letter_of(const stored_result *result);
 constexpr std::string_view LEGEND =
-    ". passed, - ignored, F failed, C crashed, H hung, D damaged, U never ended, ? never seen, "
+    ". passed, - ignored, F failed, C crashed, H hung, O flooded, D damaged, U never ended, ? never seen, "
     "n not run";
 
 // About twenty lines.

@@ -111,7 +111,10 @@ std::string hangs_and_crashes(const history &all)
     std::string rows;
     for (std::size_t run = all.runs.size(); run-- > 0;) {
         for (const stored_result &each : all.runs[run].run.results) {
-            if (each.state != verdict::crash && each.state != verdict::hang) continue;
+            if (each.state != verdict::crash && each.state != verdict::hang &&
+                each.state != verdict::flood) {
+                continue;
+            }
             const std::string state(name_of(each.state));
             rows += "<tr>" + cell("<span class=\"" + state + "\">" + state + "</span>") +
                     cell(escaped(each.name)) + cell(when(all, run)) + cell(escaped(each.message)) +
@@ -289,7 +292,7 @@ std::string html_of(const history &what)
         html_head("tavor: " + std::to_string(what.runs.size()) + " runs, " +
                   what.runs.front().run.started + " to " + what.runs.back().run.started);
     text += counts_line(what) + section("Cases to look at", attention(what)) +
-            section("Hangs and crashes", hangs_and_crashes(what)) +
+            section("Hangs, crashes and floods", hangs_and_crashes(what)) +
             section("Devices", devices(what)) +
             section("Libraries and programs", environments(what)) +
             section("Durations", durations(what)) + section("All cases", suites(what)) +

@@ -12,11 +12,11 @@ namespace tavor_run {
 namespace {
 
 constexpr std::array<std::string_view, VERDICT_COUNT> NAMES = {
-    "not_run", "pass", "ignore", "fail", "unseen", "unended", "damaged", "hang", "crash"};
+    "not_run", "pass", "ignore", "fail", "unseen", "unended", "damaged", "flood", "hang", "crash"};
 
 constexpr std::array<std::string_view, VERDICT_COUNT> COUNTED_AS = {
     "not run",     "passed",  "ignored", "failed", "never seen",
-    "never ended", "damaged", "hung",    "crashed"};
+    "never ended", "damaged", "flooded", "hung",   "crashed"};
 
 // How much of a message tavor's table shows.
 constexpr std::size_t TABLE_WIDTH = 83;
@@ -81,7 +81,7 @@ std::string counts_text(const tally &counts)
     std::string text;
     for (const verdict which :
          {verdict::pass, verdict::ignore, verdict::fail, verdict::crash, verdict::hang,
-          verdict::damaged, verdict::unended, verdict::unseen, verdict::not_run}) {
+          verdict::flood, verdict::damaged, verdict::unended, verdict::unseen, verdict::not_run}) {
         const unsigned number = counted(counts, which);
         if (number != 0 || which == verdict::pass) {
             text += (text.empty() ? "" : ", ") + std::to_string(number) + " ";

@@ -24,6 +24,7 @@ enum class verdict {
     unseen,  // nothing of it in the log
     unended, // a name without a verdict
     damaged, // seen, but what was seen is no verdict
+    flood,   // printed without end
     hang,
     crash,
 };

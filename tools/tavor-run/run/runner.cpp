@@ -85,6 +85,7 @@ struct runner::attempt {
     tools::process_result process{};
     steady::time_point last_start = steady::now();
     int last_row = -1;            // whose name was printed last
+    std::size_t printed = 0;      // bytes since then
     std::size_t first_result = 0; // of this attempt, in the record
     bool has_open_case = false;
 };
@@ -160,6 +161,7 @@ void runner::follow(attempt &now)
     events.on_started = [&](int row) {
         now.last_start = steady::now();
         now.last_row = row;
+        now.printed = 0;
         ran_any = true;
         report.started(row);
     };
@@ -170,8 +172,8 @@ void runner::follow(attempt &now)
         what.message = seen.message;
         what.duration =
             std::chrono::duration_cast<std::chrono::microseconds>(seen.judged - seen.started);
-        if (seen.state == verdict::unended) {
-            now.has_open_case = true;
+        now.has_open_case = seen.state == verdict::unended || is_flooded(now);
+        if (now.has_open_case) {
             what = open_case_result(now, seen.row);
         }
         what.output = seen.output;
@@ -181,12 +183,14 @@ void runner::follow(attempt &now)
 
     tools::process_options process{.kept = KEPT_OUTPUT};
     process.on_output = [&](std::string_view piece) {
+        now.printed += piece.size();
         reader.feed(piece);
         return false;
     };
     process.deadline = [&] {
-        return options.timeout.count() == 0 ? steady::time_point::max()
-                                            : now.last_start + options.timeout;
+        return is_flooded(now)                ? steady::time_point::min()
+               : options.timeout.count() == 0 ? steady::time_point::max()
+                                              : now.last_start + options.timeout;
     };
     std::vector<std::string> arguments = names_selecting(now.rows);
     if (options.fail_fast) {
@@ -200,6 +204,11 @@ void runner::follow(attempt &now)
     }
 }
 
+bool runner::is_flooded(const attempt &now) const
+{
+    return options.print_limit != 0 && now.printed > options.print_limit;
+}
+
 // The case that ran when the process ended.
 case_result runner::open_case_result(const attempt &now, int row) const
 {
@@ -210,6 +219,9 @@ case_result runner::open_case_result(const attempt &now, int row) const
     if (was_interrupted(now.process)) {
         what.state = verdict::not_run;
         what.message = "interrupted";
+    } else if (is_flooded(now)) {
+        what.state = verdict::flood;
+        what.message = "printed more than " + std::to_string(options.print_limit >> 20) + " MiB";
     } else if (now.process.timed_out) {
         what.state = verdict::hang;
         what.message = "no verdict after " + seconds_text(options.timeout);

@@ -16,6 +16,7 @@ namespace tavor_run {
 
 struct run_options {
     std::chrono::milliseconds timeout{60'000}; // of a case; 0: none
+    std::size_t print_limit = 16 << 20;        // bytes that a case may print; 0: no limit
     bool isolate = false;                      // a process a case
     bool fail_fast = false;                    // nothing behind the first that is not good
     unsigned repeat = 1;                       // 0: without end
@@ -53,6 +54,7 @@ private:
     void follow(attempt &now);
     std::vector<int> rows_left(const attempt &now);
     void explain_odd_end(const attempt &now);
+    bool is_flooded(const attempt &now) const;
     case_result open_case_result(const attempt &now, int row) const;
     void add(const attempt &now, case_result what);
     void leave_out(const std::vector<int> &rows, const std::string &reason);
