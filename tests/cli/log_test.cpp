@@ -99,7 +99,7 @@ TEST(console_log, recorded_runs_are_read_in_full)
                             : each.state == verdict::ignore ? "IGNORE"
                             : each.state == verdict::fail   ? "FAIL"
                                                             : "none")
-                << file << " " << each.name();
+                << file << " " << each.name;
         }
         EXPECT_EQ(exit_code(record),
                   file == std::string("full_run.log") ? ALL_PASSED : SOME_FAILED);
@@ -390,7 +390,7 @@ std::vector<std::string> false_passes_of_cut(const run_record &record,
         const truth &said = truths[static_cast<std::size_t>(each.number)];
         const std::string_view word = each.state == verdict::pass ? "PASS" : "IGNORE";
         if (is_good(each.state) && (said.verdict != word || said.end > cut)) {
-            found.emplace_back(each.name());
+            found.emplace_back(each.name);
         }
     }
     return found;
@@ -472,9 +472,9 @@ TEST(noisy_logs, never_show_a_pass_that_is_none)
             if (is_good(each.state)) {
                 const truth &said = truths[static_cast<std::size_t>(each.number)];
                 const std::string word = each.state == verdict::pass ? "PASS" : "IGNORE";
-                EXPECT_EQ(said.verdict, word) << "seed " << seed << " " << each.name();
+                EXPECT_EQ(said.verdict, word) << "seed " << seed << " " << each.name;
                 EXPECT_TRUE(log_noise::has_kept(places, said.start, said.end - 1))
-                    << "seed " << seed << " " << each.name();
+                    << "seed " << seed << " " << each.name;
             }
         }
     }

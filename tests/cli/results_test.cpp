@@ -23,11 +23,7 @@ using testing::SizeIs;
 
 case_result result(int number, verdict state, const std::string &message = "")
 {
-    case_result what;
-    what.number = number;
-    what.state = state;
-    what.message = message;
-    return what;
+    return result_of(number, state, message);
 }
 
 int code_of(const std::vector<case_result> &results)
@@ -41,8 +37,8 @@ TEST(exit_codes, the_worst_decides)
 {
     EXPECT_EQ(code_of({result(1, verdict::pass), result(2, verdict::ignore)}), ALL_PASSED);
     EXPECT_EQ(code_of({result(1, verdict::pass), result(2, verdict::fail)}), SOME_FAILED);
-    for (const verdict lost :
-         {verdict::crash, verdict::hang, verdict::damaged, verdict::unended, verdict::unseen}) {
+    for (const verdict lost : {verdict::crash, verdict::hang, verdict::flood, verdict::damaged,
+                               verdict::unended, verdict::unseen}) {
         EXPECT_EQ(code_of({result(1, verdict::fail), result(2, lost)}), SOME_LOST);
     }
     EXPECT_EQ(code_of({}), NOTHING_RAN);
@@ -76,11 +72,12 @@ TEST(exit_codes, with_a_baseline_differences_decide)
 
 TEST(histories, keep_the_first_of_the_worst)
 {
-    const auto histories = by_case({result(1, verdict::pass), result(1, verdict::fail, "first"),
-                                    result(1, verdict::fail, "second"), result(1, verdict::pass),
-                                    result(2, verdict::pass)});
+    const std::vector<case_result> results = {
+        result(1, verdict::pass), result(1, verdict::fail, "first"),
+        result(1, verdict::fail, "second"), result(1, verdict::pass), result(2, verdict::pass)};
+    const auto histories = by_case(results);
     ASSERT_THAT(histories, SizeIs(2));
-    EXPECT_EQ(histories[0].worst.message, "first");
+    EXPECT_EQ(histories[0].worst().message, "first");
     EXPECT_EQ(histories[0].runs, 4U);
     EXPECT_EQ(histories[0].bad, 2U);
     EXPECT_EQ(histories[1].bad, 0U);
@@ -104,7 +101,15 @@ TEST(messages, are_compared_without_line_numbers)
 std::string difference_of(verdict before, const std::string &first, verdict after,
                           const std::string &second = "")
 {
-    return difference_between({"kel_role_basic", before, first}, {"kel_role_basic", after, second});
+    return compare(outcome{"kel_role_basic", before, first},
+                   outcome{"kel_role_basic", after, second})
+        .text;
+}
+
+standing standing_of(verdict before, verdict after)
+{
+    return compare(outcome{"kel_role_basic", before, "x"}, outcome{"kel_role_basic", after, "x"})
+        .what;
 }
 
 TEST(differences, have_names)
@@ -121,6 +126,18 @@ TEST(differences, have_names)
     EXPECT_EQ(difference_of(verdict::pass, "", verdict::unseen), "vanished");
     EXPECT_EQ(difference_of(verdict::pass, "", verdict::not_run), "");
     EXPECT_EQ(difference_of(verdict::crash, "SIGSEGV", verdict::crash, "SIGBUS"), "");
+}
+
+TEST(differences, are_new_fixed_known_or_changed)
+{
+    EXPECT_EQ(standing_of(verdict::pass, verdict::pass), standing::same);
+    EXPECT_EQ(standing_of(verdict::pass, verdict::fail), standing::fresh);
+    EXPECT_EQ(standing_of(verdict::fail, verdict::fail), standing::known);
+    EXPECT_EQ(standing_of(verdict::crash, verdict::crash), standing::known);
+    EXPECT_EQ(standing_of(verdict::fail, verdict::ignore), standing::fixed);
+    EXPECT_EQ(standing_of(verdict::fail, verdict::hang), standing::changed);
+    EXPECT_EQ(standing_of(verdict::fail, verdict::unseen), standing::changed);
+    EXPECT_EQ(standing_of(verdict::fail, verdict::not_run), standing::same);
 }
 
 TEST(differences, of_whole_runs)
@@ -142,10 +159,16 @@ TEST(differences, of_a_baseline)
     stored_run run;
     run.results = {{"kel_role_basic", verdict::fail, "x"}, {"kel_gone", verdict::pass, ""}};
     const baseline known(run);
-    EXPECT_EQ(known.judge(result(392, verdict::fail, "x")), "");
-    EXPECT_EQ(known.judge(result(392, verdict::pass)), "fixed");
-    EXPECT_EQ(known.judge(result(0, verdict::fail, "x")), "new failure");
-    EXPECT_EQ(known.judge(result(0, verdict::pass)), "");
+    const auto judged = [&](int number, verdict state, const std::string &message = "") {
+        case_result what = result(number, state, message);
+        known.judge(what);
+        return words_against_baseline(what);
+    };
+    EXPECT_EQ(judged(392, verdict::fail, "x"), "known");
+    EXPECT_EQ(judged(392, verdict::fail, "y"), "changed message");
+    EXPECT_EQ(judged(392, verdict::pass), "fixed");
+    EXPECT_EQ(judged(0, verdict::fail, "x"), "new failure");
+    EXPECT_EQ(judged(0, verdict::pass), "");
     EXPECT_THAT(known.vanished(), ElementsAre("kel_gone"));
 }
 

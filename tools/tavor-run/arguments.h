@@ -38,6 +38,7 @@ struct output_arguments {
     bool quiet = false;
     std::string colour = "auto"; // always, never
     std::string baseline{};
+    bool fixed_is_failure = false;
     std::string command_line{};
 };
 

@@ -120,7 +120,7 @@ std::string explanation_of(const launch_arguments &launch, const case_result &fa
 {
     explain_arguments given;
     given.launch = launch;
-    given.case_name = failed.name();
+    given.case_name = failed.name;
     if (failed.state == verdict::hang || !launch.through.empty()) return "";
     try {
         recorded_case now = record(given, failed.number);

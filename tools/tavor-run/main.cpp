@@ -57,6 +57,8 @@ void add_output(CLI::App &command, output_arguments &given)
     command.add_option("--color", given.colour, "auto, always, never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
     command.add_option("--baseline", given.baseline, "earlier jsonl results to compare with");
+    command.add_flag("--fixed-is-failure", given.fixed_is_failure,
+                     "with a baseline: call cases that are good again failures in junit and tap");
 }
 
 void add_run(CLI::App &command, run_arguments &given)

@@ -25,7 +25,7 @@ void describe(std::ostream &text, const char *title, const stored_run &run)
     }
 }
 
-std::string side_text(const std::optional<stored_result> &side)
+std::string side_text(const std::optional<outcome> &side)
 {
     if (!side) {
         return "-";

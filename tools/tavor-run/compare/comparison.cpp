@@ -65,7 +65,7 @@ std::vector<comparison_column> columns_of(const std::vector<named_report> &repor
     for (std::size_t i = 0; i < reports.size(); i++) {
         comparison_column column;
         column.name = reports[i].name.empty() ? own_names[i] : reports[i].name;
-        for (const stored_result &each : runs[i].results) {
+        for (const outcome &each : runs[i].results) {
             column.counts[static_cast<std::size_t>(each.state)]++;
         }
         column.run = std::move(runs[i]);
@@ -109,7 +109,7 @@ std::vector<std::string> missing_shards(const std::vector<comparison_column> &co
 // Measured against the first run that judged the case. One that left it out says nothing.
 bool differs(const comparison_row &row, bool is_sharded)
 {
-    const stored_result *first = nullptr;
+    const outcome *first = nullptr;
     bool is_absent = false;
     for (const auto &cell : row.cells) {
         is_absent |= !cell;
@@ -118,7 +118,7 @@ bool differs(const comparison_row &row, bool is_sharded)
         }
         if (first == nullptr) {
             first = &*cell;
-        } else if (!difference_between(*first, *cell).empty()) {
+        } else if (!compare(*first, *cell).text.empty()) {
             return true;
         }
     }
@@ -137,7 +137,7 @@ std::vector<comparison_row> rows_of(const std::vector<comparison_column> &column
     std::vector<comparison_row> rows;
     std::map<std::string, std::size_t> places;
     for (std::size_t i = 0; i < columns.size(); i++) {
-        for (const stored_result &each : columns[i].run.results) {
+        for (const outcome &each : columns[i].run.results) {
             const auto [place, is_new] = places.try_emplace(each.name, rows.size());
             if (is_new) {
                 rows.push_back({each.name, {}, false, false});

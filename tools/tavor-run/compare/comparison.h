@@ -19,7 +19,7 @@ struct comparison_column {
 
 struct comparison_row {
     std::string name{};
-    std::vector<std::optional<stored_result>> cells{}; // none: the run knows nothing of the case
+    std::vector<std::optional<outcome>> cells{}; // none: the run knows nothing of the case
     bool differs = false;
     bool has_bad = false; // neither passed, ignored, nor left out
 };

@@ -20,7 +20,7 @@ constexpr std::array<verdict, VERDICT_COUNT> SHOWN_ORDER = {
     verdict::pass, verdict::ignore, verdict::not_run, verdict::fail,    verdict::crash,
     verdict::hang, verdict::flood,  verdict::damaged, verdict::unended, verdict::unseen};
 
-std::string_view word(const std::optional<stored_result> &cell)
+std::string_view word(const std::optional<outcome> &cell)
 {
     return cell ? name_of(cell->state) : ABSENT;
 }
@@ -126,7 +126,7 @@ std::string html_row(const std::string &first, const std::vector<std::string> &c
     return text + "</tr>\n";
 }
 
-std::string html_cell(const std::optional<stored_result> &cell)
+std::string html_cell(const std::optional<outcome> &cell)
 {
     const std::string state(word(cell));
     return "<span class=\"" + state + "\">" + state + "</span>" +

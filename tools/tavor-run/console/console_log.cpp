@@ -396,17 +396,12 @@ std::string place_text(const sighting &seen)
     return " (line " + std::to_string(seen.line) + ")";
 }
 
-case_result result_of(int row, const sighting *seen)
+case_result judged(int row, const sighting *seen)
 {
-    case_result result;
-    result.number = row;
     if (seen == nullptr) {
-        result.state = verdict::unseen;
-        result.message = "not in the log";
-        return result;
+        return result_of(row, verdict::unseen, "not in the log");
     }
-    result.state = seen->state;
-    result.message = seen->message;
+    case_result result = result_of(row, seen->state, seen->message);
     result.output = seen->output;
     if (result.state == verdict::unended) {
         result.message = "its name is the last of its run: crashed or hung";
@@ -442,7 +437,7 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
     for (const int row : rows) {
         const sighting *const worst = seen[static_cast<std::size_t>(row)];
         if (!options.expected.empty() || !reader.is_complete() || worst != nullptr) {
-            record.results.push_back(result_of(row, worst));
+            record.results.push_back(judged(row, worst));
         }
     }
     for (const std::string &contradiction : reader.contradictions()) {

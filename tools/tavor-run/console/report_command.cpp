@@ -59,7 +59,7 @@ int report_command(const report_arguments &given)
     add_writers(report, given.output);
     report.begin();
     for (case_result &each : judged.results) {
-        each.difference = known ? known->judge(each) : "";
+        if (known) known->judge(each);
         report.result(std::move(each));
     }
     for (const std::string &note : judged.notes) {

@@ -35,11 +35,10 @@ std::string facts(const run_record &record)
 
 std::string details_of(const case_history &each)
 {
-    const case_result &what = each.worst;
+    const case_result &what = each.worst();
     std::string text = escaped(what.message);
-    if (!what.difference.empty()) {
-        text += " [" + escaped(what.difference) + "]";
-    }
+    const std::string baseline = words_against_baseline(what);
+    text += baseline.empty() ? "" : " [" + escaped(baseline) + "]";
     if (each.runs > 1) {
         text +=
             "<br>bad in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs";
@@ -68,12 +67,12 @@ std::string details_of(const case_history &each)
 
 std::string row_of(const case_history &each)
 {
-    const case_result &what = each.worst;
+    const case_result &what = each.worst();
     std::array<char, 32> time{};
     std::snprintf(time.data(), time.size(), "%.3f",
                   std::chrono::duration<double>(what.duration).count());
     const std::string state(name_of(what.state));
-    const std::string name = escaped(what.name());
+    const std::string name = escaped(what.name);
     return "<tr class=\"case\" id=\"" + name + "\" data-verdict=\"" + state + "\"><td>" +
            std::to_string(what.number) + "</td><td><a href=\"#" + name + "\">" + name +
            "</a></td><td class=\"" + state + "\">" + state + "</td><td class=\"time\">" +
@@ -100,30 +99,38 @@ std::string status_bar(const run_record &record)
         bar += "<span class=\"" + std::string(name_of(static_cast<verdict>(i))) +
                "\" style=\"flex-grow:" + std::to_string(counts[i]) + "\"></span>";
     }
-    return "<p><strong>" + text + "</strong></p>\n" + bar + "</div>\n";
+    const std::string baseline =
+        record.has_baseline ? "<p>" + baseline_text(record.results) + "</p>\n" : "";
+    return "<p><strong>" + text + "</strong></p>\n" + bar + "</div>\n" + baseline;
 }
 
 bool is_quiet(const case_history &each)
 {
-    return is_good(each.worst.state) || each.worst.state == verdict::not_run;
+    return is_good(each.worst().state) || each.worst().state == verdict::not_run;
 }
 
-// The cases to look at. A baseline parts them: what differs from it, and what it has, too.
+// The cases to look at. A baseline parts them.
 std::string attention(const std::vector<case_history> &cases, bool has_baseline)
 {
-    std::string fresh;
-    std::string known;
+    std::array<std::string, STANDING_COUNT> rows;
     for (const case_history &each : cases) {
-        const bool differs = !each.worst.difference.empty();
-        if (is_quiet(each) && !differs) continue;
-        (has_baseline && !differs ? known : fresh) += row_of(each);
+        const case_result &what = each.worst();
+        if (is_quiet(each) && what.difference.empty()) continue;
+        // What changed is looked at as what is new.
+        const standing group = what.against_baseline == standing::fixed   ? standing::fixed
+                               : what.against_baseline == standing::known ? standing::known
+                                                                          : standing::fresh;
+        rows[static_cast<std::size_t>(group)] += row_of(each);
     }
     std::string text;
-    if (!fresh.empty()) {
+    for (const auto &[group, title] :
+         {std::pair{standing::fresh, has_baseline ? "New" : "Not good"},
+          {standing::fixed, "Fixed"},
+          {standing::known, "Known"}}) {
+        const std::string &of_group = rows[static_cast<std::size_t>(group)];
         text +=
-            std::string("<h2>") + (has_baseline ? "New" : "Not good") + "</h2>\n" + table_of(fresh);
+            of_group.empty() ? "" : std::string("<h2>") + title + "</h2>\n" + table_of(of_group);
     }
-    if (!known.empty()) text += "<h2>Known</h2>\n" + table_of(known);
     return text;
 }
 
@@ -137,8 +144,8 @@ std::string suites(const std::vector<case_history> &cases)
     std::vector<std::string> order;
     std::map<std::string, group> groups;
     for (const case_history &each : cases) {
-        if (!is_quiet(each) || !each.worst.difference.empty()) continue;
-        const std::string suite(each.worst.suite());
+        if (!is_quiet(each) || !each.worst().difference.empty()) continue;
+        const std::string suite(each.worst().suite());
         if (!groups.contains(suite)) order.push_back(suite);
         groups[suite].rows += row_of(each);
         groups[suite].cases++;

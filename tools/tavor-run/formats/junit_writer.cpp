@@ -27,6 +27,20 @@ std::string seconds(std::chrono::microseconds duration)
     return text.data();
 }
 
+// What becomes of a case, as an element's name; empty for a pass. Known failures are skipped, as
+// JUnit has no word for them.
+constexpr std::string_view FAILURE = "failure";
+constexpr std::string_view ERROR = "error";
+constexpr std::string_view SKIPPED = "skipped";
+
+std::string_view element_of(const run_record &record, const case_result &what)
+{
+    if (is_lost(what.state)) return ERROR;
+    if (what.state == verdict::fail) return is_excused(what) ? SKIPPED : FAILURE;
+    if (what.against_baseline == standing::fixed && record.fixed_is_failure) return FAILURE;
+    return what.state == verdict::pass ? "" : SKIPPED;
+}
+
 struct suite_totals {
     unsigned tests = 0;
     unsigned failures = 0;
@@ -34,12 +48,12 @@ struct suite_totals {
     unsigned skipped = 0;
     std::chrono::microseconds duration{0};
 
-    void add(const case_result &what)
+    void add(std::string_view element, const case_result &what)
     {
         tests++;
-        failures += what.state == verdict::fail ? 1U : 0U;
-        errors += is_lost(what.state) ? 1U : 0U;
-        skipped += what.state == verdict::ignore || what.state == verdict::not_run ? 1U : 0U;
+        failures += element == FAILURE ? 1U : 0U;
+        errors += element == ERROR ? 1U : 0U;
+        skipped += element == SKIPPED ? 1U : 0U;
         duration += what.duration;
     }
 
@@ -54,8 +68,11 @@ struct suite_totals {
 
 std::string body_text(const case_history &each)
 {
-    const case_result &what = each.worst;
+    const case_result &what = each.worst();
     std::string text = what.message + "\n";
+    if (!what.difference.empty()) {
+        text += "baseline: " + what.difference + "\n";
+    }
     if (each.runs > 1) {
         text += "in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs\n";
     }
@@ -71,31 +88,43 @@ std::string body_text(const case_history &each)
     return text;
 }
 
-std::string outcome(const case_history &each)
+std::string skipped(const case_result &what)
 {
-    const case_result &what = each.worst;
-    if (what.state == verdict::pass) {
-        return "";
-    }
-    if (what.state == verdict::ignore || what.state == verdict::not_run) {
-        return "      <skipped" + attribute("message", name_of(what.state)) + "/>\n";
-    }
-    const std::string element = what.state == verdict::fail ? "failure" : "error";
-    return "      <" + element + attribute("message", what.message) +
-           attribute("type", name_of(what.state)) + ">" + escaped(body_text(each)) + "</" +
-           element + ">\n";
+    const std::string reason =
+        is_excused(what) ? "known failure: " + what.message : std::string(name_of(what.state));
+    return "      <skipped" + attribute("message", reason) + "/>\n";
 }
 
-std::string test_case(const case_history &each)
+std::string failed(std::string_view element, const case_history &each)
 {
-    const case_result &what = each.worst;
-    const std::string start = "    <testcase" + attribute("classname", what.suite()) +
-                              attribute("name", what.name()) +
-                              attribute("time", seconds(what.duration));
-    std::string inside = outcome(each);
-    if (!is_good(what.state) && !what.output.empty()) {
-        inside += "      <system-out>" + escaped(what.output) + "</system-out>\n";
+    const case_result &what = each.worst();
+    const bool is_fixed = what.against_baseline == standing::fixed;
+    const std::string message = is_fixed ? "fixed: the baseline has it as a failure" : what.message;
+    return "      <" + std::string(element) + attribute("message", message) +
+           attribute("type", is_fixed ? "fixed" : name_of(what.state)) + ">" +
+           escaped(body_text(each)) + "</" + std::string(element) + ">\n";
+}
+
+// What the case printed, and how it compares where its element does not say so.
+std::string printed(std::string_view element, const case_result &what)
+{
+    std::string text = is_good(what.state) ? "" : what.output;
+    if (!what.difference.empty() && element != FAILURE && element != ERROR) {
+        text = "baseline: " + what.difference + "\n" + text;
     }
+    return text.empty() ? "" : "      <system-out>" + escaped(text) + "</system-out>\n";
+}
+
+std::string test_case(std::string_view element, const case_history &each)
+{
+    const case_result &what = each.worst();
+    const std::string start = "    <testcase" + attribute("classname", what.suite()) +
+                              attribute("name", what.name) +
+                              attribute("time", seconds(what.duration));
+    const std::string inside = (element.empty()      ? ""
+                                : element == SKIPPED ? skipped(what)
+                                                     : failed(element, each)) +
+                               printed(element, what);
     return inside.empty() ? start + "/>\n" : start + ">\n" + inside + "    </testcase>\n";
 }
 
@@ -134,13 +163,14 @@ std::vector<suite_content> by_suite(const run_record &record)
     std::vector<suite_content> suites;
     std::map<std::string_view, std::size_t> places;
     for (const case_history &each : by_case(record.results)) {
-        const std::string_view name = each.worst.suite();
+        const std::string_view name = each.worst().suite();
         const auto [place, is_new] = places.try_emplace(name, suites.size());
         if (is_new) {
             suites.push_back({name, {}, ""});
         }
-        suites[place->second].totals.add(each.worst);
-        suites[place->second].cases += test_case(each);
+        const std::string_view element = element_of(record, each.worst());
+        suites[place->second].totals.add(element, each.worst());
+        suites[place->second].cases += test_case(element, each);
     }
     return suites;
 }

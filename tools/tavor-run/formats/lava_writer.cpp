@@ -82,8 +82,11 @@ public:
             text += "<LAVA_SIGNAL_TESTSET START " + identifier(std::string(open_set)) + ">\n";
         }
         if (!what.message.empty()) {
-            text += comment(std::string(what.name()) + ": " + std::string(name_of(what.state)) +
-                            ": " + what.message);
+            text +=
+                comment(what.name + ": " + std::string(name_of(what.state)) + ": " + what.message);
+        }
+        if (const std::string baseline = words_against_baseline(what); !baseline.empty()) {
+            text += comment("baseline: " + baseline);
         }
         if (!is_good(what.state) && !what.output.empty()) {
             text += comment("printed by the case:");
@@ -95,15 +98,16 @@ public:
             text += comment("again: " + what.repeat_command);
         }
         // Each result of a test set has a name of its own, repetitions too.
-        const std::string name = identifier(std::string(what.name())) +
-                                 (what.run > 1 ? "." + std::to_string(what.run) : "");
+        const std::string name =
+            identifier(what.name) + (what.run > 1 ? "." + std::to_string(what.run) : "");
         text += "<LAVA_SIGNAL_TESTCASE TEST_CASE_ID=" + name + " RESULT=";
-        output.append(text + std::string(result_word(what.state)) + ">\n");
+        output.append(text + std::string(is_excused(what) ? "skip" : result_word(what.state)) +
+                      ">\n");
     }
 
     void details(const run_record &, const case_result &what) override
     {
-        std::string text = comment(std::string(what.name()) + ": " + what.message);
+        std::string text = comment(what.name + ": " + what.message);
         if (!what.calls.empty()) {
             text += comment("last library calls (" + what.calls_from + "):");
         }

@@ -69,6 +69,7 @@ void start_record(run_record &record, const output_arguments &given)
     record.started = time_now();
     record.command_line = given.command_line;
     record.has_baseline = !given.baseline.empty();
+    record.fixed_is_failure = given.fixed_is_failure;
 }
 
 void add_writers(reporter &report, const output_arguments &given)

@@ -46,17 +46,23 @@ public:
         output.append(text);
     }
 
-    void result(const run_record &, const case_result &what) override
+    void result(const run_record &record, const case_result &what) override
     {
         const bool skipped = what.state == verdict::ignore || what.state == verdict::not_run;
-        const bool ok = skipped || what.state == verdict::pass;
+        const bool good = skipped || what.state == verdict::pass;
+        const bool is_fixed = what.against_baseline == standing::fixed;
+        const bool ok = good && !(is_fixed && record.fixed_is_failure);
         std::string text = (ok ? "ok " : "not ok ") + std::to_string(++points) + " - ";
-        text += what.name();
+        text += what.name;
         if (skipped) {
             text += " # SKIP " + std::string(name_of(what.state));
+        } else if (is_excused(what)) {
+            text += " # TODO known failure";
+        } else if (is_fixed) {
+            text += ok ? " # TODO fixed" : " is fixed, and the baseline has it as a failure";
         }
         text += "\n";
-        if (!ok) {
+        if (!good) {
             text += "  ---\n  verdict: " + std::string(name_of(what.state)) +
                     "\n  message: " + quoted(what.message) + "\n";
             text +=
@@ -68,7 +74,7 @@ public:
 
     void details(const run_record &, const case_result &what) override
     {
-        std::string text = "# " + std::string(what.name()) + ": " + printable(what.message) + "\n";
+        std::string text = "# " + what.name + ": " + printable(what.message) + "\n";
         if (!what.calls.empty()) {
             text += "# last library calls (" + printable(what.calls_from) + "):\n";
         }

@@ -78,16 +78,17 @@ public:
 
     void result(const run_record &, const case_result &what) override
     {
-        const bool known = what.state == verdict::fail || is_lost(what.state);
-        if (style.quiet && !known && what.difference.empty()) {
+        const bool is_bad = what.state == verdict::fail || is_lost(what.state);
+        if (style.quiet && !is_bad && what.difference.empty()) {
             return;
         }
         std::string text = style.live ? "\r\x1b[K" : "";
-        text += padded(what.name(), NAME_WIDTH) + " ";
+        text += padded(what.name, NAME_WIDTH) + " ";
         text += coloured(what.state, padded(name_of(what.state), STATE_WIDTH));
         text += seconds_text(what.duration);
         text += what.message.empty() ? "" : "  " + printable(what.message);
-        text += what.difference.empty() ? "" : "  [" + printable(what.difference) + "]";
+        const std::string baseline = words_against_baseline(what);
+        text += baseline.empty() ? "" : "  [" + baseline + "]";
         output.append(text.substr(0, text.find_last_not_of(' ') + 1) + "\n");
     }
 
@@ -100,29 +101,32 @@ public:
     {
         std::string text = style.live ? "\r\x1b[K" : "";
         for (const case_history &each : by_case(record.results)) {
-            if (!is_good(each.worst.state) && each.worst.state != verdict::not_run &&
+            const case_result &what = each.worst();
+            if (!is_good(what.state) && what.state != verdict::not_run && !is_excused(what) &&
                 has_more_to_say(each)) {
                 text += section(each);
             }
         }
         const tally counts = count(record.results);
         text += std::to_string(record.results.size()) + " results: " + counts_text(counts) + "\n";
+        if (record.has_baseline) {
+            text += "baseline: " + baseline_text(record.results) + "\n";
+        }
         output.append(text);
     }
 
 private:
     static bool has_more_to_say(const case_history &each)
     {
-        return !each.worst.output.empty() || !each.worst.repeat_command.empty() ||
-               !each.worst.calls.empty() || each.runs > 1;
+        return !each.worst().output.empty() || !each.worst().repeat_command.empty() ||
+               !each.worst().calls.empty() || each.runs > 1;
     }
 
     std::string section(const case_history &each) const
     {
-        const case_result &what = each.worst;
+        const case_result &what = each.worst();
         std::ostringstream text;
-        text << "\n"
-             << coloured(what.state, std::string(name_of(what.state))) << " " << what.name();
+        text << "\n" << coloured(what.state, std::string(name_of(what.state))) << " " << what.name;
         if (each.runs > 1) {
             text << ", in " << each.bad << " of " << each.runs << " runs";
         }

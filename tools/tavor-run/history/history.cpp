@@ -45,7 +45,7 @@ std::vector<stored_run> runs_in(const fs::path &folder, std::vector<std::string>
     return runs;
 }
 
-bool is_judged(const stored_result *result)
+bool is_judged(const outcome *result)
 {
     return result && result->state != verdict::not_run;
 }
@@ -200,9 +200,9 @@ void add_run(history &all, stored_run run)
     }
     history_run added;
     added.environment = static_cast<std::size_t>(known - all.environments.begin());
-    for (const stored_result &each : run.results) {
+    for (const outcome &each : run.results) {
         added.counts[static_cast<std::size_t>(each.state)]++;
-        added.seconds += each.seconds;
+        added.seconds += each.seconds();
     }
     added.run = std::move(run);
     all.runs.push_back(std::move(added));
@@ -225,7 +225,7 @@ std::vector<case_trend> cases_of(const history &all)
         add(each.name);
     }
     for (std::size_t run = 0; run < all.runs.size(); run++) {
-        for (const stored_result &each : all.runs[run].run.results) {
+        for (const outcome &each : all.runs[run].run.results) {
             cases[add(each.name)].results[run] = &each;
         }
     }
@@ -305,7 +305,7 @@ history read_history(const std::vector<std::string> &files_and_folders)
     return all;
 }
 
-char letter_of(const stored_result *result)
+char letter_of(const outcome *result)
 {
     return result ? LETTERS[static_cast<std::size_t>(result->state)] : ' ';
 }

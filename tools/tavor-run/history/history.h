@@ -56,7 +56,7 @@ struct case_trend {
     std::size_t since = 0;  // the first run of the present failures; for others the newest
     unsigned bad = 0;       // runs of the deciding environment in which it was bad ...
     unsigned judged = 0;    // ... of so many
-    std::vector<const stored_result *> results{}; // one a run; null: not in that run
+    std::vector<const outcome *> results{}; // one a run; null: not in that run
 
     std::string last_message() const; // of the newest result that was not good
 };
@@ -77,7 +77,7 @@ struct history {
 history read_history(const std::vector<std::string> &files_and_folders);
 
 // The letter by which a result is shown; ' ' for null. LEGEND explains the letters.
-char letter_of(const stored_result *result);
+char letter_of(const outcome *result);
 constexpr std::string_view LEGEND =
     ". passed, - ignored, F failed, C crashed, H hung, O flooded, D damaged, U never ended, ? never seen, "
     "n not run";

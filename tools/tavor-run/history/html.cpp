@@ -62,7 +62,7 @@ std::string letters(const history &all, const case_trend &of)
     std::string text;
     std::string_view open;
     for (std::size_t run = 0; run < of.results.size(); run++) {
-        const stored_result *const result = of.results[run];
+        const outcome *const result = of.results[run];
         const bool is_plain = !result || is_good(result->state);
         const std::string_view wanted = is_plain ? "" : name_of(result->state);
         const bool is_new_environment =
@@ -110,7 +110,7 @@ std::string hangs_and_crashes(const history &all)
 {
     std::string rows;
     for (std::size_t run = all.runs.size(); run-- > 0;) {
-        for (const stored_result &each : all.runs[run].run.results) {
+        for (const outcome &each : all.runs[run].run.results) {
             if (each.state != verdict::crash && each.state != verdict::hang &&
                 each.state != verdict::flood) {
                 continue;
@@ -188,8 +188,8 @@ std::string plot(const std::vector<double> &values, const std::string &title)
 std::vector<double> seconds_of(const case_trend &of)
 {
     std::vector<double> seconds;
-    for (const stored_result *each : of.results) {
-        seconds.push_back(each ? each->seconds : 0);
+    for (const outcome *each : of.results) {
+        seconds.push_back(each ? each->seconds() : 0);
     }
     return seconds;
 }

@@ -40,7 +40,7 @@ std::string explanation(const history &all, const case_trend &of)
 {
     const history_run &since = all.runs[of.since];
     const std::string when = since.run.started + ", " + all.environments[since.environment].text();
-    const stored_result *const newest = of.results[of.newest];
+    const outcome *const newest = of.results[of.newest];
     const std::string text = of.last_message();
     const std::string message = text.empty() ? "" : ": " + text;
     switch (of.what) {
@@ -66,17 +66,17 @@ std::string duration(double seconds)
 
 std::string slowest_line(const history &all)
 {
-    std::vector<const stored_result *> newest;
-    for (const stored_result &each : all.runs.back().run.results) {
+    std::vector<const outcome *> newest;
+    for (const outcome &each : all.runs.back().run.results) {
         newest.push_back(&each);
     }
     const auto shown = std::min(newest.size(), std::size_t{3});
     std::partial_sort(
         newest.begin(), newest.begin() + static_cast<std::ptrdiff_t>(shown), newest.end(),
-        [](const auto *one, const auto *other) { return one->seconds > other->seconds; });
+        [](const auto *one, const auto *other) { return one->duration > other->duration; });
     std::string text = "slowest:";
     for (std::size_t i = 0; i < shown; i++) {
-        text += (i == 0 ? " " : ", ") + newest[i]->name + " " + duration(newest[i]->seconds);
+        text += (i == 0 ? " " : ", ") + newest[i]->name + " " + duration(newest[i]->seconds());
     }
     return text + "\n";
 }

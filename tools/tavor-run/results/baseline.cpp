@@ -10,57 +10,62 @@ namespace {
 constexpr const char *VANISHED = "vanished";
 
 // Messages of ours, of a crash or a damage, tell of circumstances: the verdict says it all.
-bool has_comparable_message(const stored_result &which)
+bool has_comparable_message(const outcome &which)
 {
     return which.state == verdict::fail;
 }
 
+judgement new_failure()
+{
+    return {standing::fresh, "new failure"};
+}
+
 } // namespace
 
-std::string difference_between(const stored_result &before, const stored_result &after)
+judgement compare(const outcome &before, const outcome &after)
 {
     if (before.state == verdict::not_run || after.state == verdict::not_run) {
-        return "";
-    }
-    if (after.state == verdict::unseen) {
-        return before.state == verdict::unseen ? "" : VANISHED;
+        return {};
     }
     if (before.state == after.state) {
         const bool changed = has_comparable_message(after) &&
                              comparable(before.message) != comparable(after.message);
-        return changed ? "changed message" : "";
+        return changed                ? judgement{standing::changed, "changed message"}
+               : is_good(after.state) ? judgement{}
+                                      : judgement{standing::known};
+    }
+    if (after.state == verdict::unseen) {
+        return {standing::changed, VANISHED};
     }
     const std::string way =
         std::string(name_of(before.state)) + " -> " + std::string(name_of(after.state));
-    if (is_good(before.state) && is_good(after.state)) {
-        return way;
-    }
     if (is_good(before.state)) {
-        return "new failure";
+        return is_good(after.state) ? judgement{standing::changed, way} : new_failure();
     }
-    return is_good(after.state) ? "fixed" : "changed, " + way;
+    return is_good(after.state) ? judgement{standing::fixed, "fixed"}
+                                : judgement{standing::changed, "changed, " + way};
 }
 
 std::vector<difference> compare(const stored_run &before, const stored_run &after)
 {
-    std::map<std::string, const stored_result *> later;
-    for (const stored_result &each : after.results) {
+    std::map<std::string, const outcome *> later;
+    for (const outcome &each : after.results) {
         later[each.name] = &each;
     }
     std::vector<difference> differences;
-    for (const stored_result &each : before.results) {
+    for (const outcome &each : before.results) {
         const auto found = later.find(each.name);
         if (found == later.end()) {
             differences.push_back({each.name, VANISHED, each, std::nullopt});
             continue;
         }
-        const std::string what = difference_between(each, *found->second);
+        const std::string what = compare(each, *found->second).text;
         if (!what.empty()) {
             differences.push_back({each.name, what, each, *found->second});
         }
         later.erase(found);
     }
-    for (const stored_result &each : after.results) {
+    for (const outcome &each : after.results) {
         if (later.contains(each.name)) {
             differences.push_back({each.name, "new case", std::nullopt, each});
         }
@@ -70,19 +75,21 @@ std::vector<difference> compare(const stored_run &before, const stored_run &afte
 
 baseline::baseline(const stored_run &run)
 {
-    for (const stored_result &each : run.results) {
+    for (const outcome &each : run.results) {
         known[each.name] = each;
     }
 }
 
-std::string baseline::judge(const case_result &what) const
+void baseline::judge(case_result &what) const
 {
-    const stored_result now{std::string(what.name()), what.state, what.message};
-    const auto found = known.find(now.name);
-    if (found != known.end()) {
-        return difference_between(found->second, now);
+    judgement found;
+    if (const auto before = known.find(what.name); before != known.end()) {
+        found = compare(before->second, what);
+    } else if (!is_good(what.state) && what.state != verdict::not_run) {
+        found = new_failure();
     }
-    return is_good(now.state) || now.state == verdict::not_run ? "" : "new failure";
+    what.against_baseline = found.what;
+    what.difference = std::move(found.text);
 }
 
 std::vector<std::string> baseline::vanished() const

@@ -12,15 +12,20 @@
 
 namespace tavor_run {
 
-struct difference {
-    std::string name{};
-    std::string what{}; // "new failure", "fixed", ...
-    std::optional<stored_result> before{};
-    std::optional<stored_result> after{};
+struct judgement {
+    standing what = standing::same;
+    std::string text{}; // "new failure", "fixed", ...; empty where nothing differs
 };
 
-// What became of one case, empty for nothing. A case that was not to run is not compared.
-std::string difference_between(const stored_result &before, const stored_result &after);
+// How one case compares. A case that was not to run is not compared.
+judgement compare(const outcome &before, const outcome &after);
+
+struct difference {
+    std::string name{};
+    std::string what{}; // a judgement's text, or "new case"
+    std::optional<outcome> before{};
+    std::optional<outcome> after{};
+};
 
 std::vector<difference> compare(const stored_run &before, const stored_run &after);
 
@@ -28,13 +33,13 @@ class baseline {
 public:
     explicit baseline(const stored_run &run);
 
-    // What to say of this result.
-    std::string judge(const case_result &what) const;
+    // Tells the result how it compares.
+    void judge(case_result &what) const;
     // Cases that the baseline has and that exist no more.
     std::vector<std::string> vanished() const;
 
 private:
-    std::map<std::string, stored_result> known;
+    std::map<std::string, outcome> known;
 };
 
 } // namespace tavor_run

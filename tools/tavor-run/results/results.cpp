@@ -52,14 +52,36 @@ bool is_lost(verdict which)
     return which > verdict::fail;
 }
 
-std::string_view case_result::name() const
+std::string_view name_of(standing which)
 {
-    return row(number).name;
+    static constexpr std::array<std::string_view, STANDING_COUNT> STANDINGS = {
+        "same", "known", "new", "fixed", "changed"};
+    return STANDINGS[static_cast<std::size_t>(which)];
 }
 
 std::string_view case_result::suite() const
 {
     return row(number).suite;
+}
+
+case_result result_of(int number, verdict state, std::string message)
+{
+    case_result what;
+    what.name = row(number).name;
+    what.number = number;
+    what.state = state;
+    what.message = std::move(message);
+    return what;
+}
+
+std::string words_against_baseline(const case_result &what)
+{
+    return what.against_baseline == standing::known ? "known" : what.difference;
+}
+
+bool is_excused(const case_result &what)
+{
+    return what.against_baseline == standing::known && what.state == verdict::fail;
 }
 
 tally count(const std::vector<case_result> &results)
@@ -98,16 +120,33 @@ std::vector<case_history> by_case(const std::vector<case_result> &results)
     for (const case_result &result : results) {
         const auto [place, is_new] = places.try_emplace(result.number, histories.size());
         if (is_new) {
-            histories.push_back({result, 0, 0});
+            histories.push_back({&result, 0, 0});
         }
         case_history &history = histories[place->second];
-        if (result.state > history.worst.state) {
-            history.worst = result;
+        if (result.state > history.worst().state) {
+            history.chosen = &result;
         }
         history.runs++;
         history.bad += is_good(result.state) ? 0U : 1U;
     }
     return histories;
+}
+
+std::string baseline_text(const std::vector<case_result> &results)
+{
+    std::array<unsigned, STANDING_COUNT> counts{};
+    for (const case_history &each : by_case(results)) {
+        counts[static_cast<std::size_t>(each.worst().against_baseline)]++;
+    }
+    std::string text;
+    for (const standing which :
+         {standing::fresh, standing::fixed, standing::known, standing::changed}) {
+        const unsigned number = counts[static_cast<std::size_t>(which)];
+        if (number == 0 && which == standing::changed) continue;
+        text += (text.empty() ? "" : ", ") + std::to_string(number) + " ";
+        text += name_of(which);
+    }
+    return text;
 }
 
 int exit_code(const run_record &record)

@@ -39,22 +39,54 @@ bool is_good(verdict which);
 // Whether the case was judged neither way though it should have been.
 bool is_lost(verdict which);
 
-struct case_result {
-    int number = 0; // row of the registry
+// What became of a case.
+struct outcome {
+    std::string name{}; // in older reports perhaps of a case that is no more
     verdict state = verdict::not_run;
-    std::string message{}; // of a failed case, or what is wrong
-    std::string output{};  // what the case printed before its verdict, with its middle left out
-    unsigned run = 1;      // which repetition
-    std::chrono::microseconds duration{0};
+    std::string message{};                 // of a failed case, or what is wrong
+    std::chrono::microseconds duration{0}; // 0: not measured
+
+    double seconds() const { return std::chrono::duration<double>(duration).count(); }
+};
+
+// How a result compares with the baseline's.
+enum class standing {
+    same,    // good in both, or nothing to compare with
+    known,   // bad in the same way
+    fresh,   // good in the baseline, or not in it, and bad now
+    fixed,   // bad in the baseline, and good now
+    changed, // different in another way
+};
+
+constexpr std::size_t STANDING_COUNT = static_cast<std::size_t>(standing::changed) + 1;
+
+// "same", "known", "new", "fixed", "changed".
+std::string_view name_of(standing which);
+
+// The same with all that this run knows of it.
+struct case_result : outcome {
+    int number = 0;       // row of the registry
+    std::string output{}; // what the case printed before its verdict, with its middle left out
+    unsigned run = 1;     // which repetition
     std::string repeat_command{};
-    std::string difference{};         // to the baseline; empty: none
+    standing against_baseline = standing::same;
+    std::string difference{};         // from the baseline, for people; empty: none
     std::vector<std::string> calls{}; // the last calls of the library
     std::string calls_from{};         // which run made them
     std::string explanation{};        // the call that is to blame, in lines
 
-    std::string_view name() const;
     std::string_view suite() const;
 };
+
+// Of a case of the registry; with its name.
+case_result result_of(int row, verdict state = verdict::not_run, std::string message = "");
+
+// How it compares, in words: "known", "new failure", "fixed", ...; empty where nothing is to be
+// said.
+std::string words_against_baseline(const case_result &what);
+
+// Whether it failed as it does in the baseline, and therefore does not count.
+bool is_excused(const case_result &what);
 
 struct run_record {
     std::string started{};      // ISO 8601, UTC
@@ -67,7 +99,8 @@ struct run_record {
     std::vector<std::string> notes{};
     bool incomplete = false; // something beside the cases went wrong
     bool has_baseline = false;
-    bool lost_cases = false; // the baseline has cases that exist no more
+    bool fixed_is_failure = false; // in reports that have no word for it
+    bool lost_cases = false;       // the baseline has cases that exist no more
 };
 
 using tally = std::array<unsigned, VERDICT_COUNT>;
@@ -80,11 +113,16 @@ std::string counts_text(const tally &counts);
 
 // One result a case: of several runs the first of the worst.
 struct case_history {
-    case_result worst{};
+    const case_result &worst() const { return *chosen; }
+
+    const case_result *chosen; // as long as the results live
     unsigned runs = 0;
     unsigned bad = 0; // neither passed nor ignored
 };
 std::vector<case_history> by_case(const std::vector<case_result> &results);
+
+// "1 new, 1 fixed, 3 known", and how many changed where some did: cases, not runs of them.
+std::string baseline_text(const std::vector<case_result> &results);
 
 enum exit_codes { ALL_PASSED = 0, SOME_FAILED = 1, SOME_LOST = 2, NOTHING_RAN = 3 };
 

@@ -13,22 +13,18 @@
 
 namespace tavor_run {
 
-struct stored_result {
-    std::string name{}; // perhaps of a case that is no more
-    verdict state = verdict::not_run;
-    std::string message{};
-    double seconds = 0; // as measured; 0: not measured
-};
+// In the first line of each file.
+constexpr int RESULTS_FORMAT = 1;
 
 struct stored_run {
     std::string path{};
     std::string started{};
     program_identity identity{};
-    std::vector<stored_result> results{}; // of several runs of a case the worst
-    std::optional<shard> part{};          // of the selection
-    std::size_t planned = 0;              // results to come in all
-    bool has_end = false;                 // false: the run that wrote it was cut short
-    int exit_status = ALL_PASSED;         // with which it ended
+    std::vector<outcome> results{}; // of several runs of a case the worst
+    std::optional<shard> part{};    // of the selection
+    std::size_t planned = 0;        // results to come in all
+    bool has_end = false;           // false: the run that wrote it was cut short
+    int exit_status = ALL_PASSED;   // with which it ended
 };
 
 // A usage error when the file is not what it should be. A last line that is cut is left out.

@@ -10,8 +10,8 @@ namespace tavor_run {
 
 namespace {
 
-outcome outcome_behind(const launcher &how, const run_options &options, int row,
-                       std::vector<int> predecessors)
+outcome outcome_after(const launcher &how, const run_options &options, int row,
+                      std::vector<int> predecessors)
 {
     if (tools::asked_to_stop() != tools::stop::no) {
         throw tools::interrupted{};
@@ -19,13 +19,25 @@ outcome outcome_behind(const launcher &how, const run_options &options, int row,
     predecessors.push_back(row);
     reporter silent{run_record{}};
     runner(how, options, silent).run(predecessors);
-    outcome last;
+    outcome last{.state = verdict::unseen};
     for (const case_result &each : silent.record().results) {
         if (each.number == row) {
-            last = {each.state, each.message};
+            last = {each.name, each.state, each.message, each.duration};
         }
     }
     return last;
+}
+
+// Line numbers left aside.
+bool are_equal(const outcome &one, const outcome &other)
+{
+    return one.state == other.state &&
+           (one.state != verdict::fail || comparable(one.message) == comparable(other.message));
+}
+
+std::string text_of(const outcome &what)
+{
+    return std::string(name_of(what.state)) + (what.message.empty() ? "" : " : " + what.message);
 }
 
 // The rows without those from `first` up to `last`.
@@ -62,17 +74,6 @@ std::vector<int> minimised(std::vector<int> rows,
     return rows;
 }
 
-bool outcome::operator==(const outcome &other) const
-{
-    return state == other.state &&
-           (state != verdict::fail || comparable(message) == comparable(other.message));
-}
-
-std::string outcome::text() const
-{
-    return std::string(name_of(state)) + (message.empty() ? "" : " : " + message);
-}
-
 bisection bisect(const launcher &how, const run_options &options, int row,
                  std::vector<int> predecessors,
                  const std::function<void(const std::string &)> &tell)
@@ -80,17 +81,17 @@ bisection bisect(const launcher &how, const run_options &options, int row,
     std::erase_if(predecessors,
                   [&](int each) { return each == row || (!options.isolate && each > row); });
     bisection found;
-    found.alone = outcome_behind(how, options, row, {});
-    tell("alone: " + found.alone.text());
-    found.behind_all = outcome_behind(how, options, row, predecessors);
-    tell("behind " + std::to_string(predecessors.size()) + ": " + found.behind_all.text());
-    if (found.alone == found.behind_all) {
+    found.alone = outcome_after(how, options, row, {});
+    tell("alone: " + text_of(found.alone));
+    found.after_all = outcome_after(how, options, row, predecessors);
+    tell("after " + std::to_string(predecessors.size()) + ": " + text_of(found.after_all));
+    if (are_equal(found.alone, found.after_all)) {
         return found;
     }
     found.needed = minimised(std::move(predecessors), [&](const std::vector<int> &part) {
-        const outcome seen = outcome_behind(how, options, row, part);
-        tell("behind " + std::to_string(part.size()) + ": " + seen.text());
-        return seen == found.behind_all;
+        const outcome seen = outcome_after(how, options, row, part);
+        tell("after " + std::to_string(part.size()) + ": " + text_of(seen));
+        return are_equal(seen, found.after_all);
     });
     return found;
 }

@@ -16,22 +16,13 @@ namespace tavor_run {
 std::vector<int> minimised(std::vector<int> rows,
                            const std::function<bool(const std::vector<int> &)> &holds);
 
-struct outcome {
-    verdict state = verdict::unseen;
-    std::string message{};
-
-    // Line numbers left aside.
-    bool operator==(const outcome &other) const;
-    std::string text() const;
-};
-
 struct bisection {
     outcome alone{};
-    outcome behind_all{};
-    std::vector<int> needed{}; // empty: it is the same behind all of them
+    outcome after_all{};
+    std::vector<int> needed{}; // empty: it is the same after all of them
 };
 
-// Runs `row` behind `predecessors`: in one process, where only smaller rows can come before it,
+// Runs `row` after `predecessors`: in one process, where only smaller rows can come before it,
 // or each case in its own with `isolate`.
 bisection bisect(const launcher &how, const run_options &options, int row,
                  std::vector<int> predecessors,

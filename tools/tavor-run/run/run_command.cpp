@@ -17,7 +17,7 @@ int run_command(const run_arguments &given)
     run_options options = run_options_of(given);
     const std::optional<baseline> known = baseline_of(given.output);
     if (known) {
-        options.compare = [&known](const case_result &what) { return known->judge(what); };
+        options.compare = [&known](case_result &what) { known->judge(what); };
     }
     options.explain = [&given](const case_result &what) {
         return explanation_of(given.launch, what);

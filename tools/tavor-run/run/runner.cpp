@@ -133,11 +133,9 @@ void runner::run_group(std::vector<int> rows)
 void runner::leave_out(const std::vector<int> &rows, const std::string &reason)
 {
     for (const int row : rows) {
-        case_result what;
-        what.number = row;
-        what.message = reason;
+        case_result what = result_of(row, verdict::not_run, reason);
         what.run = repetition;
-        report.result(what);
+        report.result(std::move(what));
     }
 }
 
@@ -166,10 +164,7 @@ void runner::follow(attempt &now)
         report.started(row);
     };
     events.on_judged = [&](const sighting &seen) {
-        case_result what;
-        what.number = seen.row;
-        what.state = seen.state;
-        what.message = seen.message;
+        case_result what = result_of(seen.row, seen.state, seen.message);
         what.duration =
             std::chrono::duration_cast<std::chrono::microseconds>(seen.judged - seen.started);
         now.has_open_case = seen.state == verdict::unended || is_flooded(now);
@@ -212,8 +207,7 @@ bool runner::is_flooded(const attempt &now) const
 // The case that ran when the process ended.
 case_result runner::open_case_result(const attempt &now, int row) const
 {
-    case_result what;
-    what.number = row;
+    case_result what = result_of(row);
     what.duration =
         std::chrono::duration_cast<std::chrono::microseconds>(steady::now() - now.last_start);
     if (was_interrupted(now.process)) {
@@ -236,7 +230,7 @@ void runner::add(const attempt &now, case_result what)
 {
     what.run = repetition;
     if (!is_good(what.state)) {
-        what.repeat_command = launch.shell_text(launch.tavor({name_of_row(what.number)}));
+        what.repeat_command = launch.shell_text(launch.tavor({what.name}));
         bad_one = true;
         if (now.traced) {
             what.calls = traced_calls(now.process.errors);
@@ -244,7 +238,7 @@ void runner::add(const attempt &now, case_result what)
         }
     }
     if (options.compare) {
-        what.difference = options.compare(what);
+        options.compare(what);
     }
     report.result(std::move(what));
 }
@@ -272,11 +266,7 @@ std::vector<int> runner::rows_left(const attempt &now)
         if (row > now.last_row) {
             left.push_back(row);
         } else if (!reported.contains(row)) {
-            case_result lost;
-            lost.number = row;
-            lost.state = verdict::unseen;
-            lost.message = "tavor printed nothing of it";
-            add(now, lost);
+            add(now, result_of(row, verdict::unseen, "tavor printed nothing of it"));
         }
     }
     if (options.fail_fast && bad_one) {
@@ -305,8 +295,8 @@ void runner::look_closer(const attempt &now)
     std::vector<case_result> &results = report.record().results;
     for (std::size_t i = now.first_result; options.look_closer && i < results.size(); i++) {
         case_result &what = results[i];
-        const bool wanted = what.state == verdict::fail || what.state == verdict::crash ||
-                            what.state == verdict::hang;
+        const bool wanted = (what.state == verdict::fail && !is_excused(what)) ||
+                            what.state == verdict::crash || what.state == verdict::hang;
         if (!wanted || tools::asked_to_stop() != tools::stop::no) {
             continue;
         }
@@ -336,7 +326,7 @@ bool runner::fetch_message(case_result &what)
     process.timeout = options.timeout;
     const command single = launch.tavor({"-s", std::to_string(what.number)});
     const std::string output = launch.run(single, process).output;
-    const std::string start = name_of_row(what.number) + "FAILED : ";
+    const std::string start = what.name + "FAILED : ";
     const std::size_t at = output.find(start);
     if (at == std::string::npos) {
         return false;
@@ -360,7 +350,7 @@ bool runner::fetch_calls(case_result &what, const attempt &now)
     log_reader reader(how);
     tools::process_options process{.kept = KEPT_OUTPUT};
     process.timeout = options.timeout;
-    const command again = launch.tavor({name_of_row(what.number)}, true);
+    const command again = launch.tavor({what.name}, true);
     const tools::process_result second = launch.run(again, process);
     reader.feed(second.output);
     reader.finish();

@@ -22,8 +22,8 @@ struct run_options {
     unsigned repeat = 1;                       // 0: without end
     bool until_fail = false;                   // no repetition behind one that is not good
     bool look_closer = true;                   // run failed cases again for message and calls
-    // What to say of a result beside its verdict.
-    std::function<std::string(const case_result &)> compare{};
+    // Tells a result how it compares with a baseline.
+    std::function<void(case_result &)> compare{};
     // Which call of the library is to blame; asked for the first failures.
     std::function<std::string(const case_result &)> explain{};
 };
