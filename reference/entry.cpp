@@ -37,50 +37,12 @@ using namespace kel_reference;
 #define ARGUMENT_KIND(kind, type, ...) using argument_##kind = type;
 #include "kelapi/operations.def"
 
-#define ENTER(function, ...)                                                                       \
-    return enter<operation::function>(__builtin_return_address(0) __VA_OPT__(, ) __VA_ARGS__);
-
-#define OPERATION_0(f, r)                                                                          \
-    result_##r f()                                                                                 \
+#define PARAMETER(kind, name) argument_##kind name
+#define NAME(kind, name) name
+#define OPERATION(function, result, ...)                                                           \
+    result_##result function(FOR_EACH_ARGUMENT(PARAMETER, __VA_ARGS__))                            \
     {                                                                                              \
-        ENTER(f)                                                                                   \
-    }
-#define OPERATION_1(f, r, k1, n1)                                                                  \
-    result_##r f(argument_##k1 n1)                                                                 \
-    {                                                                                              \
-        ENTER(f, n1)                                                                               \
-    }
-#define OPERATION_2(f, r, k1, n1, k2, n2)                                                          \
-    result_##r f(argument_##k1 n1, argument_##k2 n2)                                               \
-    {                                                                                              \
-        ENTER(f, n1, n2)                                                                           \
-    }
-#define OPERATION_3(f, r, k1, n1, k2, n2, k3, n3)                                                  \
-    result_##r f(argument_##k1 n1, argument_##k2 n2, argument_##k3 n3)                             \
-    {                                                                                              \
-        ENTER(f, n1, n2, n3)                                                                       \
-    }
-#define OPERATION_4(f, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    result_##r f(argument_##k1 n1, argument_##k2 n2, argument_##k3 n3, argument_##k4 n4)           \
-    {                                                                                              \
-        ENTER(f, n1, n2, n3, n4)                                                                   \
-    }
-#define OPERATION_5(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    result_##r f(argument_##k1 n1, argument_##k2 n2, argument_##k3 n3, argument_##k4 n4,           \
-                 argument_##k5 n5)                                                                 \
-    {                                                                                              \
-        ENTER(f, n1, n2, n3, n4, n5)                                                               \
-    }
-#define OPERATION_6(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    result_##r f(argument_##k1 n1, argument_##k2 n2, argument_##k3 n3, argument_##k4 n4,           \
-                 argument_##k5 n5, argument_##k6 n6)                                               \
-    {                                                                                              \
-        ENTER(f, n1, n2, n3, n4, n5, n6)                                                           \
-    }
-#define OPERATION_7(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    result_##r f(argument_##k1 n1, argument_##k2 n2, argument_##k3 n3, argument_##k4 n4,           \
-                 argument_##k5 n5, argument_##k6 n6, argument_##k7 n7)                             \
-    {                                                                                              \
-        ENTER(f, n1, n2, n3, n4, n5, n6, n7)                                                       \
+        return enter<operation::function>(__builtin_return_address(0) __VA_OPT__(, )               \
+                                              FOR_EACH_ARGUMENT(NAME, __VA_ARGS__));               \
     }
 #include "kelapi/operations.def"

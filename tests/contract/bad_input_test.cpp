@@ -14,43 +14,24 @@
 #include <string_view>
 #include <type_traits>
 
+#include "tools/common/interface.h"
+
 using namespace contract;
 
 namespace {
 
-enum class needed { required, optional, value };
-enum class kind_of_object { none, client, packet, buffer, bufgroup, tag, dynamic_tag, tlv, event };
-enum class shown_as {
-    none,
-    handle,
-    decimal,
-    hexadecimal,
-    flag,
-    error,
-    text,
-    address,
-    bytes,
-    role,
-    interface_kind,
-    offset_kind,
-    group_flags,
-    event,
-    thresholds,
-    timeout,
-    metadata,
-    iovecs,
-    packet_list,
-    buffer_list
-};
+using form = interface::form;
+using object = interface::object;
+using presence = interface::presence;
 
 // The kinds of the list as types.
 namespace argument {
 #define ARGUMENT_KIND(kind, c_type, direction_, form_, object_, effect_, presence_)                \
     struct kind {                                                                                  \
         using type = c_type;                                                                       \
-        static constexpr auto form = shown_as::form_;                                              \
-        static constexpr auto object = kind_of_object::object_;                                    \
-        static constexpr auto presence = needed::presence_;                                        \
+        static constexpr auto form = interface::form::form_;                                       \
+        static constexpr auto object = interface::object::object_;                                 \
+        static constexpr auto presence = interface::presence::presence_;                           \
     };
 #include "kelapi/operations.def"
 } // namespace argument
@@ -165,11 +146,11 @@ template <class Kind> auto good_handle(const world &given)
     if constexpr (std::is_same_v<Kind, argument::armed_bufgroup>) return given.group;
     if constexpr (std::is_same_v<Kind, argument::cleared_client>) return given.client;
     switch (Kind::object) {
-    case kind_of_object::client:
+    case object::client:
         return given.client;
-    case kind_of_object::packet:
+    case object::packet:
         return given.packet;
-    case kind_of_object::buffer:
+    case object::buffer:
         return given.buffer;
     default:
         return given.group;
@@ -182,27 +163,25 @@ template <class Kind> std::uint32_t good_name(const world &given)
     if constexpr (std::is_same_v<Kind, argument::freed_tag>) return given.dynamic_tag;
     if constexpr (std::is_same_v<Kind, argument::disarmed_tag>) return ARMED_TAG;
     if constexpr (std::is_same_v<Kind, argument::allocated_tlv>) return 2;
-    return Kind::object == kind_of_object::tlv ? 1 : TAG;
+    return Kind::object == object::tlv ? 1 : TAG;
 }
 
 template <class Kind> auto good_value(const world &given)
 {
     using type = typename Kind::type;
-    if constexpr (Kind::form == shown_as::handle) {
+    if constexpr (Kind::form == form::handle) {
         return good_handle<Kind>(given);
     } else if constexpr (std::is_same_v<Kind, argument::armed_tag> ||
                          std::is_same_v<Kind, argument::disarmed_tag> ||
-                         Kind::object != kind_of_object::none) {
+                         Kind::object != object::none) {
         return good_name<Kind>(given);
-    } else if constexpr (Kind::form == shown_as::role) {
+    } else if constexpr (Kind::form == form::role) {
         return KEL_ROLE_STANDBY;
-    } else if constexpr (Kind::form == shown_as::interface_kind ||
-                         Kind::form == shown_as::offset_kind) {
+    } else if constexpr (Kind::form == form::interface_kind || Kind::form == form::offset_kind) {
         return 1u;
-    } else if constexpr (Kind::form == shown_as::group_flags ||
-                         std::is_same_v<Kind, argument::bits>) {
+    } else if constexpr (Kind::form == form::group_flags || std::is_same_v<Kind, argument::bits>) {
         return 3u;
-    } else if constexpr (Kind::form == shown_as::flag) {
+    } else if constexpr (Kind::form == form::flag) {
         return type{0};
     } else if constexpr (std::is_same_v<Kind, argument::number16> ||
                          std::is_same_v<Kind, argument::version_bound>) {
@@ -246,19 +225,19 @@ template <class Kind> typename Kind::type good_address(world &given)
         return &given.thresholds;
     } else if constexpr (is(std::type_identity<argument::out_thresholds>{})) {
         return &given.out_thresholds;
-    } else if constexpr (Kind::form == shown_as::text) {
+    } else if constexpr (Kind::form == form::text) {
         return "fresh name";
-    } else if constexpr (Kind::form == shown_as::bytes) {
+    } else if constexpr (Kind::form == form::bytes) {
         return given.bytes.data();
-    } else if constexpr (Kind::form == shown_as::timeout) {
+    } else if constexpr (Kind::form == form::timeout) {
         return &given.no_time;
-    } else if constexpr (Kind::form == shown_as::metadata) {
+    } else if constexpr (Kind::form == form::metadata) {
         return &given.metadata;
-    } else if constexpr (Kind::form == shown_as::iovecs) {
+    } else if constexpr (Kind::form == form::iovecs) {
         return given.iovecs.data();
-    } else if constexpr (Kind::form == shown_as::packet_list) {
+    } else if constexpr (Kind::form == form::packet_list) {
         return &given.packet_list;
-    } else if constexpr (Kind::form == shown_as::buffer_list) {
+    } else if constexpr (Kind::form == form::buffer_list) {
         return &given.buffer_list;
     } else if constexpr (std::is_same_v<typename Kind::type, std::uint32_t *>) {
         return &given.number;
@@ -294,34 +273,33 @@ template <class Kind> struct bad_value {
 using handle_source = std::pair<std::string, std::uint32_t world::*>;
 
 // Handles that are none of `wanted`: stale ones and those of other kinds.
-std::vector<handle_source> handles_other_than(kind_of_object wanted)
+std::vector<handle_source> handles_other_than(object wanted)
 {
     std::vector<handle_source> sources = {{"a stale client", &world::stale_client},
                                           {"a stale packet", &world::stale_packet},
                                           {"a stale buffer", &world::stale_buffer},
                                           {"a stale group", &world::stale_group}};
-    if (wanted != kind_of_object::client) sources.emplace_back("a client", &world::client);
-    if (wanted != kind_of_object::packet) sources.emplace_back("a packet", &world::packet);
-    if (wanted != kind_of_object::buffer) sources.emplace_back("a buffer", &world::buffer);
-    if (wanted != kind_of_object::bufgroup) sources.emplace_back("a group", &world::group);
+    if (wanted != object::client) sources.emplace_back("a client", &world::client);
+    if (wanted != object::packet) sources.emplace_back("a packet", &world::packet);
+    if (wanted != object::buffer) sources.emplace_back("a buffer", &world::buffer);
+    if (wanted != object::bufgroup) sources.emplace_back("a group", &world::group);
     return sources;
 }
 
 // What kind of handle an argument takes: where an event is concerned, its owner or its group.
-template <class Kind> constexpr kind_of_object handle_kind()
+template <class Kind> constexpr object handle_kind()
 {
-    if constexpr (Kind::object != kind_of_object::event) {
+    if constexpr (Kind::object != object::event) {
         return Kind::object;
     } else {
-        return std::is_same_v<Kind, argument::cleared_client> ? kind_of_object::client
-                                                              : kind_of_object::bufgroup;
+        return std::is_same_v<Kind, argument::cleared_client> ? object::client : object::bufgroup;
     }
 }
 
-constexpr outcome outcome_without(needed presence)
+constexpr outcome outcome_without(presence needed)
 {
-    return presence == needed::required   ? outcome::refusal
-           : presence == needed::optional ? outcome::success
+    return needed == presence::required   ? outcome::refusal
+           : needed == presence::optional ? outcome::success
                                           : outcome::any;
 }
 
@@ -342,7 +320,7 @@ template <class Kind> std::vector<bad_value<Kind>> bad_addresses()
         for (const std::uint32_t bad : BAD_HANDLES) {
             add("a bad handle", [bad](world &) { return bad; });
         }
-        for (const auto &[name, source] : handles_other_than(kind_of_object::buffer)) {
+        for (const auto &[name, source] : handles_other_than(object::buffer)) {
             add(name, [source = source](world &given) { return given.*source; });
         }
     } else if constexpr (std::is_same_v<Kind, argument::next_tlv>) {
@@ -373,7 +351,7 @@ template <class Kind> std::vector<bad_value<Kind>> bad_values()
     } else {
         std::vector<bad_value<Kind>> values = {
             {"0", outcome_without(Kind::presence), [](world &) { return type{0}; }}};
-        if constexpr (Kind::form == shown_as::handle) {
+        if constexpr (Kind::form == form::handle) {
             for (const std::uint32_t bad : BAD_HANDLES) {
                 values.push_back(
                     {"a bad handle", outcome::refusal, [bad](world &) { return bad; }});
@@ -383,9 +361,8 @@ template <class Kind> std::vector<bad_value<Kind>> bad_values()
                                   [source = source](world &given) { return given.*source; }});
             }
         } else {
-            const auto outcome = Kind::presence == needed::value ||
-                                         Kind::object == kind_of_object::tag ||
-                                         Kind::object == kind_of_object::tlv
+            const auto outcome = Kind::presence == presence::value || Kind::object == object::tag ||
+                                         Kind::object == object::tlv
                                      ? outcome::any
                                      : outcome::refusal;
             values.push_back({"all ones", outcome, [](world &) { return static_cast<type>(-1); }});
@@ -531,29 +508,17 @@ private:
 };
 
 // A function for each operation, so that failures are told apart by the test's name.
-#define TRY(operation, result_kind, kinds, names)                                                  \
+#define KIND(kind, name) argument::kind
+#define NAME(kind, name) #name
+#define OPERATION(operation, result_kind, ...)                                                     \
     TEST_F(bad_input, operation)                                                                   \
     {                                                                                              \
         leaves_objects_to_deregistration();                                                        \
-        attempt<&::operation, result::result_kind kinds>(#operation, {names}).run_all();           \
+        attempt<&::operation,                                                                      \
+                result::result_kind __VA_OPT__(, ) FOR_EACH_ARGUMENT(KIND, __VA_ARGS__)>(          \
+            #operation, {FOR_EACH_ARGUMENT(NAME, __VA_ARGS__)})                                    \
+            .run_all();                                                                            \
     }
-#define COMMA ,
-#define A(kind) COMMA argument::kind
-#define OPERATION_0(o, r) TRY(o, r, , )
-#define OPERATION_1(o, r, k1, n1) TRY(o, r, A(k1), #n1)
-#define OPERATION_2(o, r, k1, n1, k2, n2) TRY(o, r, A(k1) A(k2), #n1 COMMA #n2)
-#define OPERATION_3(o, r, k1, n1, k2, n2, k3, n3)                                                  \
-    TRY(o, r, A(k1) A(k2) A(k3), #n1 COMMA #n2 COMMA #n3)
-#define OPERATION_4(o, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    TRY(o, r, A(k1) A(k2) A(k3) A(k4), #n1 COMMA #n2 COMMA #n3 COMMA #n4)
-#define OPERATION_5(o, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    TRY(o, r, A(k1) A(k2) A(k3) A(k4) A(k5), #n1 COMMA #n2 COMMA #n3 COMMA #n4 COMMA #n5)
-#define OPERATION_6(o, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    TRY(o, r, A(k1) A(k2) A(k3) A(k4) A(k5) A(k6),                                                 \
-        #n1 COMMA #n2 COMMA #n3 COMMA #n4 COMMA #n5 COMMA #n6)
-#define OPERATION_7(o, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    TRY(o, r, A(k1) A(k2) A(k3) A(k4) A(k5) A(k6) A(k7),                                           \
-        #n1 COMMA #n2 COMMA #n3 COMMA #n4 COMMA #n5 COMMA #n6 COMMA #n7)
 #include "kelapi/operations.def"
 
 class report : public testing::Environment {

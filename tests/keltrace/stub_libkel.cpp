@@ -138,31 +138,13 @@ template <operation Id, typename... Values> std::uint64_t perform(Values... valu
 
 } // namespace
 
-#define TYPE(kind) keltrace::argument_type<keltrace::argument_kind::kind>
 #define RESULT(kind) keltrace::result_type<keltrace::result_kind::kind>
-#define BODY(f, r, ...)                                                                            \
+#define PARAMETER(kind, name) keltrace::argument_type<keltrace::argument_kind::kind> name
+#define NAME(kind, name) name
+#define OPERATION(function, result, ...)                                                           \
+    RESULT(result) function(FOR_EACH_ARGUMENT(PARAMETER, __VA_ARGS__))                             \
     {                                                                                              \
-        return static_cast<RESULT(r)>(perform<operation::f>(__VA_ARGS__));                         \
+        return static_cast<RESULT(result)>(                                                        \
+            perform<operation::function>(FOR_EACH_ARGUMENT(NAME, __VA_ARGS__)));                   \
     }
-
-#define OPERATION_0(f, r) RESULT(r) f(void) BODY(f, r)
-#define OPERATION_1(f, r, k1, n1) RESULT(r) f(TYPE(k1) n1) BODY(f, r, n1)
-#define OPERATION_2(f, r, k1, n1, k2, n2) RESULT(r) f(TYPE(k1) n1, TYPE(k2) n2) BODY(f, r, n1, n2)
-#define OPERATION_3(f, r, k1, n1, k2, n2, k3, n3)                                                  \
-    RESULT(r) f(TYPE(k1) n1, TYPE(k2) n2, TYPE(k3) n3) BODY(f, r, n1, n2, n3)
-#define OPERATION_4(f, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    RESULT(r)                                                                                      \
-    f(TYPE(k1) n1, TYPE(k2) n2, TYPE(k3) n3, TYPE(k4) n4) BODY(f, r, n1, n2, n3, n4)
-#define OPERATION_5(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    RESULT(r)                                                                                      \
-    f(TYPE(k1) n1, TYPE(k2) n2, TYPE(k3) n3, TYPE(k4) n4, TYPE(k5) n5)                             \
-        BODY(f, r, n1, n2, n3, n4, n5)
-#define OPERATION_6(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    RESULT(r)                                                                                      \
-    f(TYPE(k1) n1, TYPE(k2) n2, TYPE(k3) n3, TYPE(k4) n4, TYPE(k5) n5, TYPE(k6) n6)                \
-        BODY(f, r, n1, n2, n3, n4, n5, n6)
-#define OPERATION_7(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    RESULT(r)                                                                                      \
-    f(TYPE(k1) n1, TYPE(k2) n2, TYPE(k3) n3, TYPE(k4) n4, TYPE(k5) n5, TYPE(k6) n6, TYPE(k7) n7)   \
-        BODY(f, r, n1, n2, n3, n4, n5, n6, n7)
 #include "kelapi/operations.def"

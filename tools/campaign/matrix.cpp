@@ -12,7 +12,7 @@
 #include <set>
 
 #include "tools/common/error_names.h"
-#include "tools/common/operations.h"
+#include "tools/common/interface.h"
 
 namespace campaign {
 
@@ -78,7 +78,7 @@ void print_ways(std::ostream &out, const std::vector<result> &results)
         out << ' ' << column.title << " |";
     }
     out << "\n|---|---|---|---|---|---|---|\n";
-    for (const tools::operation &row : tools::all_operations()) {
+    for (const interface::operation_info &row : interface::OPERATIONS) {
         const auto found = table.find(std::string(row.name));
         out << "| `kel_" << row.name << "` |";
         for (std::size_t i = 0; i < WAYS.size(); i++) {

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "tools/common/operations.h"
+#include "tools/common/interface.h"
 
 namespace campaign {
 
@@ -165,13 +165,13 @@ bool fault_keeps_objects(const experiment &what)
     for (std::string token; tokens >> token;) {
         if (is_librarys(token)) return true;
         const std::string operation = token.substr(0, token.find('#'));
-        const tools::operation *known = tools::find_operation(operation);
+        const interface::operation_info *known = interface::find_operation(operation);
         // The client that such a registration stores is the case's to release, save where a case
         // deregisters nothing at its end.
         const bool stores_client = token.starts_with("register_client#") &&
                                    token.find(":after=") != std::string::npos &&
                                    what.test != "kel_reg_tag_invalid_client";
-        if (known && tools::changes_ownership(*known) && !stores_client) {
+        if (known && interface::changes_ownership(*known) && !stores_client) {
             return true;
         }
     }

@@ -5,11 +5,15 @@
 
 #include <algorithm>
 
-#include "tools/common/operations.h"
+#include "tools/common/interface.h"
 
 namespace campaign {
 
 namespace {
+
+using interface::argument_kind;
+using interface::operation_info;
+using interface::result_kind;
 
 // The system's calls that the shim can make fail, with the ways in which they do.
 const std::vector<std::pair<std::string, std::vector<std::string>>> SYSTEM_FAULTS = {
@@ -24,63 +28,65 @@ const std::vector<std::pair<std::string, std::vector<std::string>>> SYSTEM_FAULT
 // The program's own preparation, not a case's call.
 constexpr std::string_view UNTOUCHED = "nocrash_set";
 
-bool stores_an_error(const tools::operation &which)
+bool stores_an_error(const operation_info &which)
 {
-    return !which.arguments.empty() && which.arguments.back().kind->name == "out_error";
+    return which.find(argument_kind::out_error) >= 0;
 }
 
-void add_for_results(const tools::operation &which, std::vector<std::string> &actions)
+std::vector<std::string> actions_for_result(const operation_info &which)
 {
-    if (which.result == "error") {
-        actions.insert(actions.end(), {"error=EIO", "lost", "after=EIO"});
-    } else if (which.result.starts_with("new_")) {
-        actions.insert(actions.end(), {"error=EIO", "result=0", "result=0x12345678"});
+    switch (which.result) {
+    case result_kind::error:
+        return {"error=EIO", "lost", "after=EIO"};
+    case result_kind::new_packet:
+    case result_kind::new_buffer:
         if (stores_an_error(which)) {
-            actions.emplace_back("after=EIO");
+            return {"error=EIO", "result=0", "result=0x12345678", "after=EIO"};
         }
-    } else if (which.result == "boolean") {
-        actions.insert(actions.end(), {"result=0", "result=1"});
-    } else if (which.result != "nothing") {
-        actions.insert(actions.end(), {"result=0", "result=1", "result=0xffffffff"});
-    } else {
-        actions.emplace_back("lost");
+        return {"error=EIO", "result=0", "result=0x12345678"};
+    case result_kind::boolean:
+        return {"result=0", "result=1"};
+    case result_kind::nothing:
+        return {"lost"};
+    default:
+        return {"result=0", "result=1", "result=0xffffffff"};
     }
 }
 
-bool is_number(const tools::argument_kind &kind)
+// Numbers that are stored, but no addresses and no handles of new objects.
+bool is_stored_number(argument_kind kind)
 {
-    return kind.direction != "in" && kind.name != "out_error" &&
-           (kind.type == "uint32_t *" || kind.type == "uint16_t *" || kind.type == "uint64_t *" ||
-            kind.type == "kel_buffer *" || kind.type == "kel_tag *");
+    const interface::argument_info &stored = info(kind);
+    const bool is_new = stored.effect == interface::effect::obtains &&
+                        (stored.object == interface::object::client ||
+                         stored.object == interface::object::bufgroup);
+    const bool is_address =
+        stored.form == interface::form::address || kind == argument_kind::out_code_address;
+    return stored.direction != interface::direction::in && stored.scalar_target && !is_new &&
+           !is_address && kind != argument_kind::out_error;
 }
 
-void add_for_arguments(const tools::operation &which, std::vector<std::string> &actions)
+std::vector<std::string> actions_for(const operation_info &which)
 {
-    for (std::size_t i = 0; i < which.arguments.size(); i++) {
-        const tools::argument_kind &kind = *which.arguments[i].kind;
-        const std::string argument = "arg" + std::to_string(i + 1);
-        if (is_number(kind)) {
+    std::vector<std::string> actions = actions_for_result(which);
+    for (std::size_t i = 0; i < which.argument_count; i++) {
+        const argument_kind kind = which.arguments[i].kind;
+        if (is_stored_number(kind)) {
+            const std::string argument = "arg" + std::to_string(i + 1);
             actions.push_back(argument + "=0");
             actions.push_back(argument + "+=1");
         }
-        if (kind.name == "source" || kind.name == "destination") {
+        if (kind == argument_kind::source || kind == argument_kind::destination) {
             actions.insert(actions.end(), {"flip=0", "flip=-1"});
         }
     }
-}
-
-std::vector<std::string> actions_for(const tools::operation &which)
-{
-    std::vector<std::string> actions;
-    add_for_results(which, actions);
-    add_for_arguments(which, actions);
     return actions;
 }
 
 // Those of an operation of the library or the system that cases may see go wrong.
 std::vector<std::string> actions_named(const std::string &operation)
 {
-    const tools::operation *known = tools::find_operation(operation);
+    const operation_info *known = interface::find_operation(operation);
     if (known && operation != UNTOUCHED) {
         return actions_for(*known);
     }
@@ -119,7 +125,7 @@ std::vector<std::string> faults_for(const std::map<std::string, unsigned> &calls
         const auto found = calls.find(operation);
         return found == calls.end() ? 0u : found->second;
     };
-    for (const tools::operation &which : tools::all_operations()) {
+    for (const operation_info &which : interface::OPERATIONS) {
         const std::string name(which.name);
         if (name != UNTOUCHED) {
             add_calls(name, count_of(name), limits, actions_for(which), faults);

@@ -5,11 +5,14 @@
 #ifndef TOOLS_INTERFACE_H
 #define TOOLS_INTERFACE_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 #include "kelapi/kel.h"
@@ -41,6 +44,7 @@ enum class form {
 };
 enum class object { none, client, packet, buffer, bufgroup, tag, dynamic_tag, tlv, event };
 enum class effect { keeps, obtains, releases, gives, replaces };
+enum class presence { required, optional, value };
 
 enum class result_kind {
 #define RESULT_KIND(kind, ...) kind,
@@ -80,6 +84,7 @@ struct argument_info {
     interface::form form;
     interface::object object;
     interface::effect effect;
+    interface::presence presence;
     std::size_t width;        // bytes of the argument itself
     std::size_t target_width; // bytes of what it names; 0 when it names nothing or plain bytes
     bool scalar_target;
@@ -108,11 +113,12 @@ inline constexpr result_info RESULT_INFO[] = {
 };
 
 inline constexpr argument_info ARGUMENT_INFO[] = {
-#define ARGUMENT_KIND(kind, type, way, shown, what, does, presence)                                \
+#define ARGUMENT_KIND(kind, type, way, shown, what, does, needed)                                  \
     {direction::way,                                                                               \
      form::shown,                                                                                  \
      object::what,                                                                                 \
      effect::does,                                                                                 \
+     presence::needed,                                                                             \
      sizeof(type),                                                                                 \
      target_width_of<type>(),                                                                      \
      std::is_scalar_v<std::remove_pointer_t<type>>},
@@ -134,7 +140,14 @@ struct argument {
     const char *name;
 };
 
-inline constexpr std::size_t ARGUMENT_MAX = 7;
+// The most that an operation has.
+inline constexpr std::size_t ARGUMENT_MAX = std::max({
+#define KIND(kind, name) argument_kind::kind
+#define OPERATION(function, result, ...)                                                           \
+    std::initializer_list<argument_kind>{FOR_EACH_ARGUMENT(KIND, __VA_ARGS__)}.size(),
+#include "kelapi/operations.def"
+#undef KIND
+});
 
 struct operation_info {
     const char *function; // as the linker knows it
@@ -157,68 +170,49 @@ struct operation_info {
     }
 };
 
+constexpr operation_info library_operation(const char *function, result_kind result,
+                                           std::initializer_list<argument> arguments)
+{
+    operation_info listed{function, function + sizeof "kel_" - 1, false, result, 0, {}};
+    for (const argument &each : arguments) listed.arguments[listed.argument_count++] = each;
+    return listed;
+}
+
 inline constexpr operation_info OPERATIONS[] = {
-#define INTERFACE_INFO(function, result, count, ...)                                               \
-    {#function, &#function[sizeof "kel_" - 1], false, result_kind::result, count, {{__VA_ARGS__}}},
-#define INTERFACE_ARGUMENT(kind, name)                                                             \
-    argument                                                                                       \
-    {                                                                                              \
+#define ARGUMENT(kind, name)                                                                       \
+    interface::argument {                                                                          \
         argument_kind::kind, #name                                                                 \
     }
-#define OPERATION_0(f, r) INTERFACE_INFO(f, r, 0, )
-#define OPERATION_1(f, r, k1, n1) INTERFACE_INFO(f, r, 1, INTERFACE_ARGUMENT(k1, n1))
-#define OPERATION_2(f, r, k1, n1, k2, n2)                                                          \
-    INTERFACE_INFO(f, r, 2, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2))
-#define OPERATION_3(f, r, k1, n1, k2, n2, k3, n3)                                                  \
-    INTERFACE_INFO(f, r, 3, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2),                \
-                   INTERFACE_ARGUMENT(k3, n3))
-#define OPERATION_4(f, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    INTERFACE_INFO(f, r, 4, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2),                \
-                   INTERFACE_ARGUMENT(k3, n3), INTERFACE_ARGUMENT(k4, n4))
-#define OPERATION_5(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    INTERFACE_INFO(f, r, 5, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2),                \
-                   INTERFACE_ARGUMENT(k3, n3), INTERFACE_ARGUMENT(k4, n4),                         \
-                   INTERFACE_ARGUMENT(k5, n5))
-#define OPERATION_6(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    INTERFACE_INFO(f, r, 6, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2),                \
-                   INTERFACE_ARGUMENT(k3, n3), INTERFACE_ARGUMENT(k4, n4),                         \
-                   INTERFACE_ARGUMENT(k5, n5), INTERFACE_ARGUMENT(k6, n6))
-#define OPERATION_7(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    INTERFACE_INFO(f, r, 7, INTERFACE_ARGUMENT(k1, n1), INTERFACE_ARGUMENT(k2, n2),                \
-                   INTERFACE_ARGUMENT(k3, n3), INTERFACE_ARGUMENT(k4, n4),                         \
-                   INTERFACE_ARGUMENT(k5, n5), INTERFACE_ARGUMENT(k6, n6),                         \
-                   INTERFACE_ARGUMENT(k7, n7))
+#define OPERATION(function, result, ...)                                                           \
+    library_operation(#function, result_kind::result, {FOR_EACH_ARGUMENT(ARGUMENT, __VA_ARGS__)}),
 #include "kelapi/operations.def"
-#undef INTERFACE_INFO
-#undef INTERFACE_ARGUMENT
+#undef ARGUMENT
 };
 
+// Null when there is none of that name, which has no kel_ prefix.
+constexpr const operation_info *find_operation(std::string_view name)
+{
+    const auto *found = std::ranges::find(OPERATIONS, name, &operation_info::name);
+    return found == std::end(OPERATIONS) ? nullptr : found;
+}
+
+// Whether success means that an object was obtained, released, handed over or replaced.
+constexpr bool changes_ownership(const operation_info &which)
+{
+    return info(which.result).effect != effect::keeps ||
+           std::ranges::any_of(which.list(), [](const argument &passed) {
+               return info(passed.kind).effect != effect::keeps;
+           });
+}
+
 // The list and the headers agree.
-#define INTERFACE_SAME(f, r, ...)                                                                  \
-    static_assert(std::is_same_v<decltype(&f), result_type<result_kind::r> (*)(__VA_ARGS__)>,      \
+#define TYPE(kind, name) argument_type<argument_kind::kind>
+#define OPERATION(f, r, ...)                                                                       \
+    static_assert(std::is_same_v<decltype(&f), result_type<result_kind::r> (*)(                    \
+                                                   FOR_EACH_ARGUMENT(TYPE, __VA_ARGS__))>,         \
                   #f " differs from its declaration");
-#define INTERFACE_TYPE(kind) argument_type<argument_kind::kind>
-#define OPERATION_0(f, r) INTERFACE_SAME(f, r, )
-#define OPERATION_1(f, r, k1, n1) INTERFACE_SAME(f, r, INTERFACE_TYPE(k1))
-#define OPERATION_2(f, r, k1, n1, k2, n2)                                                          \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2))
-#define OPERATION_3(f, r, k1, n1, k2, n2, k3, n3)                                                  \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2), INTERFACE_TYPE(k3))
-#define OPERATION_4(f, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2), INTERFACE_TYPE(k3),               \
-                   INTERFACE_TYPE(k4))
-#define OPERATION_5(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2), INTERFACE_TYPE(k3),               \
-                   INTERFACE_TYPE(k4), INTERFACE_TYPE(k5))
-#define OPERATION_6(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2), INTERFACE_TYPE(k3),               \
-                   INTERFACE_TYPE(k4), INTERFACE_TYPE(k5), INTERFACE_TYPE(k6))
-#define OPERATION_7(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    INTERFACE_SAME(f, r, INTERFACE_TYPE(k1), INTERFACE_TYPE(k2), INTERFACE_TYPE(k3),               \
-                   INTERFACE_TYPE(k4), INTERFACE_TYPE(k5), INTERFACE_TYPE(k6), INTERFACE_TYPE(k7))
 #include "kelapi/operations.def"
-#undef INTERFACE_SAME
-#undef INTERFACE_TYPE
+#undef TYPE
 
 } // namespace interface
 

@@ -103,39 +103,13 @@ Result forward(const void *return_address, Arguments... arguments)
 
 } // namespace keltrace
 
-#define KELTRACE_TYPE(kind) keltrace::argument_type<keltrace::argument_kind::kind>
-#define KELTRACE_RESULT(kind) keltrace::result_type<keltrace::result_kind::kind>
-#define KELTRACE_FORWARD(f, r, ...)                                                                \
+#define RESULT(kind) keltrace::result_type<keltrace::result_kind::kind>
+#define PARAMETER(kind, name) keltrace::argument_type<keltrace::argument_kind::kind> name
+#define NAME(kind, name) name
+#define OPERATION(function, result, ...)                                                           \
+    RESULT(result) function(FOR_EACH_ARGUMENT(PARAMETER, __VA_ARGS__))                             \
     {                                                                                              \
-        return keltrace::forward<keltrace::operation::f, KELTRACE_RESULT(r)>(                      \
-            __builtin_return_address(0) __VA_OPT__(, ) __VA_ARGS__);                               \
+        return keltrace::forward<keltrace::operation::function, RESULT(result)>(                   \
+            __builtin_return_address(0) __VA_OPT__(, ) FOR_EACH_ARGUMENT(NAME, __VA_ARGS__));      \
     }
-
-#define OPERATION_0(f, r) KELTRACE_RESULT(r) f(void) KELTRACE_FORWARD(f, r)
-#define OPERATION_1(f, r, k1, n1)                                                                  \
-    KELTRACE_RESULT(r) f(KELTRACE_TYPE(k1) n1) KELTRACE_FORWARD(f, r, n1)
-#define OPERATION_2(f, r, k1, n1, k2, n2)                                                          \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2) KELTRACE_FORWARD(f, r, n1, n2)
-#define OPERATION_3(f, r, k1, n1, k2, n2, k3, n3)                                                  \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2, KELTRACE_TYPE(k3) n3)                            \
-        KELTRACE_FORWARD(f, r, n1, n2, n3)
-#define OPERATION_4(f, r, k1, n1, k2, n2, k3, n3, k4, n4)                                          \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2, KELTRACE_TYPE(k3) n3, KELTRACE_TYPE(k4) n4)      \
-        KELTRACE_FORWARD(f, r, n1, n2, n3, n4)
-#define OPERATION_5(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5)                                  \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2, KELTRACE_TYPE(k3) n3, KELTRACE_TYPE(k4) n4,      \
-      KELTRACE_TYPE(k5) n5) KELTRACE_FORWARD(f, r, n1, n2, n3, n4, n5)
-#define OPERATION_6(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6)                          \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2, KELTRACE_TYPE(k3) n3, KELTRACE_TYPE(k4) n4,      \
-      KELTRACE_TYPE(k5) n5, KELTRACE_TYPE(k6) n6) KELTRACE_FORWARD(f, r, n1, n2, n3, n4, n5, n6)
-#define OPERATION_7(f, r, k1, n1, k2, n2, k3, n3, k4, n4, k5, n5, k6, n6, k7, n7)                  \
-    KELTRACE_RESULT(r)                                                                             \
-    f(KELTRACE_TYPE(k1) n1, KELTRACE_TYPE(k2) n2, KELTRACE_TYPE(k3) n3, KELTRACE_TYPE(k4) n4,      \
-      KELTRACE_TYPE(k5) n5, KELTRACE_TYPE(k6) n6, KELTRACE_TYPE(k7) n7)                            \
-        KELTRACE_FORWARD(f, r, n1, n2, n3, n4, n5, n6, n7)
 #include "kelapi/operations.def"
