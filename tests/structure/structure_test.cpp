@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/interface.h"
 #include "tools/common/registry.h"
 
 namespace {
@@ -68,8 +69,25 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
     {"fixtures", {"kelapi/", "fixtures/", "runner/tests.h"}},
     {"suites", {"kelapi/", "fixtures/", "suites/", "runner/tests.h"}},
     {"reference", {"kelapi/", "reference/"}},
-    {"tools", {"kelapi/", "runner/test_list.def", "tools/", "reference/faults/language.h"}},
+    {"tools/common", {"kelapi/", "runner/test_list.def", "tools/common/"}},
+    {"tools/keltrace",
+     {"kelapi/", "reference/faults/language.h", "tools/common/", "tools/keltrace/",
+      "tools/sequence/"}},
+    {"tools/sequence", {"kelapi/", "tools/common/", "tools/sequence/"}},
+    {"tools/explain", {"tools/common/", "tools/explain/", "tools/sequence/"}},
+    {"tools/campaign", {"tools/campaign/", "tools/common/"}},
+    {"tools/mutation", {"tools/campaign/", "tools/common/", "tools/mutation/"}},
+    {"tools/tavor-run", {"tools/common/", "tools/explain/", "tools/sequence/", "tools/tavor-run/"}},
 };
+
+TEST(structure, every_folder_of_the_tools_has_its_rule)
+{
+    for (const auto &entry : fs::directory_iterator(ROOT / "tools")) {
+        const std::string folder = fs::relative(entry.path(), ROOT);
+        if (!entry.is_directory() || sources_in(folder).empty()) continue;
+        EXPECT_TRUE(MAY_INCLUDE.contains(folder)) << folder;
+    }
+}
 
 TEST(structure, folders_include_only_what_they_may)
 {
@@ -114,6 +132,25 @@ TEST(structure, model_knows_no_faults)
         }
     }
     EXPECT_LE(inside, MOST_INSIDE);
+}
+
+// The other way round the compiler looks: what is listed has to be declared.
+TEST(structure, every_declared_operation_is_listed)
+{
+    const std::regex declaration(R"(\nKEL_API [\w ]+ \*?(kel_\w+)\()");
+    std::set<std::string> declared;
+    for (const fs::path &header : sources_in("kelapi")) {
+        const std::string text = read_text(header);
+        for (std::sregex_iterator found(text.begin(), text.end(), declaration), end; found != end;
+             ++found) {
+            declared.insert(found->str(1));
+        }
+    }
+    std::set<std::string> listed;
+    for (const interface::operation_info &each : interface::OPERATIONS) {
+        listed.insert(each.function);
+    }
+    EXPECT_EQ(declared, listed);
 }
 
 TEST(structure, tavor_includes_c_headers_only)
