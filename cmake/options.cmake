@@ -37,10 +37,12 @@ foreach(lang IN ITEMS C CXX)
 endforeach()
 add_compile_definitions($<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:_GLIBCXX_ASSERTIONS>)
 
-# Where there is a compiler cache it is used, whether or not somebody has asked for it.
+# Where there is a compiler cache it is used, whether or not somebody has asked for it. It has to be
+# told that precompiled headers may be relied on.
 find_program(TAVOR_CCACHE ccache DOC "The compiler cache; empty or not found: none")
 foreach(lang IN ITEMS C CXX)
   if(TAVOR_CCACHE AND NOT CMAKE_${lang}_COMPILER_LAUNCHER)
-    set(CMAKE_${lang}_COMPILER_LAUNCHER "${TAVOR_CCACHE}")
+    set(CMAKE_${lang}_COMPILER_LAUNCHER
+        "${CMAKE_COMMAND}" -E env "CCACHE_SLOPPINESS=pch_defines,time_macros" "${TAVOR_CCACHE}")
   endif()
 endforeach()

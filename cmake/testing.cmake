@@ -52,6 +52,9 @@ function(tavor_add_gtest name)
   target_link_libraries(${name} PRIVATE kelapi GTest::gmock GTest::gtest_main Threads::Threads
                                         ${arg_LIBRARIES})
   tavor_test_paths(${name})
+  if(TARGET test_headers)
+    target_precompile_headers(${name} REUSE_FROM test_headers)
+  endif()
 
   get_filename_component(folder "${CMAKE_CURRENT_SOURCE_DIR}" NAME)
   set(labels ${arg_LABELS} ${folder})
