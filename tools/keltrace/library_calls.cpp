@@ -51,11 +51,14 @@ auto call(Function *function, const Arguments &arguments)
 }
 
 // A thread that tries again and again what is refused may wait for another one, which then is not
-// to wait for its processor.
+// to wait for its processor. One that has tried for long goes round: it is to be seen computing.
 void yield_if_refused_again(operation which, bool succeeded)
 {
+    constexpr unsigned PATIENCE = 100;
     static thread_local std::optional<operation> refused;
-    if (!succeeded && refused == which) sched_yield();
+    static thread_local unsigned tries = 0;
+    tries = !succeeded && refused == which ? tries + 1 : 0;
+    if (tries > 0 && tries < PATIENCE) sched_yield();
     refused = succeeded ? std::nullopt : std::optional(which);
 }
 
