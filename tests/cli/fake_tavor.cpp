@@ -9,6 +9,7 @@
 //   flaky=CASE:file                  fails when the file is there, and else makes it
 //   end=status                       exit status behind the summary
 //   refuse                           ends at once
+//   env=NAME                         prints that variable before it begins
 //
 // In texts an underscore stands for a blank.
 #include <unistd.h>
@@ -46,6 +47,9 @@ script read_script()
         const std::size_t colon = rest.find(':');
         if (action == "refuse") {
             read.refuse = true;
+        } else if (action == "env") {
+            const char *const value = std::getenv(rest.c_str());
+            std::printf("%s=%s\n", rest.c_str(), value ? value : "");
         } else if (action == "end") {
             read.end_status = std::stoi(rest);
         } else {

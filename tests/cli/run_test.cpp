@@ -307,16 +307,22 @@ TEST_F(run_test, all_formats_at_once)
     EXPECT_EQ(tap[1], "1..51");
     int point = 0;
     for (std::size_t i = 2; i < tap.size(); i++) {
-        const std::string number = " " + std::to_string(point + 1) + " - kel_";
-        if (tap[i].starts_with("ok" + number) || tap[i].starts_with("not ok" + number)) {
+        const std::string number = std::to_string(point + 1) + " - ";
+        if (tap[i].starts_with("ok " + number) || tap[i].starts_with("not ok " + number)) {
+            const std::size_t own = tap[i].find(" - ") + 3; // tavor's number, then the name
+            const int row = std::stoi(tap[i].substr(own));
+            EXPECT_EQ(
+                tap[i].find(std::string(tools::all_cases()[static_cast<std::size_t>(row)].name)),
+                tap[i].find(' ', own) + 1)
+                << tap[i];
             point++;
         } else {
             EXPECT_TRUE(tap[i].starts_with("#") || tap[i].starts_with("  ")) << tap[i];
         }
     }
     EXPECT_EQ(point, 51);
-    EXPECT_THAT(done.output, HasSubstr("ok 2 - kel_role_always # SKIP ignore\n"));
-    EXPECT_THAT(done.output, HasSubstr("not ok 1 - kel_role_basic\n  ---\n  verdict: fail\n"
+    EXPECT_THAT(done.output, HasSubstr("ok 2 - 393 kel_role_always # SKIP ignore\n"));
+    EXPECT_THAT(done.output, HasSubstr("not ok 1 - 392 kel_role_basic\n  ---\n  verdict: fail\n"
                                        "  message: \"a<b>&\\\"c\\\"\"\n"));
 
     EXPECT_THAT(results(file("r.jsonl")), SizeIs(51));

@@ -1,7 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# What bash offers: completion.sh <folder of completions> <tavor> <tavor-run>
+# What shells offer, and what the page explains, is what the programs know:
+# completion.sh <folder of completions> <tavor> <tavor-run> <tavor-run's page>
 set -eu
 # shellcheck source=/dev/null
 . "$1/tavor"
@@ -9,6 +10,8 @@ set -eu
 . "$1/tavor-run"
 tavor=$2
 tavor_run=$3
+page=$4
+zsh=$1/_tavor-run
 completer=_tavor
 failures=0
 
@@ -49,28 +52,48 @@ expect 'nothing that is no name' '' "$(offered nothing)"
 cases=$(for suite in $suites; do offered "${suite}_"; done | sort -u | grep -vxF "$suites")
 expect 'all cases' "$(sort <<<"$guide" | md5sum)" "$(md5sum <<<"$cases")"
 
+# options_of <command>: as its help has them, in lines.
+options_of() {
+    "$tavor_run" "$1" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
+        grep -vx -- --help | sort
+}
+# formats_of <command> <argument...>: as the error of a wrong one has them, in lines.
+formats_of() {
+    "$tavor_run" "$@" --out nonsense 2>&1 | sed -n 's/.*no such format: nonsense (\(.*\))/\1/p' |
+        sed 's/, /\n/g' | sort
+}
+
 completer=_tavor_run
 for command in run list report compare bisect history explain reproduce; do
     expect "options of $command" \
-        "$("$tavor_run" "$command" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
-            grep -vx -- --help | sort)" \
-        "$(offered "$command" -- | sort)"
+        "$(options_of "$command")" "$(offered "$command" -- | sort)"
+    for option in $(options_of "$command"); do
+        grep -qE -- "$option\\b" "$zsh" || expect "$option for zsh" there missing
+        grep -qE -- "(^|, |\[)\`?$option\\b" "$page" || expect "$option on the page" there missing
+    done
 done
 expect 'options without a command' "$(offered run -- | sort)" "$(offered -- | sort)"
 expect commands 'report reproduce' "$(offered rep | sort | paste -sd ' ')"
 expect 'suites behind a command' 'kel_reg_client kel_reg_tag' "$(offered run kel_reg_ | paste -sd ' ')"
 expect 'a case' 'kel_packet_append_null_pkt' "$(offered --isolate kel_packet_append_null_p)"
-expect formats 'html: jsonl: junit: lava: tap13: tap: text:' \
-    "$(offered --out '' | sort | paste -sd ' ')"
-for format in $(offered --out ''); do
-    "$tavor_run" report /dev/null --out "$format/dev/null" >/dev/null || status=$?
-    expect "format $format" 3 "$status" # nothing ran
-    expect "format $format" '' "$("$tavor_run" report /dev/null --out "$format/dev/null" 2>&1 |
-        grep 'no such format')"
+formats=$(formats_of report /dev/null)
+expect 'a format' text "$(grep -x text <<<"$formats")"
+expect formats "$formats" "$(offered --out '' | tr -d : | sort)"
+expect 'formats for zsh' "$formats" \
+    "$(sed -n 's/^formats=(\(.*\))/\1/p' "$zsh" | tr -d : | tr ' ' '\n' | sort)"
+# shellcheck disable=SC2016
+expect 'formats on the page' "$formats" \
+    "$(sed -n '/^| Format | What/,/^$/s/^| `\([a-z0-9]*\)`.*/\1/p' "$page" | sort)"
+empty=$(mktemp)
+"$tavor_run" report /dev/null --out "jsonl:$empty" >/dev/null || :
+for command in compare history; do
+    formats=$(formats_of "$command" "$empty" "$empty")
+    expect "a format of $command" text "$(grep -x text <<<"$formats")"
+    expect "formats of $command" "$formats" "$(offered "$command" a --out '' | tr -d : | sort)"
+    expect "formats of $command for zsh" "$formats" \
+        "$(sed -n "/^$command)/,/;;/s/.*formats=(\\(.*\\))/\\1/p" "$zsh" | tr -d : |
+            tr ' ' '\n' | sort)"
 done
-expect 'formats of compare' 'html: jsonl: text:' \
-    "$(offered compare a --out '' | sort | paste -sd ' ')"
-expect 'formats of history' 'html: text:' \
-    "$(offered history a --out '' | sort | paste -sd ' ')"
+rm -f "$empty"
 expect 'cases for bisect' "$(sort <<<"$guide" | md5sum)" "$(offered bisect '' | sort | md5sum)"
 exit $((failures > 0))

@@ -9,6 +9,11 @@
 
 namespace tavor_run {
 
+// The names of a command's output formats, for its help.
+std::string run_formats(); // of report, too
+std::string compare_formats();
+std::string history_formats();
+
 int run_command(const run_arguments &given);
 int bisect_command(const run_arguments &given);
 int report_command(const report_arguments &given);

@@ -49,9 +49,7 @@ void add_launch(CLI::App &command, launch_arguments &given)
 
 void add_output(CLI::App &command, output_arguments &given)
 {
-    command
-        .add_option("--out,--output", given.outputs,
-                    "format:file, several; text, junit, tap, tap13, jsonl, html, lava")
+    command.add_option("--out,--output", given.outputs, "format:file, several; " + run_formats())
         ->allow_extra_args(false);
     command.add_flag("--quiet,-q", given.quiet, "in texts only what is not good");
     command.add_option("--color", given.colour, "auto, always, never")
@@ -88,7 +86,8 @@ void add_compare(CLI::App &command, compare_arguments &given)
     command.add_option("reports", given.reports, "jsonl results, as file or name=file")
         ->required()
         ->expected(2, CLI::detail::expected_max_vector_size);
-    command.add_option("--out,--output", given.outputs, "format:file, several; text, html, jsonl")
+    command
+        .add_option("--out,--output", given.outputs, "format:file, several; " + compare_formats())
         ->allow_extra_args(false);
     command.add_flag("--quiet,-q", given.quiet, "in texts only what differs or is not good");
 }
@@ -97,7 +96,8 @@ void add_history(CLI::App &command, history_arguments &given)
 {
     command.add_option("reports", given.reports, "jsonl results, or folders with *.jsonl")
         ->required();
-    command.add_option("--out,--output", given.outputs, "format:file, several; text, html")
+    command
+        .add_option("--out,--output", given.outputs, "format:file, several; " + history_formats())
         ->allow_extra_args(false);
 }
 

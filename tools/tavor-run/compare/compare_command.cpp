@@ -7,6 +7,7 @@
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/tavor-run/compare/comparison.h"
+#include "tools/tavor-run/formats/format_table.h"
 #include "tools/tavor-run/formats/outputs.h"
 #include "tools/tavor-run/results/baseline.h"
 
@@ -22,6 +23,8 @@ void describe(std::ostream &text, const char *title, const stored_run &run)
         text << "        tavor " << run.identity.path << ", " << run.identity.target << ", tree "
              << run.identity.tree << "\n        library " << library.path << ", build id "
              << (library.build_id.empty() ? "unknown" : library.build_id) << "\n";
+        text << (run.identity.settings.empty() ? ""
+                                               : "        with " + run.identity.settings + "\n");
     }
 }
 
@@ -48,23 +51,33 @@ std::string differences_text(const stored_run &before, const stored_run &after)
     return text.str();
 }
 
-std::string formatted(const std::string &format, const comparison &what, bool as_table, bool quiet)
+struct text_form {
+    bool as_table;
+    bool is_quiet;
+};
+
+std::string text_of_two_or_more(const comparison &what, const text_form &form)
 {
-    if (format == "html") {
-        return html_of(what);
-    }
-    if (format == "jsonl") {
-        return json_lines_of(what);
-    }
-    if (format != "text") {
-        throw usage_error("no such format: " + format + " (text, html, jsonl)");
-    }
-    const std::string text = as_table ? text_of(what, quiet)
-                                      : differences_text(what.columns[0].run, what.columns[1].run);
-    return tools::printable(text, "\n");
+    return tools::printable(form.as_table
+                                ? text_of(what, form.is_quiet)
+                                : differences_text(what.columns[0].run, what.columns[1].run),
+                            "\n");
 }
 
+using maker = std::string (*)(const comparison &, const text_form &);
+
+constexpr auto FORMATS = std::to_array<output_format<maker>>({
+    {"text", text_of_two_or_more},
+    {"html", [](const auto &what, const auto &) { return html_of(what); }},
+    {"jsonl", [](const auto &what, const auto &) { return json_lines_of(what); }},
+});
+
 } // namespace
+
+std::string compare_formats()
+{
+    return names_in(FORMATS);
+}
 
 int compare_command(const compare_arguments &given)
 {
@@ -83,7 +96,7 @@ int compare_command(const compare_arguments &given)
     for (const std::string &each : outputs) {
         const report_target target = parse_target(each);
         tools::output_file(target.path)
-            .replace(formatted(target.format, what, as_table, given.quiet));
+            .replace(format_named(FORMATS, target.format).make(what, {as_table, given.quiet}));
     }
     return exit_code(what);
 }

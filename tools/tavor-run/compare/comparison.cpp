@@ -226,6 +226,7 @@ std::string column_facts(const comparison_column &column)
         text += ", library " + identity.library.path + " " +
                 identity.library.build_id.substr(0, BUILD_ID_SHOWN);
     }
+    text += identity.settings.empty() ? "" : ", with " + identity.settings;
     return text;
 }
 

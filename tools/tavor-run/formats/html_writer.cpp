@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // One page that needs nothing beside itself: first the cases to look at, then the others by suite.
-#include <cstdio>
 #include <map>
 
 #include "tools/tavor-run/formats/document_writer.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/markup.h"
 #include "tools/tavor-run/formats/writer.h"
 
@@ -24,13 +24,17 @@ std::string fact(const char *name, const std::string &value)
 std::string facts(const run_record &record)
 {
     const program_identity &identity = record.identity;
+    const std::chrono::microseconds total = total_time(record.results);
     return "<table class=\"stacks\">\n" + fact("started", record.started) +
            fact("command", record.command_line) + fact("tavor", identity.path) +
            fact("target", identity.target) + fact("tree", identity.tree) +
            fact("image", identity.image) + fact("library", identity.library.path) +
            fact("soname", identity.library.soname) + fact("build id", identity.library.build_id) +
+           fact("settings", identity.settings) +
            fact("kind", identity.library.is_reference ? "the reference library" : "") +
-           fact("seed", record.seed ? std::to_string(*record.seed) : "") + "</table>\n";
+           fact("seed", record.seed ? std::to_string(*record.seed) : "") +
+           fact("time in cases", total.count() > 0 ? seconds_text(total) + " s" : "") +
+           "</table>\n";
 }
 
 std::string details_of(const case_history &each)
@@ -68,16 +72,14 @@ std::string details_of(const case_history &each)
 std::string row_of(const case_history &each)
 {
     const case_result &what = each.worst();
-    std::array<char, 32> time{};
-    std::snprintf(time.data(), time.size(), "%.3f",
-                  std::chrono::duration<double>(what.duration).count());
     const std::string state(name_of(what.state));
     const std::string name = escaped(what.name);
     return "<tr class=\"case\" id=\"" + name + "\" data-verdict=\"" + state + "\"><td>" +
            std::to_string(what.number) + "</td><td><a href=\"#" + name + "\">" + name +
-           "</a></td><td class=\"" + state + "\">" + state + "</td><td class=\"time\">" +
-           (what.duration.count() > 0 ? time.data() : "") + "</td><td>" + details_of(each) +
-           "</td></tr>\n";
+           "</a><br><span class=\"place\">" + escaped(text_of(place_of(what))) +
+           "</span></td><td class=\"" + state + "\">" + state + "</td><td class=\"time\">" +
+           (what.duration.count() > 0 ? seconds_text(what.duration) : "") + "</td><td>" +
+           details_of(each) + "</td></tr>\n";
 }
 
 std::string table_of(const std::string &rows)
@@ -158,6 +160,21 @@ std::string suites(const std::vector<case_history> &cases)
     return text;
 }
 
+std::string slowest_cases(const run_record &record)
+{
+    std::string rows;
+    for (const case_result *each : slowest(record.results)) {
+        const std::string name = escaped(each->name);
+        rows += "<tr><td class=\"time\">" + seconds_text(each->duration) + "</td><td><a href=\"#" +
+                name + "\">" + name + "</a></td></tr>\n";
+    }
+    return rows.empty() ? ""
+                        : "<details><summary>The slowest cases</summary>\n<table>\n<thead><tr>"
+                          "<th scope=\"col\">Seconds</th><th scope=\"col\">Case</th></tr></thead>\n"
+                          "<tbody>\n" +
+                              rows + "</tbody></table></details>\n";
+}
+
 // Filters by name and verdict. Without scripts the form stays hidden, and the page is whole.
 constexpr std::string_view FILTER = R"(<form id="filter" hidden>
 <label>Name <input type="search" id="name"></label>
@@ -200,7 +217,7 @@ std::string document(const run_record &record)
     }
     const std::vector<case_history> cases = by_case(record.results);
     return text + std::string(FILTER) + attention(cases, record.has_baseline) + suites(cases) +
-           std::string(FILTER_SCRIPT) + "</body>\n</html>\n";
+           slowest_cases(record) + std::string(FILTER_SCRIPT) + "</body>\n</html>\n";
 }
 
 } // namespace

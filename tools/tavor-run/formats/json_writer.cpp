@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/common/output_file.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/writer.h"
 #include "tools/tavor-run/results/results_file.h"
 
@@ -34,6 +35,13 @@ json json_of(const case_result &what)
     json line = {{"type", "case"},         {"name", what.name}, {"suite", what.suite()},
                  {"number", what.number},  {"run", what.run},   {"verdict", name_of(what.state)},
                  {"message", what.message}};
+    const explain::place defined = explain::place_of_case(what.name);
+    line["file"] = defined.file;
+    line["line"] = defined.line;
+    if (what.state == verdict::fail) {
+        const explain::place check = place_of(what);
+        line["check"] = {{"file", check.file}, {"line", check.line}};
+    }
     if (what.duration.count() > 0) {
         line["seconds"] = what.seconds();
     }
@@ -66,6 +74,9 @@ public:
                      {"host", record.identity.host},
                      {"tavor", json_of(record.identity)},
                      {"library", json_of(record.identity.library)}};
+        if (!record.identity.settings.empty()) {
+            line["settings"] = record.identity.settings;
+        }
         if (record.seed) {
             line["seed"] = *record.seed;
         }
@@ -100,7 +111,11 @@ public:
         for (std::size_t i = 0; i < all.size(); i++) {
             counts[std::string(name_of(static_cast<verdict>(i)))] = all[i];
         }
-        write({{"type", "end"}, {"counts", counts}, {"exit", exit_code(record)}});
+        json line = {{"type", "end"}, {"counts", counts}, {"exit", exit_code(record)}};
+        if (const auto total = total_time(record.results); total.count() > 0) {
+            line["seconds"] = std::chrono::duration<double>(total).count();
+        }
+        write(line);
     }
 
 private:

@@ -3,10 +3,10 @@
 // JUnit XML, in what the usual schemas have in common: some know no attributes of the root, and
 // want each suite to have all its attributes and elements. After each result the file is a whole
 // document.
-#include <cstdio>
 #include <map>
 
 #include "tools/tavor-run/formats/document_writer.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/markup.h"
 #include "tools/tavor-run/formats/writer.h"
 
@@ -19,12 +19,10 @@ std::string attribute(const char *name, std::string_view value)
     return std::string(" ") + name + "=\"" + escaped(value) + "\"";
 }
 
-std::string seconds(std::chrono::microseconds duration)
+// Measured times only.
+std::string time_attribute(std::chrono::microseconds duration)
 {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.6f",
-                  std::chrono::duration<double>(duration).count());
-    return text.data();
+    return duration.count() == 0 ? "" : attribute("time", seconds_text(duration, 6));
 }
 
 // What becomes of a case, as an element's name; empty for a pass. Known failures are skipped, as
@@ -62,14 +60,14 @@ struct suite_totals {
         return attribute("tests", std::to_string(tests)) +
                attribute("failures", std::to_string(failures)) +
                attribute("errors", std::to_string(errors)) +
-               attribute("skipped", std::to_string(skipped)) + attribute("time", seconds(duration));
+               attribute("skipped", std::to_string(skipped)) + time_attribute(duration);
     }
 };
 
 std::string body_text(const case_history &each)
 {
     const case_result &what = each.worst();
-    std::string text = what.message + "\n";
+    std::string text = what.message + "\nat " + text_of(place_of(what)) + "\n";
     if (!what.difference.empty()) {
         text += "baseline: " + what.difference + "\n";
     }
@@ -115,12 +113,21 @@ std::string printed(std::string_view element, const case_result &what)
     return text.empty() ? "" : "      <system-out>" + escaped(text) + "</system-out>\n";
 }
 
+// Readers take it for the case's own: a failure's check is in its text.
+std::string place(const case_result &what)
+{
+    const explain::place defined = explain::place_of_case(what.name);
+    return defined.file.empty()
+               ? ""
+               : attribute("file", defined.file) + attribute("line", std::to_string(defined.line));
+}
+
 std::string test_case(std::string_view element, const case_history &each)
 {
     const case_result &what = each.worst();
     const std::string start = "    <testcase" + attribute("classname", what.suite()) +
-                              attribute("name", what.name) +
-                              attribute("time", seconds(what.duration));
+                              attribute("name", what.name) + place(what) +
+                              time_attribute(what.duration);
     const std::string inside = (element.empty()      ? ""
                                 : element == SKIPPED ? skipped(what)
                                                      : failed(element, each)) +
@@ -140,6 +147,7 @@ std::string properties(const run_record &record)
         {"library", identity.library.path},
         {"library.soname", identity.library.soname},
         {"library.build_id", identity.library.build_id},
+        {"settings", identity.settings},
         {"seed", record.seed ? std::to_string(*record.seed) : ""},
     };
     std::string text = "    <properties>\n";

@@ -67,6 +67,9 @@ public:
         if (!library.path.empty()) {
             text += comment("library " + library.path + " " + library.build_id);
         }
+        if (!record.identity.settings.empty()) {
+            text += comment("settings " + record.identity.settings);
+        }
         if (record.seed) {
             text += comment("seed " + std::to_string(*record.seed));
         }

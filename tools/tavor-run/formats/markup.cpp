@@ -33,7 +33,7 @@ pre { white-space: pre-wrap; margin: 0.3rem 0; }
 summary { cursor: pointer; padding: 0.2rem 0; }
 svg { max-width: 100%; color: var(--ink); }
 .pass { color: var(--good); }
-.ignore, .not_run, .GOOD { color: var(--quiet); }
+.ignore, .not_run, .GOOD, .place { color: var(--quiet); }
 .fail, .NEW, .KNOWN { color: var(--bad); font-weight: bold; }
 .crash, .hang, .flood, .damaged, .unended, .unseen, .LOST, .FLAKY { color: var(--lost); font-weight: bold; }
 .FIXED { color: var(--good); font-weight: bold; }

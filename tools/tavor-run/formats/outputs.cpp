@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/formats/format_table.h"
 #include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
@@ -26,32 +28,37 @@ text_style text_style_of(const output_arguments &given, const std::string &path)
     return style;
 }
 
+using maker = std::unique_ptr<writer> (*)(const std::string &path, const text_style &style);
+
+constexpr auto FORMATS = std::to_array<output_format<maker>>({
+    {"text", make_text_writer},
+    {"junit", [](const auto &path, const auto &) { return make_junit_writer(path); }},
+    {"tap", [](const auto &path, const auto &) { return make_tap_writer(path, 14); }},
+    {"tap13", [](const auto &path, const auto &) { return make_tap_writer(path, 13); }},
+    {"jsonl", [](const auto &path, const auto &) { return make_json_writer(path); }},
+    {"html", [](const auto &path, const auto &) { return make_html_writer(path); }},
+    {"lava", [](const auto &path, const auto &) { return make_lava_writer(path); }},
+    {"github", [](const auto &path, const auto &) { return make_github_writer(path); }},
+});
+
 std::unique_ptr<writer> make_writer(const std::string &output, const output_arguments &given)
 {
     const auto &[format, path] = parse_target(output);
-    if (format == "text") {
-        return make_text_writer(path, text_style_of(given, path));
-    }
-    if (format == "junit") {
-        return make_junit_writer(path);
-    }
-    if (format == "tap" || format == "tap13") {
-        return make_tap_writer(path, format == "tap" ? 14 : 13);
-    }
-    if (format == "jsonl") {
-        return make_json_writer(path);
-    }
-    if (format == "html") {
-        return make_html_writer(path);
-    }
-    if (format == "lava") {
-        return make_lava_writer(path);
-    }
-    throw usage_error("no such format: " + format +
-                      " (text, junit, tap, tap13, jsonl, html, lava)");
+    return format_named(FORMATS, format).make(path, text_style_of(given, path));
+}
+
+// Alone on standard output. Annotations are meant to be between other lines.
+bool takes_standard_output(const std::string &output)
+{
+    return goes_to_standard_output(output) && parse_target(output).format != "github";
 }
 
 } // namespace
+
+std::string run_formats()
+{
+    return names_in(FORMATS);
+}
 
 report_target parse_target(const std::string &output)
 {
@@ -75,7 +82,7 @@ void start_record(run_record &record, const output_arguments &given)
 void add_writers(reporter &report, const output_arguments &given)
 {
     const auto on_terminal =
-        std::count_if(given.outputs.begin(), given.outputs.end(), goes_to_standard_output);
+        std::count_if(given.outputs.begin(), given.outputs.end(), takes_standard_output);
     if (on_terminal > 1) {
         throw usage_error("only one report can go to standard output");
     }

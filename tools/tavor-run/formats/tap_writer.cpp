@@ -40,6 +40,9 @@ public:
         if (!library.path.empty()) {
             text += "# library " + printable(library.path + " " + library.build_id) + "\n";
         }
+        if (!record.identity.settings.empty()) {
+            text += "# settings " + printable(record.identity.settings) + "\n";
+        }
         if (record.seed) {
             text += "# seed " + std::to_string(*record.seed) + "\n";
         }
@@ -53,7 +56,7 @@ public:
         const bool is_fixed = what.against_baseline == standing::fixed;
         const bool ok = good && !(is_fixed && record.fixed_is_failure);
         std::string text = (ok ? "ok " : "not ok ") + std::to_string(++points) + " - ";
-        text += what.name;
+        text += std::to_string(what.number) + " " + what.name;
         if (skipped) {
             text += " # SKIP " + std::string(name_of(what.state));
         } else if (is_excused(what)) {

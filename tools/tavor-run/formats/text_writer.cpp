@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // The table for people, live on a terminal.
-#include <cstdio>
 #include <sstream>
 
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/common/registry.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
@@ -20,15 +20,14 @@ constexpr int NAME_WIDTH = 50;
 constexpr int STATE_WIDTH = 8;
 
 // Blanks for what was not measured.
-std::string seconds_text(std::chrono::microseconds duration)
+std::string duration_text(std::chrono::microseconds duration)
 {
+    constexpr std::size_t WIDTH = 8;
     if (duration.count() == 0) {
-        return std::string(10, ' ');
+        return std::string(WIDTH + 2, ' ');
     }
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%8.3f s",
-                  std::chrono::duration<double>(duration).count());
-    return text.data();
+    const std::string text = seconds_text(duration);
+    return std::string(WIDTH - std::min(WIDTH, text.size()), ' ') + text + " s";
 }
 
 std::string padded(std::string_view text, int width)
@@ -58,6 +57,7 @@ public:
                     : library.build_id.empty() ? ", build id unknown"
                                                : ", build id " + library.build_id;
             text += library.is_reference ? ", the reference library\n" : "\n";
+            text += identity.settings.empty() ? "" : "settings " + identity.settings + "\n";
             text = printable(text, "\n");
         }
         if (record.seed) {
@@ -85,7 +85,7 @@ public:
         std::string text = style.live ? "\r\x1b[K" : "";
         text += padded(what.name, NAME_WIDTH) + " ";
         text += coloured(what.state, padded(name_of(what.state), STATE_WIDTH));
-        text += seconds_text(what.duration);
+        text += duration_text(what.duration);
         text += what.message.empty() ? "" : "  " + printable(what.message);
         const std::string baseline = words_against_baseline(what);
         text += baseline.empty() ? "" : "  [" + baseline + "]";
@@ -107,6 +107,7 @@ public:
                 text += section(each);
             }
         }
+        text += durations(record);
         const tally counts = count(record.results);
         text += std::to_string(record.results.size()) + " results: " + counts_text(counts) + "\n";
         if (record.has_baseline) {
@@ -116,6 +117,22 @@ public:
     }
 
 private:
+    // The slowest of a long run only.
+    std::string durations(const run_record &record) const
+    {
+        constexpr std::size_t LONG_RUN = 20;
+        const std::vector<const case_result *> slow = slowest(record.results);
+        if (slow.empty()) return "";
+        std::string text;
+        if (record.results.size() > LONG_RUN && !style.quiet) {
+            text += "the slowest:\n";
+            for (const case_result *each : slow) {
+                text += duration_text(each->duration) + "  " + each->name + "\n";
+            }
+        }
+        return text + seconds_text(total_time(record.results)) + " s in cases\n";
+    }
+
     static bool has_more_to_say(const case_history &each)
     {
         return !each.worst().output.empty() || !each.worst().repeat_command.empty() ||
@@ -131,6 +148,7 @@ private:
             text << ", in " << each.bad << " of " << each.runs << " runs";
         }
         text << "\n  " << printable(what.message) << "\n";
+        text << "  at " << text_of(place_of(what)) << "\n";
         if (!what.output.empty()) {
             text << "  printed by the case:\n";
         }

@@ -39,6 +39,7 @@ std::unique_ptr<writer> make_tap_writer(const std::string &path, int version);
 std::unique_ptr<writer> make_json_writer(const std::string &path);
 std::unique_ptr<writer> make_html_writer(const std::string &path);
 std::unique_ptr<writer> make_lava_writer(const std::string &path);
+std::unique_ptr<writer> make_github_writer(const std::string &path);
 
 // Keeps the record and tells all writers. One that cannot write is told of and left out from then
 // on; with the last that was asked for its exception is thrown on.

@@ -4,11 +4,28 @@
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/tavor-run/commands.h"
+#include "tools/tavor-run/formats/format_table.h"
 #include "tools/tavor-run/formats/outputs.h"
 #include "tools/tavor-run/history/history.h"
 #include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
+
+namespace {
+
+using maker = std::string (*)(const history &);
+
+constexpr auto FORMATS = std::to_array<output_format<maker>>({
+    {"text", [](const history &what) { return tools::printable(text_of(what), "\n"); }},
+    {"html", html_of},
+});
+
+} // namespace
+
+std::string history_formats()
+{
+    return names_in(FORMATS);
+}
 
 int history_command(const history_arguments &given)
 {
@@ -19,12 +36,7 @@ int history_command(const history_arguments &given)
     }
     for (const std::string &each : outputs) {
         const report_target target = parse_target(each);
-        if (target.format != "html" && target.format != "text") {
-            throw usage_error("no such format: " + target.format + " (text, html)");
-        }
-        tools::output_file(target.path)
-            .replace(target.format == "html" ? html_of(what)
-                                             : tools::printable(text_of(what), "\n"));
+        tools::output_file(target.path).replace(format_named(FORMATS, target.format).make(what));
     }
     const auto counts = what.counts();
     const auto has = [&](trend which) { return counts[static_cast<std::size_t>(which)] > 0; };

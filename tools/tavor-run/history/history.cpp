@@ -28,7 +28,8 @@ static_assert(LETTERS.size() == VERDICT_COUNT);
 environment environment_of(const stored_run &run)
 {
     const program_identity &identity = run.identity;
-    return {identity.host, identity.library.build_id, identity.tree, identity.target};
+    return {identity.host, identity.library.build_id, identity.tree, identity.target,
+            identity.settings};
 }
 
 std::vector<stored_run> runs_in(const fs::path &folder, std::vector<std::string> &skipped)
@@ -245,7 +246,8 @@ std::string_view name_of(trend which)
 std::string environment::text() const
 {
     return "library " + (build_id.empty() ? "unknown" : build_id.substr(0, BUILD_ID_SHOWN)) +
-           ", tavor " + (tree.empty() ? "unknown" : tree) + (host.empty() ? "" : ", on " + host);
+           ", tavor " + (tree.empty() ? "unknown" : tree) + (host.empty() ? "" : ", on " + host) +
+           (settings.empty() ? "" : ", with " + settings);
 }
 
 std::string case_trend::last_message() const

@@ -37,6 +37,7 @@ struct environment {
     std::string build_id{}; // of the library
     std::string tree{};     // of tavor
     std::string target{};
+    std::string settings{}; // of library and shim, from the process's environment
 
     bool operator==(const environment &) const = default;
     std::string text() const; // for people

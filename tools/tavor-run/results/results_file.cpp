@@ -47,6 +47,7 @@ private:
             run.part = parse_shard(part);
         }
         run.identity.host = line.value("host", ""); // older reports have none
+        run.identity.settings = line.value("settings", "");
         const json &tavor = line.at("tavor");
         run.identity.path = tavor.at("path");
         run.identity.target = tavor.at("target");

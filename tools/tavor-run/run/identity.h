@@ -23,6 +23,9 @@ struct program_identity {
     std::string tree{};
     std::string image{};
     library_identity library{};
+    // What steers library and shim from the environment, as assignments for a shell: a run with
+    // faults is not a plain one.
+    std::string settings{};
 };
 
 // What an ELF file says of itself; the fields stay empty where it does not.

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <utility>
 
@@ -30,6 +31,28 @@ std::string in_front(const std::string &variable, const std::string &first)
         value += std::string(":") + inherited;
     }
     return variable + "=" + value;
+}
+
+std::string variable_of(std::string_view assignment)
+{
+    return std::string(assignment.substr(0, assignment.find('=')));
+}
+
+// What steers library and shim, without the variables that are `given` anew.
+std::string inherited_settings(const std::vector<std::string> &given = {})
+{
+    std::set<std::string> replaced;
+    for (const std::string &each : given) {
+        replaced.insert(variable_of(each));
+    }
+    std::set<std::string> settings; // in an order of their own
+    for (char **each = environ; *each != nullptr; each++) {
+        const std::string name = variable_of(*each);
+        const bool steers = name.starts_with("KEL_REFERENCE_") || name.starts_with("KELTRACE_") ||
+                            name == "LD_PRELOAD";
+        if (steers && !replaced.contains(name)) settings.insert(*each);
+    }
+    return settings.empty() ? "" : tools::shell_line({settings.begin(), settings.end()}, {});
 }
 
 } // namespace
@@ -57,6 +80,13 @@ command launcher::tavor(const std::vector<std::string> &arguments, bool traced) 
 
 std::string launcher::shell_text(const command &what) const
 {
+    std::string text = command_line(what);
+    const std::string settings = inherited_settings(what.environment);
+    return settings.empty() ? text : settings + " " + text;
+}
+
+std::string launcher::command_line(const command &what) const
+{
     if (options.through.empty()) {
         return tools::shell_line(what.environment, what.arguments);
     }
@@ -76,7 +106,7 @@ tools::process_result launcher::run(const command &what, tools::process_options 
         process.arguments = what.arguments;
         process.environment = what.environment;
     } else {
-        process.arguments = {"/bin/sh", "-c", shell_text(what)};
+        process.arguments = {"/bin/sh", "-c", command_line(what)};
     }
     process.timeout_signal = SIGTERM;
     process.stop_signal = SIGINT;
@@ -103,6 +133,7 @@ std::string launcher::answer_of(const command &question) const
 program_identity launcher::identify() const
 {
     program_identity identity;
+    identity.settings = inherited_settings();
     identity.host = answer_of({{}, {"uname", "-n"}});
     identity.host.resize(std::min(identity.host.find_first_of("\r\n"), identity.host.size()));
     identity.path = options.through.empty() ? found_in_path(options.tavor) : options.tavor;

@@ -32,7 +32,7 @@ public:
     // tavor with these arguments, with the shim in front of the library where `traced`.
     command tavor(const std::vector<std::string> &arguments, bool traced = false) const;
 
-    // As it is typed into a shell.
+    // As it is typed into a shell, with the settings that are in this process's environment.
     std::string shell_text(const command &what) const;
 
     // Fills in what is to be run in `process`, and runs it.
@@ -43,6 +43,7 @@ public:
     program_identity identify() const;
 
 private:
+    std::string command_line(const command &what) const;
     std::string answer_of(const command &question) const;
     std::string bytes_of(const std::string &path) const;
 
