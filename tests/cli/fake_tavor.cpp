@@ -7,6 +7,7 @@
 //   flood=CASE:lines  prints 100 MB, in lines or without their ends; "ever" is without end
 //   poison=CASE:BEFORE[+BEFORE...]   fails when all these ran before it in the same process
 //   flaky=CASE:file                  fails when the file is there, and else makes it
+//   fail_from=CASE:folder            fails with a library from this folder on, by name
 //   end=status                       exit status behind the summary
 //   refuse                           ends at once
 //   env=NAME                         prints that variable before it begins
@@ -100,6 +101,10 @@ verdict run_case(const script &how, const std::string &name)
     const auto &[action, text] = found->second;
     if (action == "fail") {
         return {false, with_blanks(text)};
+    }
+    if (action == "fail_from") {
+        const char *const folder = std::getenv("LD_LIBRARY_PATH");
+        return {false, folder && std::string(folder).substr(0, text.size()) >= text ? "bad" : ""};
     }
     if (action == "ignore") {
         return {true, ""};

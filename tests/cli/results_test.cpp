@@ -257,6 +257,22 @@ TEST(minimised_lists, hold_and_cannot_be_shorter)
     EXPECT_THAT(minimised(rows_up_to(400), needs({3, 200, 201})), ElementsAre(3, 200, 201));
 }
 
+TEST(halving, finds_the_first_bad_one)
+{
+    for (std::size_t count = 0; count < 40; count++) {
+        for (std::size_t first = 0; first <= count; first++) {
+            unsigned tries = 0;
+            EXPECT_EQ(first_bad(count,
+                                [&](std::size_t index) {
+                                    tries++;
+                                    return index < first;
+                                }),
+                      first);
+            EXPECT_LE(tries, 8U);
+        }
+    }
+}
+
 TEST(libraries, that_are_damaged_are_read_with_care)
 {
     const std::string bytes = tools::read_bytes(KEL_REFERENCE_LIBRARY);

@@ -254,6 +254,43 @@ TEST_F(run_test, a_baseline_names_what_differs)
     EXPECT_TRUE(tavor_run({"compare", file("now.jsonl"), "/nowhere/x"}).exited_with(3));
 }
 
+TEST_F(run_test, bisect_finds_the_first_bad_library)
+{
+    std::vector<std::string> folders;
+    for (const std::string build : {"a", "b", "c", "d", "e", "f"}) {
+        fs::create_directory(file(build));
+        std::ofstream(file(build) + "/libkel.so") << "not loaded by the stand-in";
+        folders.push_back(file(build));
+    }
+    script = "fail_from=kel_role_basic:" + file("d");
+    std::vector<std::string> arguments = {"bisect", "--tavor", FAKE_TAVOR_PROGRAM, "--libs"};
+    arguments.insert(arguments.end(), folders.begin(), folders.end());
+    arguments.emplace_back("kel_role_basic");
+    const auto found = tavor_run(arguments);
+    EXPECT_TRUE(found.exited_with(1)) << found.output << found.errors;
+    EXPECT_THAT(found.output,
+                AllOf(HasSubstr("the first bad one: " + file("d") + ", build id unknown\n"),
+                      HasSubstr("the last good one: " + file("c") + ","),
+                      HasSubstr("again: LD_LIBRARY_PATH=" + file("d"))));
+    EXPECT_EQ(count_of(found.output, "  " + folder.string()), 4);
+
+    arguments.back() = "kel_role_always";
+    EXPECT_TRUE(tavor_run(arguments).exited_with(0));
+    // The case may come first, too.
+    arguments.pop_back();
+    arguments.insert(arguments.begin() + 1, "kel_role_basic");
+    EXPECT_TRUE(tavor_run(arguments).exited_with(1));
+    arguments[1] = "kel_nothing";
+    EXPECT_TRUE(tavor_run(arguments).exited_with(3));
+    arguments[1] = "kel_role_basic";
+    arguments.push_back(file("nowhere"));
+    const auto refused = tavor_run(arguments);
+    EXPECT_TRUE(refused.exited_with(3));
+    EXPECT_EQ(refused.output, "") << "before anything runs";
+    EXPECT_TRUE(tavor_run({"bisect"}).exited_with(3));
+    EXPECT_TRUE(tavor_run({"bisect", "--libs", file("a"), "kel_role_basic"}).exited_with(3));
+}
+
 // The names of elements that are open at the end, or what is wrong with the text.
 std::string open_elements(const std::string &xml)
 {

@@ -49,7 +49,8 @@ struct run_arguments {
     std::optional<unsigned> repeat{};
     bool until_fail = false;
     bool fail_fast = false;
-    std::string bisected{}; // a case
+    std::string bisected{};               // a case
+    std::vector<std::string> libraries{}; // folders to bisect, the oldest first
 };
 
 struct report_arguments {

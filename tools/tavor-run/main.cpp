@@ -134,8 +134,11 @@ struct program {
         add_history(*app.add_subcommand("history", "what changed over many jsonl results"),
                     history);
         CLI::App *const bisecter =
-            app.add_subcommand("bisect", "find which cases before it change a case's verdict");
-        bisecter->add_option("case", bisect.bisected)->required();
+            app.add_subcommand("bisect", "find which cases before it change a case's verdict, or "
+                                         "with which library it is not good any more");
+        bisecter->add_option("case", bisect.bisected);
+        bisecter->add_option("--libs", bisect.libraries,
+                             "folders of libkel.so, the oldest first: find the first bad one");
         add_selection(*bisecter, bisect.selection);
         add_launch(*bisecter, bisect.launch);
         CLI::App *const explainer =

@@ -10,6 +10,23 @@ namespace tavor_run {
 
 namespace {
 
+// Line numbers left aside.
+bool are_equal(const outcome &one, const outcome &other)
+{
+    return one.state == other.state &&
+           (one.state != verdict::fail || comparable(one.message) == comparable(other.message));
+}
+
+// The rows without those from `first` up to `last`.
+std::vector<int> without(const std::vector<int> &rows, std::size_t first, std::size_t last)
+{
+    std::vector<int> rest(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(first));
+    rest.insert(rest.end(), rows.begin() + static_cast<std::ptrdiff_t>(last), rows.end());
+    return rest;
+}
+
+} // namespace
+
 outcome outcome_after(const launcher &how, const run_options &options, int row,
                       std::vector<int> predecessors)
 {
@@ -28,27 +45,23 @@ outcome outcome_after(const launcher &how, const run_options &options, int row,
     return last;
 }
 
-// Line numbers left aside.
-bool are_equal(const outcome &one, const outcome &other)
-{
-    return one.state == other.state &&
-           (one.state != verdict::fail || comparable(one.message) == comparable(other.message));
-}
-
 std::string text_of(const outcome &what)
 {
     return std::string(name_of(what.state)) + (what.message.empty() ? "" : " : " + what.message);
 }
 
-// The rows without those from `first` up to `last`.
-std::vector<int> without(const std::vector<int> &rows, std::size_t first, std::size_t last)
+std::size_t first_bad(std::size_t count, const std::function<bool(std::size_t)> &is_good)
 {
-    std::vector<int> rest(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(first));
-    rest.insert(rest.end(), rows.begin() + static_cast<std::ptrdiff_t>(last), rows.end());
-    return rest;
+    if (count == 0 || is_good(count - 1)) return count;
+    if (!is_good(0)) return 0;
+    std::size_t good = 0;
+    std::size_t bad = count - 1;
+    while (bad - good > 1) {
+        const std::size_t middle = good + (bad - good) / 2;
+        (is_good(middle) ? good : bad) = middle;
+    }
+    return bad;
 }
-
-} // namespace
 
 std::vector<int> minimised(std::vector<int> rows,
                            const std::function<bool(const std::vector<int> &)> &holds)

@@ -16,6 +16,16 @@ namespace tavor_run {
 std::vector<int> minimised(std::vector<int> rows,
                            const std::function<bool(const std::vector<int> &)> &holds);
 
+// The first of `count` that is not good: by halves, so that it counts on all later ones being bad,
+// too. `count` when the last is good.
+std::size_t first_bad(std::size_t count, const std::function<bool(std::size_t)> &is_good);
+
+// What becomes of `row` after `predecessors`; unseen when nothing ran.
+outcome outcome_after(const launcher &how, const run_options &options, int row,
+                      std::vector<int> predecessors = {});
+// "fail : message"
+std::string text_of(const outcome &what);
+
 struct bisection {
     outcome alone{};
     outcome after_all{};

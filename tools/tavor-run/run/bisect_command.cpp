@@ -8,6 +8,7 @@
 #include "tools/common/printable.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/run/bisect.h"
+#include "tools/tavor-run/run/bisect_libraries.h"
 #include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
@@ -36,9 +37,13 @@ void tell_needed(const launcher &launch, const run_arguments &given, const std::
 
 int bisect_command(const run_arguments &given)
 {
+    if (!given.libraries.empty()) {
+        return bisect_libraries(given);
+    }
     const int row = tools::case_number(given.bisected);
     if (row < 0) {
-        throw usage_error("no such case: " + given.bisected);
+        throw usage_error(given.bisected.empty() ? "bisect: which case?"
+                                                 : "no such case: " + given.bisected);
     }
     std::vector<int> rows = selected_rows(given.selection);
     if (const auto seed = seed_of(given.selection.shuffle)) {
