@@ -119,7 +119,7 @@ TEST(shards, share_all_jobs_whatever_their_order)
     for (const unsigned count : {1U, 2U, 7U, 100U}) {
         std::map<std::string, unsigned> shard_of;
         for (unsigned i = 1; i <= count; i++) {
-            const auto part = take_shard(jobs, {i, count});
+            const auto part = jobs_of_shard(jobs, {i, count});
             EXPECT_GT(part.size(), jobs.size() / count / 3);
             for (const campaign::task &job : part) {
                 EXPECT_TRUE(shard_of.emplace(job.id, i).second) << job.id;
@@ -127,7 +127,7 @@ TEST(shards, share_all_jobs_whatever_their_order)
         }
         EXPECT_EQ(shard_of.size(), jobs.size());
         std::reverse(jobs.begin(), jobs.end());
-        for (const campaign::task &job : take_shard(jobs, {1, count})) {
+        for (const campaign::task &job : jobs_of_shard(jobs, {1, count})) {
             EXPECT_EQ(shard_of.at(job.id), 1U);
         }
     }

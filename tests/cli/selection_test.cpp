@@ -88,14 +88,14 @@ TEST(selection, shards_are_a_partition)
     for (const unsigned shards : {1U, 2U, 7U, 449U}) {
         std::vector<int> all;
         for (unsigned index = 1; index <= shards; index++) {
-            const std::vector<int> part = take_shard(rows, {index, shards});
+            const std::vector<int> part = rows_of_shard(rows, {index, shards});
             EXPECT_GE(part.size() + 1, (rows.size() + shards - 1) / shards);
             all.insert(all.end(), part.begin(), part.end());
         }
         std::sort(all.begin(), all.end());
         EXPECT_EQ(all, rows);
     }
-    EXPECT_THROW(take_shard({1, 2}, {3, 3}), usage_error);
+    EXPECT_THROW(rows_of_shard({1, 2}, {3, 3}), usage_error);
 }
 
 TEST(selection, shards_are_written_as_index_and_count)

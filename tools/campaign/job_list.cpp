@@ -65,7 +65,7 @@ std::vector<task> read_job_list(const std::string &path, const job_book &book)
     return jobs;
 }
 
-std::vector<task> take_shard(std::vector<task> jobs, const shard &part)
+std::vector<task> jobs_of_shard(std::vector<task> jobs, const shard &part)
 {
     std::erase_if(jobs, [&](const task &candidate) { return !holds(part, candidate.id); });
     return jobs;

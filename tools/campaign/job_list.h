@@ -23,6 +23,6 @@ std::vector<task> read_job_list(const std::string &path, const job_book &book);
 
 // The jobs of one part of several. Which part a job is in depends on its id and the number of
 // parts only.
-std::vector<task> take_shard(std::vector<task> jobs, const shard &part);
+std::vector<task> jobs_of_shard(std::vector<task> jobs, const shard &part);
 
 } // namespace campaign

@@ -36,7 +36,7 @@ std::vector<std::string> job_command(const arguments &given)
 int jobs_command(const arguments &given)
 {
     const job_book book(given.pairs_folder);
-    const std::vector<task> jobs = take_shard(selected_jobs(given, book), given.part);
+    const std::vector<task> jobs = jobs_of_shard(selected_jobs(given, book), given.part);
     if (given.ids_only) {
         write_job_list(std::cout, jobs);
         return 0;

@@ -63,7 +63,7 @@ int print_missing(merged merging, std::size_t tasks)
 int merge_command(const arguments &given)
 {
     const job_book book(given.pairs_folder);
-    const std::vector<task> tasks = take_shard(selected_jobs(given, book), given.part);
+    const std::vector<task> tasks = jobs_of_shard(selected_jobs(given, book), given.part);
     record_list list;
     for (const std::string &file : given.records) {
         read_records(file, list);

@@ -63,7 +63,7 @@ int run_command(const arguments &given)
     std::vector<task> tasks = selected_jobs(given, book);
     if (given.part.count > 1) {
         const std::size_t all = tasks.size();
-        tasks = take_shard(std::move(tasks), given.part);
+        tasks = jobs_of_shard(std::move(tasks), given.part);
         std::cout << "shard " << given.part.index << "/" << given.part.count << ": " << tasks.size()
                   << " of " << all << " jobs\n";
     }
@@ -91,7 +91,7 @@ int run_jobs_command(const arguments &given)
                       results_file::mode::added_to, subject_of(given.where, given.pairs_folder));
     task_options options = options_for(given);
     options.show_progress = false;
-    run_tasks(given.where, take_shard(std::move(tasks), given.part), file, options);
+    run_tasks(given.where, jobs_of_shard(std::move(tasks), given.part), file, options);
     return 0;
 }
 

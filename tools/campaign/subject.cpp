@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -36,22 +34,6 @@ std::uint64_t hash_of_file(const std::string &path, std::uint64_t before)
     return tools::hash_of(tools::read_bytes(path), before);
 }
 
-// Where a program is that is started by this name.
-std::string program_file(const std::string &name)
-{
-    const char *folders = std::getenv("PATH");
-    if (name.find('/') == std::string::npos && folders) {
-        std::istringstream list(folders);
-        for (std::string folder; std::getline(list, folder, ':');) {
-            std::string path = fs::path(folder) / name;
-            if (fs::is_regular_file(path)) {
-                return path;
-            }
-        }
-    }
-    return name;
-}
-
 std::uint64_t hash_of_table(const std::string &folder, std::uint64_t before)
 {
     std::vector<fs::path> files;
@@ -72,7 +54,7 @@ std::uint64_t hash_of_table(const std::string &folder, std::uint64_t before)
 
 subject subject_of(const setting &where, const std::string &pairs_folder)
 {
-    std::uint64_t build = hash_of_file(program_file(where.tavor), tools::HASH_OF_NOTHING);
+    std::uint64_t build = hash_of_file(tools::found_in_path(where.tavor), tools::HASH_OF_NOTHING);
     build = hash_of_file(where.shim, build);
     build = tools::hash_of(where.options, build);
     build = hash_of_table(pairs_folder, build);

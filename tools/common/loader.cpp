@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tools/common/loader.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -62,6 +65,22 @@ std::string read_bytes(const std::string &path)
     std::ostringstream bytes;
     bytes << file.rdbuf();
     return std::move(bytes).str();
+}
+
+std::string found_in_path(const std::string &program)
+{
+    const char *const path = std::getenv("PATH");
+    if (program.find('/') != std::string::npos || path == nullptr) {
+        return program;
+    }
+    std::istringstream folders(path);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        std::string candidate = std::filesystem::path(folder) / program;
+        if (access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return program;
 }
 
 } // namespace tools

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Which library a program would load, and the bytes of either.
+// Which file a program is, which library it would load, and the bytes of either.
 #pragma once
 
 #include <string>
@@ -23,5 +23,8 @@ bool is_reference_library(const std::string &bytes);
 
 // A file's content; empty when it cannot be read.
 std::string read_bytes(const std::string &path);
+
+// The file that is started by this name: what the search path finds, else the name itself.
+std::string found_in_path(const std::string &program);
 
 } // namespace tools

@@ -2,7 +2,6 @@
 #include "tools/sequence/arguments.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +9,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "tools/common/numbers.h"
 #include "tools/common/shim.h"
 #include "tools/common/usage_error.h"
 #include "tools/sequence/parser.h"
@@ -27,15 +27,14 @@ std::string all_of(std::istream &stream)
 
 std::size_t number_in(const std::string &text, std::size_t count)
 {
-    std::size_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (text.empty() || error != std::errc{} || end != text.data() + text.size()) {
+    const auto number = tools::parse_number<std::size_t>(text);
+    if (!number) {
         throw tools::usage_error("no number of a call: '" + text + "'");
     }
-    if (number >= count) {
+    if (*number >= count) {
         throw tools::usage_error("no call " + text + ": the sequence has " + std::to_string(count));
     }
-    return number;
+    return *number;
 }
 
 } // namespace

@@ -47,7 +47,7 @@ launch_options launch_options_of(const launch_arguments &given)
         throw usage_error("--lib: no libkel.so in " + given.library_folder);
     }
     if (here && options.shim.empty()) {
-        options.shim = tools::find_shim(found_in_path(options.tavor));
+        options.shim = tools::find_shim(tools::found_in_path(options.tavor));
     }
     if (here && !options.shim.empty() && options.traced_calls > 0) {
         const std::string why = tools::why_not_preloaded(options.shim);
@@ -100,7 +100,7 @@ std::vector<int> selected_rows(const selection_arguments &given)
             throw usage_error("none of these failed the last time");
         }
     }
-    return given.shard.empty() ? rows : take_shard(rows, parse_shard(given.shard));
+    return given.shard.empty() ? rows : rows_of_shard(rows, parse_shard(given.shard));
 }
 
 std::optional<std::uint64_t> seed_of(const std::string &text)

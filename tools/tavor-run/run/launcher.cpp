@@ -136,7 +136,7 @@ program_identity launcher::identify() const
     identity.settings = inherited_settings();
     identity.host = answer_of({{}, {"uname", "-n"}});
     identity.host.resize(std::min(identity.host.find_first_of("\r\n"), identity.host.size()));
-    identity.path = options.through.empty() ? found_in_path(options.tavor) : options.tavor;
+    identity.path = options.through.empty() ? tools::found_in_path(options.tavor) : options.tavor;
     read_build_records(bytes_of(identity.path), identity);
 
     command question = tavor({"-h"}); // a loader that does not know the variable starts tavor
@@ -149,22 +149,6 @@ program_identity launcher::identify() const
         identity.library = describe_library(path, bytes_of(path));
     }
     return identity;
-}
-
-std::string found_in_path(const std::string &program)
-{
-    const char *const path = std::getenv("PATH");
-    if (program.find('/') != std::string::npos || path == nullptr) {
-        return program;
-    }
-    std::istringstream folders(path);
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        std::string candidate = fs::path(folder) / program;
-        if (access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return program;
 }
 
 } // namespace tavor_run

@@ -50,7 +50,4 @@ private:
     launch_options options;
 };
 
-// The file that a name without a folder means; the name itself when there is none.
-std::string found_in_path(const std::string &program);
-
 } // namespace tavor_run

@@ -4,7 +4,7 @@
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 #include <fstream>
 #include <map>
 #include <numeric>
@@ -13,6 +13,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "tools/common/hash.h"
+#include "tools/common/numbers.h"
 #include "tools/common/registry.h"
 
 namespace tavor_run {
@@ -22,16 +24,6 @@ namespace {
 using row_set = std::set<int>;
 
 constexpr int MAX_FILE_DEPTH = 8;
-
-template <typename Number> std::optional<Number> parse_number(std::string_view text)
-{
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return number;
-}
 
 int case_count()
 {
@@ -51,9 +43,9 @@ row_set all_rows()
 row_set rows_numbered(const std::string &term)
 {
     const std::size_t dash = term.find('-');
-    const auto first = parse_number<unsigned>(term.substr(0, dash));
+    const auto first = tools::parse_number<unsigned>(term.substr(0, dash));
     const auto last =
-        dash == std::string::npos ? first : parse_number<unsigned>(term.substr(dash + 1));
+        dash == std::string::npos ? first : tools::parse_number<unsigned>(term.substr(dash + 1));
     if (!first || !last) {
         return {};
     }
@@ -139,17 +131,14 @@ row_set rows_of(const std::vector<std::string> &terms, int depth)
     return rows;
 }
 
-// FNV-1a with a final mix: the same everywhere, so that a seed means the same everywhere.
-std::uint64_t hash_of(std::uint64_t seed, std::string_view name)
+// With a final mix, so that names that differ in their last letters come apart.
+std::uint64_t shuffle_key(std::uint64_t seed, std::string_view name)
 {
-    std::uint64_t hash = 0xcbf29ce484222325U;
-    const auto take = [&hash](unsigned char byte) { hash = (hash ^ byte) * 0x100000001b3U; };
-    for (unsigned shift = 0; shift < 64; shift += 8) {
-        take(static_cast<unsigned char>(seed >> shift));
+    std::array<char, 8> bytes{};
+    for (std::size_t i = 0; i < bytes.size(); i++) {
+        bytes[i] = static_cast<char>(seed >> (8 * i));
     }
-    for (const char character : name) {
-        take(static_cast<unsigned char>(character));
-    }
+    std::uint64_t hash = tools::hash_of(name, tools::hash_of({bytes.data(), bytes.size()}));
     hash = (hash ^ (hash >> 33)) * 0xff51afd7ed558ccdU;
     return hash ^ (hash >> 33);
 }
@@ -165,7 +154,7 @@ std::vector<int> select_cases(const std::vector<std::string> &terms)
     return {rows.begin(), rows.end()};
 }
 
-std::vector<int> take_shard(const std::vector<int> &rows, const shard &part)
+std::vector<int> rows_of_shard(const std::vector<int> &rows, const shard &part)
 {
     std::vector<int> taken;
     for (std::size_t i = part.index - 1; i < rows.size(); i += part.count) {
@@ -182,7 +171,7 @@ std::vector<int> shuffled(std::vector<int> rows, std::uint64_t seed)
     std::sort(rows.begin(), rows.end(), [seed](int left, int right) {
         const auto key = [seed](int row) {
             const std::string_view name = tools::all_cases()[static_cast<std::size_t>(row)].name;
-            return std::pair{hash_of(seed, name), name};
+            return std::pair{shuffle_key(seed, name), name};
         };
         return key(left) < key(right);
     });

@@ -21,7 +21,7 @@ using tools::usage_error;
 std::vector<int> select_cases(const std::vector<std::string> &terms);
 
 // Every count-th of the rows, so that the shards are about as long as each other.
-std::vector<int> take_shard(const std::vector<int> &rows, const shard &part);
+std::vector<int> rows_of_shard(const std::vector<int> &rows, const shard &part);
 
 // By a hash of seed and name: two cases keep their order whatever else is selected.
 std::vector<int> shuffled(std::vector<int> rows, std::uint64_t seed);
