@@ -75,9 +75,12 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
       "tools/sequence/"}},
     {"tools/sequence", {"kelapi/", "tools/common/", "tools/sequence/"}},
     {"tools/explain", {"tools/common/", "tools/explain/", "tools/sequence/"}},
-    {"tools/campaign", {"tools/campaign/", "tools/common/"}},
+    {"tools/tavor_output", {"tools/common/", "tools/tavor_output/"}},
+    {"tools/campaign", {"tools/campaign/", "tools/common/", "tools/tavor_output/"}},
     {"tools/mutation", {"tools/campaign/", "tools/common/", "tools/mutation/"}},
-    {"tools/tavor-run", {"tools/common/", "tools/explain/", "tools/sequence/", "tools/tavor-run/"}},
+    {"tools/tavor-run",
+     {"tools/common/", "tools/explain/", "tools/sequence/", "tools/tavor-run/",
+      "tools/tavor_output/"}},
 };
 
 TEST(structure, every_folder_of_the_tools_has_its_rule)

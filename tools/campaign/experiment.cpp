@@ -93,26 +93,18 @@ std::chrono::milliseconds time_limit(const setting &where, const experiment &wha
     return is_faultless ? where.timeout + LONGEST_WAITS : where.timeout;
 }
 
-// The verdict of a run of one case stands before the summary's rule, behind the name and
-// whatever the case printed itself.
+// The verdict of a run of one case is at the end of the last line before the summary's rule.
 void read_verdict(const std::string &output, observation &seen)
 {
     const std::size_t rule = output.rfind("\n" + std::string(74, '=') + "\nSummary:");
     if (rule == std::string::npos) {
         return;
     }
-    const std::string body = output.substr(0, rule);
-    std::string line = body.substr(body.rfind('\n') + 1);
-    const std::string fail = "FAIL : ";
-    const std::size_t at = line.rfind(fail);
-    if (at != std::string::npos) {
-        seen.judged = verdict::fail;
-        seen.message = line.substr(at + fail.size());
-        seen.message.erase(seen.message.find_last_not_of(' ') + 1);
-    } else if (line.ends_with("PASS")) {
-        seen.judged = verdict::pass;
-    } else if (line.ends_with("IGNORE")) {
-        seen.judged = verdict::ignore;
+    const std::size_t start = output.rfind('\n', rule - 1) + 1;
+    if (const auto found =
+            tavor_output::verdict_at_end(std::string_view(output).substr(start, rule - start))) {
+        seen.judged = found->state;
+        seen.message = found->message;
     }
 }
 

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/tavor_output/table.h"
+
 namespace campaign {
 
 // Where the programs are and how long a run may take.
@@ -27,10 +29,10 @@ struct experiment {
     std::string faults; // the shim's and the library's
 };
 
-enum class verdict { none, pass, ignore, fail };
+using tavor_output::verdict;
 
 struct observation {
-    verdict judged = verdict::none;
+    std::optional<verdict> judged{};
     std::string message;        // of a failure, as shown
     bool fault_was_hit = false; // a call that it names was made
     bool fault_fired = false;   // and something was done to it

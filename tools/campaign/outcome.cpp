@@ -68,7 +68,7 @@ bool died(const observation &seen, outcome &how)
         how = outcome::hang;
         return true;
     }
-    if (seen.signal != 0 || seen.exit_status != 0 || seen.judged == verdict::none) {
+    if (seen.signal != 0 || seen.exit_status != 0 || !seen.judged) {
         how = outcome::crash;
         return true;
     }

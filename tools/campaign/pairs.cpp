@@ -10,13 +10,11 @@
 
 #include "tools/campaign/columns.h"
 #include "tools/common/error_names.h"
+#include "tools/tavor_output/table.h"
 
 namespace campaign {
 
 namespace {
-
-// Columns of a verdict line that show the message.
-constexpr std::size_t SHOWN_COLUMNS = 83;
 
 message_kind kind_named(const std::string &name)
 {
@@ -146,7 +144,7 @@ bool shows(const pair &expected, const std::string &message)
     if (expected.kind == message_kind::prefix) {
         return message.starts_with(expected.message);
     }
-    return message == trimmed(expected.message.substr(0, SHOWN_COLUMNS));
+    return message == trimmed(expected.message.substr(0, tavor_output::MESSAGE_WIDTH));
 }
 
 } // namespace campaign

@@ -11,6 +11,18 @@ namespace tavor_run {
 
 namespace {
 
+verdict state_of(tavor_output::verdict printed)
+{
+    switch (printed) {
+    case tavor_output::verdict::pass:
+        return verdict::pass;
+    case tavor_output::verdict::ignore:
+        return verdict::ignore;
+    default:
+        return verdict::fail;
+    }
+}
+
 std::string_view without_returns(std::string_view line)
 {
     while (line.ends_with('\r')) {
@@ -97,7 +109,7 @@ void log_reader::look_ahead()
         return;
     }
     const stamped_line line = split_stamp(without_returns(pending));
-    if (const auto row = row_in_name_column(line.rest)) {
+    if (const auto row = tavor_output::row_in_name_column(line.rest)) {
         line_number++;
         open(*row, line.style);
         line_number--;
@@ -110,11 +122,12 @@ void log_reader::finish()
     const stamped_line last = split_stamp(without_returns(pending));
     std::string_view rest = last.rest;
     if (pending_is_open) {
-        rest.remove_prefix(NAME_COLUMN + 1);
+        rest.remove_prefix(tavor_output::NAME_COLUMN + 1);
         rest.remove_prefix(rest.starts_with(ZEB) ? ZEB.size() : 0);
     }
     if (current && !current->has_verdict && !is_blank(rest) && !is_foreign({last.style, rest})) {
-        if (begins_verdict(rest) || shows_verdict(rest) || ZEB.starts_with(rest)) {
+        if (tavor_output::begins_verdict(rest) || tavor_output::shows_verdict(rest) ||
+            ZEB.starts_with(rest)) {
             damage("the log ends within its line");
         } else {
             current->output.append(rest);
@@ -131,16 +144,16 @@ void log_reader::take_line(std::string_view line)
         return;
     }
     const stamped_line parts = split_stamp(line);
-    if (const auto row = row_in_name_column(parts.rest)) {
+    if (const auto row = tavor_output::row_in_name_column(parts.rest)) {
         if (!pending_is_open) {
             open(*row, parts.style);
         }
-        take_behind_name(parts.rest.substr(NAME_COLUMN + 1));
-    } else if (is_header(parts.rest)) {
+        take_behind_name(parts.rest.substr(tavor_output::NAME_COLUMN + 1));
+    } else if (tavor_output::is_header(parts.rest)) {
         end_run();
-    } else if (const auto count = parse_summary(parts.rest)) {
+    } else if (const auto count = tavor_output::parse_summary(parts.rest)) {
         take_summary(*count);
-    } else if (!is_rule(parts.rest) && !is_foreign(parts)) {
+    } else if (!tavor_output::is_rule(parts.rest) && !is_foreign(parts)) {
         take_text(parts);
     }
 }
@@ -150,7 +163,7 @@ bool log_reader::is_foreign(const stamped_line &line) const
     const stamp_style own = current ? current->style : stamp_style::none;
     const std::string_view start = line.rest.substr(0, PATTERN_REACH);
     return (line.style == stamp_style::seconds && own != stamp_style::seconds) ||
-           is_kernel_text(line.rest) || is_logged_kernel_text(line.rest) ||
+           tavor_output::is_kernel_text(line.rest) || is_logged_kernel_text(line.rest) ||
            std::any_of(options.foreign.begin(), options.foreign.end(),
                        [&](const std::regex &pattern) {
                            return std::regex_search(start.begin(), start.end(), pattern);
@@ -160,7 +173,7 @@ bool log_reader::is_foreign(const stamped_line &line) const
 void log_reader::take_text(const stamped_line &line)
 {
     const bool same_style = current && line.style == current->style;
-    const auto found = parse_verdict(line.rest);
+    const auto found = tavor_output::parse_verdict(line.rest);
     if (found && same_style) {
         if (current->has_verdict) {
             damage("a second verdict stands behind the first");
@@ -176,13 +189,13 @@ void log_reader::take_text(const stamped_line &line)
 // be told whose it is.
 void log_reader::take_output(std::string_view text)
 {
-    if (shows_verdict(text)) {
+    if (tavor_output::shows_verdict(text)) {
         run.leftovers++;
     }
     if (!current || current->has_verdict) {
         return;
     }
-    if (shows_verdict(text)) {
+    if (tavor_output::shows_verdict(text)) {
         damage("no complete verdict in its place");
     } else {
         current->output.append(text);
@@ -202,19 +215,19 @@ void log_reader::take_behind_name(std::string_view rest)
         }
         rest.remove_prefix(ZEB.size());
     }
-    if (const auto found = parse_verdict(rest)) {
+    if (const auto found = tavor_output::parse_verdict(rest)) {
         judge(*found);
-    } else if (shows_verdict(rest)) {
+    } else if (tavor_output::shows_verdict(rest)) {
         damage("no complete verdict behind its name");
-    } else if (!is_blank(rest) && !is_kernel_text(rest)) {
+    } else if (!is_blank(rest) && !tavor_output::is_kernel_text(rest)) {
         take_output(rest);
     }
 }
 
-void log_reader::judge(const verdict_text &found)
+void log_reader::judge(const tavor_output::verdict_text &found)
 {
     current->has_verdict = true;
-    current->what.state = found.state;
+    current->what.state = state_of(found.state);
     current->what.message = found.message;
     current->what.judged = arrived;
 }
@@ -316,16 +329,16 @@ void log_reader::report(const sighting &final)
     }
 }
 
-void log_reader::take_summary(const summary_count &line)
+void log_reader::take_summary(const tavor_output::summary_count &line)
 {
     switch (line.which) {
-    case summary_line::run:
+    case tavor_output::summary_line::run:
         run.summary_run = line.count;
         break;
-    case summary_line::passed:
+    case tavor_output::summary_line::passed:
         run.summary_passed = line.count;
         break;
-    case summary_line::failed:
+    case tavor_output::summary_line::failed:
         run.summary_failed = line.count;
         break;
     }

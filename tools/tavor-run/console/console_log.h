@@ -16,6 +16,8 @@
 
 #include "tools/common/kept_text.h"
 #include "tools/tavor-run/console/line_forms.h"
+#include "tools/tavor-run/results/results.h"
+#include "tools/tavor_output/table.h"
 
 namespace tavor_run {
 
@@ -95,9 +97,9 @@ private:
     void take_text(const stamped_line &line);
     void take_output(std::string_view text);
     void take_behind_name(std::string_view rest);
-    void take_summary(const summary_count &line);
+    void take_summary(const tavor_output::summary_count &line);
     bool is_foreign(const stamped_line &line) const;
-    void judge(const verdict_text &found);
+    void judge(const tavor_output::verdict_text &found);
     void damage(const std::string &what);
 
     void open(int row, stamp_style style);

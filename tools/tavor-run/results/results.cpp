@@ -6,6 +6,7 @@
 #include <map>
 
 #include "tools/common/registry.h"
+#include "tools/tavor_output/table.h"
 
 namespace tavor_run {
 
@@ -17,9 +18,6 @@ constexpr std::array<std::string_view, VERDICT_COUNT> NAMES = {
 constexpr std::array<std::string_view, VERDICT_COUNT> COUNTED_AS = {
     "not run",     "passed",  "ignored", "failed", "never seen",
     "never ended", "damaged", "flooded", "hung",   "crashed"};
-
-// How much of a message tavor's table shows.
-constexpr std::size_t TABLE_WIDTH = 83;
 
 const tools::test_case &row(int number)
 {
@@ -168,13 +166,13 @@ int exit_code(const run_record &record)
 std::string comparable(const std::string &message)
 {
     static constexpr std::string_view LINE = "' line=";
-    std::string text = message.substr(0, TABLE_WIDTH);
+    std::string text = message.substr(0, tavor_output::MESSAGE_WIDTH);
     const std::size_t at = text.rfind(LINE);
     if (at != std::string::npos) {
         return text.substr(0, at + 1);
     }
     // The cut may have gone through it.
-    if (text.size() == TABLE_WIDTH && text.starts_with("msg='")) {
+    if (text.size() == tavor_output::MESSAGE_WIDTH && text.starts_with("msg='")) {
         for (std::size_t kept = LINE.size() - 1; kept > 1; kept--) {
             if (text.ends_with(LINE.substr(0, kept))) {
                 return text.substr(0, text.size() - kept + 1);

@@ -10,6 +10,7 @@
 #include "tools/common/registry.h"
 #include "tools/tavor-run/console/console_log.h"
 #include "tools/tavor-run/run/selection.h"
+#include "tools/tavor_output/table.h"
 
 namespace tavor_run {
 
@@ -18,7 +19,6 @@ namespace {
 using steady = std::chrono::steady_clock;
 
 // The table shows no more of a message.
-constexpr std::size_t TABLE_WIDTH = 83;
 // Of what a case prints and a process says.
 constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 // Failed cases that are run a second time: with a broken library there may be hundreds.
@@ -319,7 +319,7 @@ void runner::look_closer(const attempt &now)
 
 bool runner::fetch_message(case_result &what)
 {
-    if (what.state != verdict::fail || what.message.size() < TABLE_WIDTH) {
+    if (what.state != verdict::fail || what.message.size() < tavor_output::MESSAGE_WIDTH) {
         return false;
     }
     tools::process_options process{.kept = KEPT_OUTPUT};
