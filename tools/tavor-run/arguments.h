@@ -56,7 +56,8 @@ struct run_arguments {
 struct report_arguments {
     std::string log{}; // "-": standard input
     std::vector<std::string> terms{};
-    std::vector<std::string> foreign{};
+    std::vector<std::string> foreign{}; // patterns of lines
+    std::vector<std::string> strip{};   // patterns of what lines begin with
     bool any_order = false;
     output_arguments output{};
 };

@@ -77,6 +77,8 @@ void add_report(CLI::App &command, report_arguments &given)
     command
         .add_option("--foreign", given.foreign, "regular expression of lines that are not tavor's")
         ->allow_extra_args(false);
+    command.add_option("--strip", given.strip, "regular expression of what lines begin with")
+        ->allow_extra_args(false);
     command.add_flag("--any-order", given.any_order, "of a run with -r");
     add_output(command, given.output);
 }

@@ -138,7 +138,7 @@ bool begins_verdict(std::string_view text)
 
 bool is_header(std::string_view line)
 {
-    return line == "Name                                     Verdict  Info";
+    return line == HEADER;
 }
 
 bool is_rule(std::string_view line)

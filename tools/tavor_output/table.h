@@ -32,6 +32,7 @@ bool shows_verdict(std::string_view text);
 // Whether the text could be the beginning of a verdict.
 bool begins_verdict(std::string_view text);
 
+constexpr std::string_view HEADER = "Name                                     Verdict  Info";
 bool is_header(std::string_view line);
 bool is_rule(std::string_view line);
 

@@ -150,6 +150,7 @@ void log_reader::take_line(std::string_view line)
         }
         take_behind_name(parts.rest.substr(tavor_output::NAME_COLUMN + 1));
     } else if (tavor_output::is_header(parts.rest)) {
+        seen_tavor = true;
         end_run();
     } else if (const auto count = tavor_output::parse_summary(parts.rest)) {
         take_summary(*count);
@@ -241,6 +242,7 @@ void log_reader::damage(const std::string &what)
 
 void log_reader::open(int row, stamp_style style)
 {
+    seen_tavor = true;
     settle_before(row);
     current.emplace(KEPT_OUTPUT);
     current->what.row = row;
@@ -331,6 +333,7 @@ void log_reader::report(const sighting &final)
 
 void log_reader::take_summary(const tavor_output::summary_count &line)
 {
+    seen_tavor = true;
     switch (line.which) {
     case tavor_output::summary_line::run:
         run.summary_run = line.count;
@@ -386,6 +389,9 @@ void log_reader::end_run()
         contradicting.push_back("the summary counts " + std::to_string(*run.summary_failed) +
                                 " failed, the lines show " + std::to_string(run.failed));
     }
+    if (run.summary_run && run.summary_passed && run.summary_failed) {
+        last_summary = {*run.summary_run, *run.summary_passed, *run.summary_failed};
+    }
     run = one_run{};
 }
 
@@ -440,6 +446,12 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
         reader.feed(text);
         reader.finish();
     }
+    if (!reader.has_seen_tavor()) {
+        record.notes.emplace_back("nothing of tavor in this log; what its lines begin with can be "
+                                  "named with --strip");
+        record.incomplete = true;
+        return;
+    }
     const std::vector<const sighting *> seen = worst_by_row(reader);
     std::vector<int> rows = options.expected;
     if (rows.empty()) {
@@ -452,6 +464,15 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
         if (!options.expected.empty() || !reader.is_complete() || worst != nullptr) {
             record.results.push_back(judged(row, worst));
         }
+    }
+    const auto missing = static_cast<std::size_t>(
+        std::count_if(record.results.begin(), record.results.end(),
+                      [](const case_result &each) { return each.state == verdict::unseen; }));
+    if (const auto &summary = reader.summary(); summary && missing > 0) {
+        record.notes.push_back("the summary counts " + std::to_string(summary->run) + " run, " +
+                               std::to_string(summary->passed) + " passed, " +
+                               std::to_string(summary->failed) + " failed; " +
+                               std::to_string(missing) + " cases are not in the log");
     }
     for (const std::string &contradiction : reader.contradictions()) {
         record.notes.push_back(contradiction);

@@ -45,6 +45,12 @@ struct log_events {
     std::function<void(const sighting &)> on_judged{};
 };
 
+struct summary_numbers {
+    unsigned run = 0;
+    unsigned passed = 0;
+    unsigned failed = 0;
+};
+
 class log_reader {
 public:
     explicit log_reader(log_options how, log_events events = {});
@@ -58,6 +64,10 @@ public:
     const std::vector<std::string> &contradictions() const { return contradicting; }
     // Whether the summaries agree that no case is missing.
     bool is_complete() const { return has_agreeing_run && !has_doubtful_run; }
+    // Whether there was anything of tavor: a header, a name, a summary.
+    bool has_seen_tavor() const { return seen_tavor; }
+    // What the last summary counts; none in a log without one.
+    const std::optional<summary_numbers> &summary() const { return last_summary; }
     // Whether there were cases that were not expected.
     bool has_unexpected() const { return unexpected; }
 
@@ -122,6 +132,8 @@ private:
     one_run run;
     std::vector<sighting> seen;
     std::vector<std::string> contradicting;
+    std::optional<summary_numbers> last_summary;
+    bool seen_tavor = false;
     bool has_agreeing_run = false;
     bool has_doubtful_run = false;
     bool unexpected = false;

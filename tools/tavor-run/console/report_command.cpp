@@ -6,6 +6,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "tools/tavor-run/console/capture.h"
 #include "tools/tavor-run/console/console_log.h"
 #include "tools/tavor-run/formats/outputs.h"
 #include "tools/tavor-run/run/selection.h"
@@ -14,17 +15,24 @@ namespace tavor_run {
 
 namespace {
 
+std::vector<std::regex> patterns_of(const std::vector<std::string> &texts)
+{
+    std::vector<std::regex> patterns;
+    for (const std::string &text : texts) {
+        try {
+            patterns.emplace_back(text);
+        } catch (const std::regex_error &) {
+            throw usage_error("no regular expression: " + text);
+        }
+    }
+    return patterns;
+}
+
 log_options log_options_of(const report_arguments &given)
 {
     log_options options;
     options.any_order = given.any_order;
-    for (const std::string &pattern : given.foreign) {
-        try {
-            options.foreign.emplace_back(pattern);
-        } catch (const std::regex_error &) {
-            throw usage_error("no regular expression: " + pattern);
-        }
-    }
+    options.foreign = patterns_of(given.foreign);
     if (!given.terms.empty()) {
         options.expected = select_cases(given.terms);
     }
@@ -48,8 +56,10 @@ std::string log_text(const std::string &path)
 
 int report_command(const report_arguments &given)
 {
+    const plain_log plain = make_plain(log_text(given.log), patterns_of(given.strip));
     run_record judged;
-    judge_log(log_text(given.log), log_options_of(given), judged);
+    judged.notes = plain.notes;
+    judge_log(plain.text, log_options_of(given), judged);
     const std::optional<baseline> known = baseline_of(given.output);
     run_record record;
     start_record(record, given.output);

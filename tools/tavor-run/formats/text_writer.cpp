@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The table for people, live on a terminal.
+#include <algorithm>
+#include <map>
 #include <sstream>
 
 #include "tools/common/output_file.h"
@@ -82,6 +84,10 @@ public:
         if (style.quiet && !is_bad && what.difference.empty()) {
             return;
         }
+        if (what.state == verdict::unseen) {
+            unseen.push_back(what.number);
+            return;
+        }
         std::string text = style.live ? "\r\x1b[K" : "";
         text += padded(what.name, NAME_WIDTH) + " ";
         text += coloured(what.state, padded(name_of(what.state), STATE_WIDTH));
@@ -107,7 +113,7 @@ public:
                 text += section(each);
             }
         }
-        text += durations(record);
+        text += unseen_cases() + durations(record);
         const tally counts = count(record.results);
         text += std::to_string(record.results.size()) + " results: " + counts_text(counts) + "\n";
         if (record.has_baseline) {
@@ -131,6 +137,45 @@ private:
             }
         }
         return text + seconds_text(total_time(record.results)) + " s in cases\n";
+    }
+
+    // A line for each suite, or for each case where there are few.
+    std::string unseen_cases() const
+    {
+        constexpr std::size_t FEW = 3;
+        std::map<std::string_view, std::vector<std::string_view>> names;
+        std::vector<std::string_view> suites;
+        for (const int row : unseen) {
+            const tools::test_case &each = tools::all_cases()[static_cast<std::size_t>(row)];
+            if (!names.contains(each.suite)) suites.push_back(each.suite);
+            names[each.suite].push_back(each.name);
+        }
+        std::string text;
+        for (const std::string_view suite : suites) {
+            const auto &cases = names.at(suite);
+            if (cases.size() <= FEW) {
+                for (const std::string_view name : cases) {
+                    text += unseen_line(name, "");
+                }
+                continue;
+            }
+            const auto size = static_cast<std::size_t>(
+                std::count_if(tools::all_cases().begin(), tools::all_cases().end(),
+                              [&](const tools::test_case &each) { return each.suite == suite; }));
+            text += unseen_line(suite, cases.size() == size
+                                           ? "all " + std::to_string(size) + " cases"
+                                           : std::to_string(cases.size()) + " of " +
+                                                 std::to_string(size) + " cases, the first is " +
+                                                 std::string(cases.front()));
+        }
+        return text;
+    }
+
+    std::string unseen_line(std::string_view name, const std::string &more) const
+    {
+        return padded(name, NAME_WIDTH) + " " +
+               coloured(verdict::unseen, std::string(name_of(verdict::unseen))) +
+               (more.empty() ? "" : "  " + more) + "\n";
     }
 
     static bool has_more_to_say(const case_history &each)
@@ -186,6 +231,7 @@ private:
 
     tools::output_file output;
     text_style style;
+    std::vector<int> unseen; // rows
 };
 
 } // namespace
