@@ -5,7 +5,7 @@
 
 test_entry all_tests[test_count] = {
 #define TEST(suite, name) {0, #suite "_" #name, #suite, suite##name},
-#include "runner/test_list.def"
+#include TAVOR_TEST_LIST
 #undef TEST
 };
 

@@ -6,7 +6,11 @@
 #include "runner/run.h"
 #include "runner/tests.h"
 
-const char *usage = "Usage: tavor [-f] [-l] [-r] suitelist\n"
+#ifndef TAVOR_PROGRAM
+#define TAVOR_PROGRAM "tavor"
+#endif
+
+const char *usage = "Usage: " TAVOR_PROGRAM " [-f] [-l] [-r] suitelist\n"
                     "       -f Stop after first failed test.\n"
                     "       -l Run all tests in a loop.\n"
                     "       -r Run all tests in a random order.\n"

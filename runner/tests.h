@@ -3,12 +3,18 @@
 // The registry of test cases and what cases and runner share: the registry row, the forms
 // that define a case, and the globals through which a case reports.
 //
-// A case is listed once in test_list.def and defined with TEST_CASE(suite, name). The
+// A case is listed once in its program's list and defined with TEST_CASE(suite, name). The
 // compiler refuses a case that is defined but not listed, listed twice, or defined out of
 // table order; the linker one that is listed but not defined.
 #pragma once
 
 #include <stdint.h>
+
+// The list that the program is built from: tavor's own, unless the build names another.
+#ifndef TAVOR_TEST_LIST
+#define TAVOR_TEST_LIST "runner/test_list.def"
+#define TAVOR_TEST_COUNT 458
+#endif
 
 // Null: passed, or ignored when skip_test is set. Else the reason of the failure, which is
 // never freed.
@@ -26,15 +32,17 @@ static_assert(sizeof(void *) != 4 || sizeof(test_entry) == 16, "four words on 32
 // Numbers of the rows: row_<suite>_<case>.
 enum test_row : uint32_t {
 #define TEST(suite, name) row_##suite##_##name,
-#include "runner/test_list.def"
+#include TAVOR_TEST_LIST
 #undef TEST
     test_count
 };
 
-static_assert(test_count == 458, "the registry's size is part of the interface");
+#ifdef TAVOR_TEST_COUNT
+static_assert(test_count == TAVOR_TEST_COUNT, "the registry's size is part of the interface");
+#endif
 
 #define TEST(suite, name) const char *suite##name();
-#include "runner/test_list.def"
+#include TAVOR_TEST_LIST
 #undef TEST
 
 // A row's number, its index, is part of the interface. Only `enabled` is ever written.
