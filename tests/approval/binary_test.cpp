@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the program file itself promises: its dependencies, its identification, no start-up
-// code of its own, its size.
+// What the program files themselves promise: their dependencies, tavor's identification, no
+// start-up code of their own, its size.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -21,9 +21,13 @@ std::string output_of(const std::vector<std::string> &command)
     return result.output;
 }
 
-TEST(binary, needs_only_libkel_and_libc)
+class programs : public testing::TestWithParam<const char *> {};
+
+INSTANTIATE_TEST_SUITE_P(all, programs, testing::Values(TAVOR_BINARY, TAVOR_MORE_BINARY));
+
+TEST_P(programs, need_only_libkel_and_libc)
 {
-    const std::string section = output_of({"readelf", "-d", TAVOR_BINARY});
+    const std::string section = output_of({"readelf", "-d", GetParam()});
     std::set<std::string> needed;
     const std::regex entry(R"(NEEDED\)\s+Shared library: \[(.*)\])");
     for (std::sregex_iterator match(section.begin(), section.end(), entry), end; match != end;
@@ -33,10 +37,10 @@ TEST(binary, needs_only_libkel_and_libc)
     EXPECT_EQ(needed, (std::set<std::string>{"libkel.so", "libc.so.6"}));
 }
 
-TEST(binary, has_no_constructors)
+TEST_P(programs, have_no_constructors)
 {
     // One entry is the C start-up files' own, 8 bytes on a 64-bit machine.
-    const std::string sections = output_of({"readelf", "-SW", TAVOR_BINARY});
+    const std::string sections = output_of({"readelf", "-SW", GetParam()});
     std::smatch match;
     ASSERT_TRUE(std::regex_search(sections, match,
                                   std::regex(R"(\.init_array\s+INIT_ARRAY\s+\S+\s+\S+\s+(\S+))")));

@@ -70,7 +70,7 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
     {"suites", {"kelapi/", "fixtures/", "suites/", "runner/tests.h"}},
     {"more", {"kelapi/", "fixtures/", "more/", "suites/case_helpers.h", "runner/tests.h"}},
     {"reference", {"kelapi/", "reference/"}},
-    {"tools/common", {"kelapi/", "runner/test_list.def", "tools/common/"}},
+    {"tools/common", {"kelapi/", "more/test_list.def", "runner/test_list.def", "tools/common/"}},
     {"tools/keltrace",
      {"kelapi/", "reference/faults/language.h", "tools/common/", "tools/keltrace/",
       "tools/sequence/"}},
@@ -181,19 +181,41 @@ TEST(structure, every_source_names_its_licence_first)
     }
 }
 
-TEST(structure, every_case_stands_on_a_line_that_a_search_finds)
+// The cases that a folder's sources define, as "suite_name", with the source.
+std::map<std::string, fs::path> cases_defined_in(const std::string &folder)
 {
     const std::regex definition(R"((?:^|\n)CASE\((\w+), (\w+), )");
-    std::set<std::string> defined;
-    for (const fs::path &source : sources_in("suites")) {
+    std::map<std::string, fs::path> defined;
+    for (const fs::path &source : sources_in(folder)) {
         const std::string text = read_text(source);
         for (std::sregex_iterator found(text.begin(), text.end(), definition), end; found != end;
              ++found) {
-            defined.insert(found->str(1) + "_" + found->str(2));
+            defined[found->str(1) + "_" + found->str(2)] = source;
         }
     }
+    return defined;
+}
+
+TEST(structure, every_case_stands_on_a_line_that_a_search_finds)
+{
+    const auto defined = cases_defined_in("suites");
     for (const tools::test_case &listed : tools::all_cases()) {
         EXPECT_TRUE(defined.contains(std::string(listed.name))) << listed.name;
+    }
+}
+
+// One family, one name; and the table of verdicts has to tell the names apart.
+TEST(structure, cases_of_tavor_more_are_named_after_their_family)
+{
+    constexpr std::size_t NAME_COLUMN = 40;
+    const auto defined = cases_defined_in("more");
+    const auto listed = tools::cases_of(tools::TAVOR_MORE);
+    EXPECT_EQ(defined.size(), listed.size());
+    for (const tools::test_case &each : listed) {
+        const auto found = defined.find(std::string(each.name));
+        ASSERT_NE(found, defined.end()) << each.name;
+        EXPECT_EQ(each.suite, "kel_more_" + found->second.stem().string()) << each.name;
+        EXPECT_LE(each.name.size(), NAME_COLUMN) << each.name;
     }
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// runner/test_list.def read into a table.
+// The lists of cases read into tables.
 #include "tools/common/registry.h"
 
 #include <array>
@@ -10,18 +10,23 @@ namespace tools {
 
 namespace {
 
-constexpr auto CASES = std::to_array<test_case>({
 #define TEST(suite, name) {#suite "_" #name, #suite},
+constexpr auto CASES_OF_TAVOR = std::to_array<test_case>({
 #include "runner/test_list.def"
-#undef TEST
 });
+constexpr auto CASES_OF_TAVOR_MORE = std::to_array<test_case>({
+#include "more/test_list.def"
+});
+#undef TEST
+
+std::span<const test_case> cases_in_use = CASES_OF_TAVOR;
 
 const std::unordered_map<std::string_view, int> &numbers()
 {
     static const auto NUMBERS = [] {
         std::unordered_map<std::string_view, int> by_name;
-        for (std::size_t i = 0; i < CASES.size(); i++) {
-            by_name[CASES[i].name] = static_cast<int>(i);
+        for (std::size_t i = 0; i < cases_in_use.size(); i++) {
+            by_name[cases_in_use[i].name] = static_cast<int>(i);
         }
         return by_name;
     }();
@@ -30,9 +35,20 @@ const std::unordered_map<std::string_view, int> &numbers()
 
 } // namespace
 
+std::span<const test_case> cases_of(std::string_view program)
+{
+    if (program == TAVOR_MORE) return CASES_OF_TAVOR_MORE;
+    return CASES_OF_TAVOR;
+}
+
+void use_cases_of(std::string_view program)
+{
+    cases_in_use = cases_of(program);
+}
+
 std::span<const test_case> all_cases()
 {
-    return CASES;
+    return cases_in_use;
 }
 
 int case_number(std::string_view name)
@@ -44,7 +60,7 @@ int case_number(std::string_view name)
 std::string suite_of(std::string_view name)
 {
     const int number = case_number(name);
-    return number < 0 ? "" : std::string(CASES[static_cast<std::size_t>(number)].suite);
+    return number < 0 ? "" : std::string(cases_in_use[static_cast<std::size_t>(number)].suite);
 }
 
 } // namespace tools

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// tavor's registry as data, read from the list that tavor is built from: nothing has to be
-// run to know it.
+// The registries of tavor and tavor-more as data, read from the lists that they are built from:
+// nothing has to be run to know them.
 #pragma once
 
 #include <span>
@@ -15,7 +15,17 @@ struct test_case {
     std::string_view suite;
 };
 
-// In table order: a case's number is its index.
+constexpr std::string_view TAVOR_MORE = "tavor-more";
+
+// The cases of the program of that name, TAVOR_MORE or any other: every other is a tavor. In table
+// order: a case's number is its index.
+std::span<const test_case> cases_of(std::string_view program);
+
+// Makes all that follows in this process be about the cases of that program; until then it is about
+// tavor's. To be called before the first question, and not by threads.
+void use_cases_of(std::string_view program);
+
+// The cases of the program in use.
 std::span<const test_case> all_cases();
 
 // The number of the case of that name, -1 when there is none.
