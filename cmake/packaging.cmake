@@ -2,7 +2,7 @@
 #
 # What is installed beside the programs, and the Debian packages. A component is a package:
 #
-#   tavor      tavor           the program; needs libc and, at run time, a libkel
+#   tavor      tavor           tavor and tavor-more; need libc and, at run time, a libkel
 #   tools      tavor-tools     tavor-run, kel-campaign, kel-campaign-spread, kel-sequence,
 #                              libkeltrace.so
 #   reference  libkel-reference  the reference library, in a folder that no loader searches
@@ -18,6 +18,7 @@ set(data "${CMAKE_INSTALL_DATADIR}/tavor")
 # Manual pages: the pages of docs/ about commands. A machine without lowdown builds all the rest.
 set(manual_sources
     docs/tavor.md
+    docs/tavor-more.md
     docs/tavor-reference.md
     docs/tavor-run.md
     docs/kel-campaign.md
@@ -80,7 +81,7 @@ if(EXISTS /etc/debian_version AND CMAKE_INSTALL_PREFIX STREQUAL "/usr")
 endif()
 
 # tavor
-install_man(tavor tavor.1)
+install_man(tavor tavor.1 tavor-more.1)
 install(FILES "${prepared}/completions/tavor" DESTINATION "${bash_completions}" COMPONENT tavor)
 install(FILES "${prepared}/completions/_tavor" DESTINATION "${zsh_completions}" COMPONENT tavor)
 
