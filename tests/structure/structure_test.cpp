@@ -76,6 +76,8 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
       "tools/sequence/"}},
     {"tools/sequence", {"kelapi/", "tools/common/", "tools/sequence/"}},
     {"tools/explain", {"tools/common/", "tools/explain/", "tools/sequence/"}},
+    {"tools/explore",
+     {"kelapi/", "tools/common/", "tools/explain/", "tools/explore/", "tools/sequence/"}},
     {"tools/tavor_output", {"tools/common/", "tools/tavor_output/"}},
     {"tools/campaign", {"tools/campaign/", "tools/common/", "tools/tavor_output/"}},
     {"tools/mutation", {"tools/campaign/", "tools/common/", "tools/mutation/"}},
