@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: MIT
+//
+// Numbers, records and data: mostly at the boundaries of what an object holds.
+#include <algorithm>
+#include <array>
+
+#include "tools/explore/generator.h"
+#include "tools/sequence/data.h"
+
+namespace explore {
+
+namespace {
+
+using sequence::value_kind;
+
+// Pieces of the cases' pattern, which sequences can write down in few words, each begun elsewhere:
+// so data that came to a wrong place shows.
+class written_pool {
+public:
+    static constexpr std::size_t SEEDS = 16;
+    static constexpr std::size_t SKIPPED_MAX = 4096;
+    static constexpr std::size_t LENGTH = call_memory::DATA_MAX + SKIPPED_MAX;
+
+    written_pool()
+    {
+        constexpr std::size_t PIECE = 700;
+        for (std::size_t seed = 0; seed < SEEDS; seed++) {
+            for (std::size_t i = 0; i < LENGTH; i += PIECE) {
+                const std::size_t number = seed * 61 + i / PIECE * 37;
+                bytes_ += sequence::bytes_of({sequence::stretch_kind::pattern,
+                                              static_cast<std::uint8_t>(number),
+                                              std::min(PIECE, LENGTH - i),
+                                              number % 256,
+                                              {}});
+            }
+        }
+    }
+
+    std::string_view stretch(std::size_t seed, std::size_t skipped, std::size_t length) const
+    {
+        return std::string_view(bytes_).substr(seed % SEEDS * LENGTH + skipped % SKIPPED_MAX,
+                                               length);
+    }
+
+private:
+    std::string bytes_;
+};
+
+constexpr std::uint32_t BEYOND_ALL = 0x7fffffff;
+
+std::uint64_t negative(std::uint64_t number)
+{
+    return static_cast<std::uint64_t>(-static_cast<std::int64_t>(number));
+}
+
+} // namespace
+
+std::string_view written_data(std::uint32_t seed, std::size_t skipped, std::size_t length)
+{
+    static const written_pool POOL;
+    return POOL.stretch(seed, skipped, length);
+}
+
+flat_argument generator::data_of(std::size_t length)
+{
+    const std::uint32_t seed = chance_.below(16);
+    return out_.data(written_data(seed, chance_.below(64), length));
+}
+
+// At the boundary, beside it, or anywhere before it.
+std::uint64_t generator::near(std::uint64_t boundary)
+{
+    switch (chance_.below(10)) {
+    case 0:
+        return boundary + 1;
+    case 1:
+    case 2:
+        return boundary;
+    case 3:
+        return boundary > 0 ? boundary - 1 : 0;
+    case 4:
+        return boundary / 2;
+    case 5:
+        return 1;
+    default:
+        return chance_.below(boundary + 1);
+    }
+}
+
+std::uint32_t generator::obtained_size()
+{
+    const std::uint32_t kind = chance_.below(100);
+    if (kind < 45) return 1 + chance_.below(130);
+    if (kind < 80) return chance_.one_of<std::uint32_t>({64, 100, 256, 512, 512, 1000});
+    if (kind < 96) return 1000 + chance_.below(1000);
+    if (kind < 99) return chance_.one_of<std::uint32_t>({8192, 8193, 9000, 16384, 16385, 20000});
+    return chance_.one_of<std::uint32_t>({65536, BEYOND_ALL});
+}
+
+std::uint32_t generator::tlv_id()
+{
+    if (chance_.chance(3)) return 0;
+    return chance_.chance(95) ? 1 + chance_.below(4)
+                              : chance_.one_of<std::uint32_t>({9, 0xffffffff});
+}
+
+std::uint64_t generator::number_for(op which, std::size_t index, const arguments &all)
+{
+    const auto value = [&](std::size_t at) { return all[at].one.number; };
+    const std::uint32_t length = packet_ ? world_.length(*packet_) : 100;
+    const std::uint32_t chain = buffer_ ? world_.chain_length(buffer_->number) : 100;
+    const auto offset_kind = [&] {
+        return chance_.chance(94) ? chance_.below(4)
+                                  : chance_.one_of<std::uint32_t>({4, 5, 6, 7, 0xffffffff});
+    };
+    switch (which) {
+    case op::kel_get_packet:
+    case op::kel_get_buffer:
+        return index == 2 ? obtained_size() : chance_.below(2);
+    case op::kel_get_buffer_list:
+        if (index == 2) return 1 + chance_.below(600);
+        return index == 3 ? chance_.below(2)
+                          : chance_.one_of<std::uint32_t>({1, 2, 3, 5, 15, 16, 17});
+    case op::kel_get_packet_with_tlv:
+        if (index == 2) return obtained_size();
+        if (index == 3) return 0;
+        if (index == 4) return chance_.below(4);
+        return value(4) == 0 ? 0 : chance_.one_of<std::uint32_t>({1, 4, 100, 228, 238, 1024});
+    case op::kel_get_pkthdr_with_tlv:
+        if (index == 1) return chance_.below(4);
+        return value(1) == 0 ? 0 : chance_.one_of<std::uint32_t>({1, 4, 100, 228, 238, 1024});
+    case op::kel_buf_get_dptr: {
+        const std::uint32_t own = buffer_ ? world_.buffer_length(buffer_->number) : 0;
+        return chance_.chance(25) ? negative(near(64)) : near(own);
+    }
+    case op::kel_buf_set_length:
+        return near(chance_.chance(50) ? chain : chain + 64);
+    case op::kel_buf_reserve_space:
+        return near(buffer_ ? world_.buffer_length(buffer_->number) : 0);
+    case op::kel_buf_set_data:
+    case op::kel_buf_get_data:
+        if (index == 1) return chance_.chance(50) ? 0 : chance_.below(chain + 1);
+        return value(1) > chain ? 1 : near(chain - value(1));
+    case op::kel_buf_trim_head:
+    case op::kel_buf_trim_tail:
+        return near(chance_.chance(40) && buffer_ ? world_.buffer_length(buffer_->number) : chain);
+    case op::kel_buf_adj: {
+        const std::uint64_t size =
+            near(chance_.chance(40) && buffer_ ? world_.buffer_length(buffer_->number) : chain);
+        return chance_.chance(50) ? size : negative(size);
+    }
+    case op::kel_buf_add_head:
+    case op::kel_buf_add_tail:
+        return near(chance_.one_of<std::uint32_t>({16, 64, 200, 1000}));
+    case op::kel_buf_get_paddr_iov: {
+        const std::uint32_t count = buffer_ ? world_.chain_count(buffer_->number) : 1;
+        return chance_.chance(20) ? count - 1 : count + chance_.below(3);
+    }
+    case op::kel_buf_duplicate:
+        if (index == 1) return chance_.chance(40) ? 0 : near(chain);
+        return chance_.chance(35) ? KEL_COPY_ALL : near(value(1) > chain ? 1 : chain - value(1));
+    case op::kel_register_reserved_bufgroup:
+        if (index == 3) return chance_.one_of<std::uint32_t>({0, 64, 100, 512, 1700});
+        if (index == 4) return chance_.below(12);
+        return index == 5 ? 0 : chance_.below(2);
+    case op::kel_bufgroup_set_params:
+        return chance_.chance(4) ? chance_.one_of<std::uint32_t>({4, 7, 8}) : 1 + chance_.below(3);
+    case op::kel_register_client:
+        if (index == 2) return chance_.chance(4) ? 3 : chance_.one_of<std::uint32_t>({0, 0, 1, 2});
+        return chance_.one_of<std::uint32_t>({0, 1, 4, 8, 9, 12, 32});
+    case op::kel_client_ha_role_notify:
+        return chance_.chance(4) ? chance_.one_of<std::uint32_t>({3, 0xffffffff})
+                                 : chance_.below(3);
+    case op::kel_pkt_no_sig_required:
+        return chance_.below(2);
+    case op::kel_set_sig_threshold:
+        return chance_.below(10);
+    case op::kel_set_client_signal_interval:
+        return 60000 + chance_.below(10);
+    case op::kel_event_add_bufgroup:
+        if (index == 2)
+            return chance_.chance(5) ? chance_.one_of<std::uint32_t>({0, 4, 7})
+                                     : 1 + chance_.below(3);
+        return chance_.below(0x10000);
+    case op::kel_event_remove_bufgroup:
+        return 1 + chance_.below(3);
+    case op::kel_set_length:
+        return near(chance_.chance(70) ? length : length + 64);
+    case op::kel_get_ifid:
+    case op::kel_set_ifid:
+        if (index == 1)
+            return chance_.chance(94) ? chance_.below(4)
+                                      : chance_.one_of<std::uint32_t>({4, 0xffffffff});
+        return chance_.chance(50) ? chance_.next() : chance_.below(100);
+    case op::kel_get_offset:
+        return offset_kind();
+    case op::kel_set_offset:
+        return index == 1 ? offset_kind() : near(length);
+    case op::kel_adj_offset: {
+        if (index == 1) return offset_kind();
+        const std::uint64_t size = near(chance_.chance(50) ? length / 2 : length);
+        return chance_.chance(50) ? size : negative(size);
+    }
+    case op::kel_reserve_space:
+        return near(packet_ ? std::min(world_.first_length(*packet_), length) : 0);
+    case op::kel_add_head:
+        return near(packet_ && chance_.chance(50) ? world_.head_room(*packet_) : 100);
+    case op::kel_add_tail:
+        return near(chance_.one_of<std::uint32_t>({16, 64, 200, 1000}));
+    case op::kel_trim_head:
+    case op::kel_trim_tail:
+        return near(packet_ && chance_.chance(40) ? world_.first_length(*packet_) : length);
+    case op::kel_set_data:
+    case op::kel_get_data:
+        if (index == 1) return chance_.chance(70) ? 0 : offset_kind();
+        if (index == 2) return chance_.chance(50) ? 0 : chance_.below(length + 1);
+        return value(2) > length ? 1 : near(length - value(2));
+    case op::kel_duplicate:
+        if (index == 1) return chance_.chance(60) ? 0 : offset_kind();
+        if (index == 2) return chance_.chance(50) ? 0 : near(length);
+        return chance_.chance(40) ? KEL_COPY_ALL : near(value(2) > length ? 1 : length - value(2));
+    case op::kel_tlv_alloc:
+        return index == 1 ? tlv_id()
+                          : chance_.one_of<std::uint32_t>(
+                                {1, 2, 4, 16, 40, 100, 228, 228, 232, 237, 238, 1024});
+    case op::kel_tlv_getdata:
+    case op::kel_tlv_get_versioned_data:
+        if (index == 1) return tlv_id();
+        if (index == 3)
+            return chance_.chance(70) ? 1024
+                                      : chance_.one_of<std::uint32_t>({0, 1, 3, 16, 227, 228});
+        return chance_.one_of<std::uint32_t>({0, 1, 2, 5, 0xffff, 0x10001, 0x10005});
+    case op::kel_tlv_setdata:
+    case op::kel_tlv_set_versioned_data:
+        if (index == 1) return tlv_id();
+        if (index == 4) return chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
+        return chance_.one_of<std::uint32_t>({1, 2, 4, 16, 40, 100, 228, 228, 229, 238});
+    case op::kel_tlv_version_set:
+        return index == 1 ? tlv_id() : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
+    case op::kel_tlv_version_check:
+        return index == 1 ? tlv_id()
+                          : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff, 0x10001});
+    case op::kel_tlv_free:
+    case op::kel_tlv_get_next:
+    case op::kel_tlv_version_get:
+        return tlv_id();
+    default:
+        return chance_.chance(50) ? chance_.below(1000) : chance_.next() & 0xffffffff;
+    }
+}
+
+flat_argument generator::thresholds_record()
+{
+    const bool in_buffers = chance_.chance(60);
+    const std::uint64_t low = in_buffers ? chance_.below(3) : 64 * chance_.below(6);
+    const std::uint64_t high = low + 1 + (in_buffers ? chance_.below(4) : chance_.below(600));
+    const std::uint64_t most = high + 1 + (in_buffers ? chance_.below(4) : chance_.below(600));
+    const std::array<scalar, 3> fields{{{most}, {low}, {high}}};
+    if (chance_.chance(2)) return recorder::nothing();
+    return out_.record(fields);
+}
+
+// What to read: the mask alone. What to write: fields that a packet can have.
+flat_argument generator::metadata_record(op which)
+{
+    constexpr std::uint32_t OPAQUE = KEL_METADATA_OPAQUE_1 | KEL_METADATA_OPAQUE_2 |
+                                     KEL_METADATA_OPAQUE_3 | KEL_METADATA_OPAQUE_4;
+    constexpr std::uint32_t ALL = 0x3fffff & ~OPAQUE;
+    std::array<scalar, 23> fields{};
+    if (chance_.below(1000) < 8) return recorder::nothing();
+    const std::uint32_t drawn = static_cast<std::uint32_t>(chance_.next()) & ALL;
+    const std::uint32_t single = 1U << chance_.below(22) & ALL;
+    std::uint32_t mask = chance_.one_of<std::uint32_t>({ALL, drawn, single, single | drawn});
+    fields[0].number = mask;
+    if (which == op::kel_metadata_get) return out_.record(std::span(fields).first(1));
+    const std::uint32_t length = packet_ ? world_.length(*packet_) : 0;
+    // A length that is refused would hide all else.
+    if (chance_.chance(70)) mask &= ~KEL_METADATA_LENGTH;
+    fields[0].number = mask;
+    for (std::size_t i = 1; i < fields.size(); i++) fields[i].number = chance_.next() & 0xffff;
+    fields[1].number = near(length);
+    const std::uint64_t left = mask & KEL_METADATA_LENGTH ? fields[1].number : length;
+    for (std::size_t i = 13; i <= 16; i++) {
+        fields[i].number = chance_.chance(4) ? left + 1 : chance_.below(left + 1);
+    }
+    fields[2].number = chance_.one_of<std::uint32_t>({2, 5, 99, 700});
+    for (std::size_t i = 19; i < fields.size(); i++) fields[i].number = chance_.next();
+    return out_.record(fields);
+}
+
+// One event a client at a time: the contract says nothing of the order of several.
+flat_argument generator::event_record(op which)
+{
+    std::array<scalar, 6> fields{};
+    if (chance_.chance(1)) return recorder::nothing();
+    const bool adds = which == op::kel_event_add;
+    if (adds && client_ && client_->has_event) return {};
+    fields[2].number = chance_.below(0x10000);
+    fields[3].number = chance_.below(0x10000);
+    const std::uint32_t type = chance_.below(100);
+    if (type < 5) {
+        fields[0].number = chance_.one_of<std::uint32_t>({0, 5, 77});
+        fields[4].number = 5;
+    } else if (type < 10 && !adds && client_ && client_->has_event) {
+        fields[0].number = KEL_EVENT_ALL;
+    } else if (type < 40) {
+        fields[0].number = KEL_EVENT_BUFGROUP;
+        fields[4] = group_for(which).one;
+        if (fields[4] == scalar{}) return {};
+        fields[5].number = chance_.chance(5) ? 4 : 1 + chance_.below(3);
+    } else {
+        fields[0].number = chance_.chance(50) ? KEL_EVENT_TAG : KEL_EVENT_TAG_REGISTERED;
+        fields[4] = tag_for(op::kel_event_add_tag).one;
+        if (adds && is_tag_shared(fields[4])) return {};
+    }
+    if (chance_.chance(3)) fields[1].number = 1;
+    return out_.record(fields);
+}
+
+// Of groups without thresholds: whether a notice is told in a list is nobody's promise.
+flat_argument generator::packet_list_record()
+{
+    constexpr std::size_t REQUEST = 6;
+    std::array<scalar, 1 + REQUEST * KEL_LIST_MAX> fields{};
+    const std::uint32_t count = chance_.one_of<std::uint32_t>({1, 2, 3, 9, 16, 17});
+    fields[0].number = count;
+    const std::uint32_t filled = std::min<std::uint32_t>(count, KEL_LIST_MAX);
+    for (std::uint32_t i = 0; i < filled; i++) {
+        scalar *request = &fields[1 + REQUEST * i];
+        const object *client = world_.pick_live(role::client);
+        if (client && !chance_.chance(4)) request[0] = {0, client->name};
+        const object *group = world_.pick(role::bufgroup, [&](const object &each) {
+            return !each.has_thresholds && client && world_.is_registered(each, *client);
+        });
+        if (group && chance_.chance(30)) request[1] = {0, group->name};
+        request[2].number = 1 + chance_.below(300);
+        request[4].number = chance_.below(3);
+        if (request[4].number) request[5].number = chance_.one_of<std::uint32_t>({4, 228, 1024});
+    }
+    return out_.record(std::span(fields).first(1 + REQUEST * filled));
+}
+
+} // namespace explore
