@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "tools/explore/examiner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "tools/common/output_file.h"
+
+namespace explore {
+
+examiner::~examiner()
+{
+    if (child_ < 0) return;
+    kill(-child_, SIGKILL); // with the processes that it has started
+    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) continue;
+    close(pipe_);
+}
+
+std::size_t examiner::times(const suspect &one) const
+{
+    const auto found = examined_.find(one.made.calls[one.call].operation);
+    return found == examined_.end() ? 0 : found->second;
+}
+
+void examiner::add(suspect one)
+{
+    waiting_.push_back(std::move(one));
+}
+
+void examiner::start()
+{
+    const auto next = std::ranges::min_element(
+        waiting_, {}, [this](const suspect &each) { return std::pair(times(each), each.call); });
+    const suspect chosen = std::move(*next);
+    waiting_.erase(next);
+    index_ = chosen.index;
+    examined_[chosen.made.calls[chosen.call].operation]++;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    child_ = fork();
+    if (child_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
+    if (child_ == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        setpgid(0, 0);
+        int status = 0;
+        try {
+            const bool is_written =
+                tools::write_all(ends[1], to_message(examine(chosen.made, how_)));
+            status = is_written ? 0 : 1;
+        } catch (const std::exception &) {
+            status = 1;
+        }
+        _exit(status);
+    }
+    setpgid(child_, child_);
+    close(ends[1]);
+    pipe_ = ends[0];
+    received_.clear();
+}
+
+std::optional<examined> examiner::look()
+{
+    if (child_ < 0) {
+        if (!waiting_.empty()) start();
+        return std::nullopt;
+    }
+    pollfd watched{pipe_, POLLIN, 0};
+    while (poll(&watched, 1, 0) > 0) {
+        char piece[65536];
+        const ssize_t count = read(pipe_, piece, sizeof piece);
+        if (count < 0 && errno == EINTR) continue;
+        if (count > 0) {
+            received_.append(piece, static_cast<std::size_t>(count));
+            continue;
+        }
+        close(pipe_);
+        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) continue;
+        child_ = -1;
+        examined done = from_message(received_);
+        done.finding.index = index_;
+        return done;
+    }
+    return std::nullopt;
+}
+
+} // namespace explore

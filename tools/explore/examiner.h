@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+//
+// Examines suspects one after the other, in a process beside the lanes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "tools/explore/examination.h"
+#include "tools/explore/lane.h"
+
+namespace explore {
+
+class examiner {
+public:
+    explicit examiner(examination_setup how) : how_(std::move(how)) {}
+    ~examiner();
+    examiner(const examiner &) = delete;
+    examiner &operator=(const examiner &) = delete;
+
+    void add(suspect one);
+
+    // What is finished since the last time.
+    std::optional<examined> look();
+
+    bool is_idle() const { return child_ < 0 && waiting_.empty(); }
+    std::size_t left() const { return waiting_.size() + (child_ < 0 ? 0 : 1); }
+    void change_profile(const sequence::configuration &chosen) { how_.learned.chosen = chosen; }
+    const examination_setup &setup() const { return how_; }
+
+private:
+    void start();
+    std::size_t times(const suspect &one) const;
+
+    examination_setup how_;
+    std::deque<suspect> waiting_;
+    // How many of the same operation were examined: rarer ones come first.
+    std::map<sequence::operation, std::size_t> examined_;
+    pid_t child_ = -1;
+    int pipe_ = -1;
+    std::string received_;
+    std::uint64_t index_ = 0;
+};
+
+} // namespace explore
