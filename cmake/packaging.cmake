@@ -24,6 +24,7 @@ set(manual_sources
     docs/kel-campaign.md
     docs/kel-campaign-spread.md
     docs/kel-sequence.md
+    docs/kel-explore.md
     tools/keltrace/README.md)
 find_program(LOWDOWN lowdown)
 find_program(GZIP gzip)
@@ -99,6 +100,9 @@ if(TARGET kel-campaign)
 endif()
 if(TARGET kel-sequence)
   install_man(tools kel-sequence.1)
+endif()
+if(TARGET kel-explore)
+  install_man(tools kel-explore.1)
 endif()
 if(TARGET tavor-run)
   install_man(tools tavor-run.1)

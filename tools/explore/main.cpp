@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+//
+// kel-explore: looks for answers of a libkel that the contract does not allow.
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <thread>
+
+#include "tools/common/interrupt.h"
+#include "tools/common/usage_error.h"
+#include "tools/explore/exploration.h"
+#include "tools/sequence/arguments.h"
+
+namespace {
+
+// The exit status.
+constexpr int NOTHING_FOUND = 0;
+constexpr int FOUND = 1;
+constexpr int BROKEN = 2;
+
+constexpr double DEFAULT_SECONDS = 60;
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    CLI::App app{"Looks for answers of a libkel that the contract does not allow.", "kel-explore"};
+    app.set_version_flag("--version", TAVOR_VERSION);
+    explore::settings asked;
+    asked.jobs = std::max(1U, std::thread::hardware_concurrency());
+    double timeout = 2;
+    std::string part;
+    app.add_option("--lib", asked.library, "libkel.so, or the folder that has it")->required();
+    auto *seconds =
+        app.add_option("--seconds", asked.seconds, "how long (60)")->check(CLI::PositiveNumber);
+    app.add_option("--sequences", asked.sequences, "how many, instead of how long")
+        ->check(CLI::PositiveNumber)
+        ->excludes(seconds);
+    app.add_option("--seed", asked.seed, "another run")->capture_default_str();
+    app.add_option("--json", asked.json, "findings and summary, an object a line");
+    app.add_option("-j,--jobs", asked.jobs, "lanes of two processes each")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str();
+    app.add_option("--shard", part, "only this part of the sequences: 2/5");
+    app.add_option("--profile", asked.profile, "choices of the library that are known, in a file");
+    app.add_option("--resume", asked.corpus, "a folder of sequences: made first, and added to");
+    app.add_option("-o,--output", asked.output, "a folder for what is found");
+    app.add_option("--reference", asked.reference, "the reference library");
+    app.add_option("--timeout", timeout, "seconds a call may take beside its own waits")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    try {
+        app.parse(argc, argv);
+        if (!asked.seconds && !asked.sequences) asked.seconds = DEFAULT_SECONDS;
+        if (!part.empty()) asked.part = tools::parse_shard(part);
+        asked.limit = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
+        asked.reference = sequence::reference_library(asked.reference);
+        tools::catch_interrupts();
+        return explore::explore_library(asked) ? FOUND : NOTHING_FOUND;
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? NOTHING_FOUND : BROKEN;
+    } catch (const std::exception &error) {
+        std::cerr << "kel-explore: " << error.what() << "\n";
+        return BROKEN;
+    }
+}
