@@ -46,7 +46,7 @@ TEST_P(fault, is_found)
 
 INSTANTIATE_TEST_SUITE_P(explore, fault,
                          testing::Values(wrong{"trim_head#1+:keeps_offsets", ""},
-                                         wrong{"coalesce#1+:loses_tail", ""},
+                                         wrong{"trim_tail#1+:keeps_length", ""},
                                          wrong{"send#1+:keeps_holder", ""},
                                          wrong{"free_tag#1+:stays_registered", ""},
                                          wrong{"event_wait#1+:reports_again", ""},
