@@ -63,7 +63,9 @@ using row = std::vector<std::string>;
 
 TEST_F(comparison, has_a_column_for_each_report)
 {
-    const auto done = compare(three());
+    std::vector<std::string> arguments = three();
+    arguments.emplace_back("--all");
+    const auto done = compare(arguments);
     EXPECT_TRUE(done.exited_with(1)) << done.errors;
     const std::string &text = done.output;
     EXPECT_THAT(text, StartsWith("good: " + file("good.jsonl")));
@@ -79,12 +81,22 @@ TEST_F(comparison, has_a_column_for_each_report)
     EXPECT_LT(text.find("kel_role_basic "), text.find("kel_send_"));
 }
 
-TEST_F(comparison, quiet_leaves_out_what_is_good_everywhere)
+TEST_F(comparison, counts_what_does_not_differ)
+{
+    const auto done = compare(three());
+    EXPECT_THAT(done.output, AllOf(HasSubstr("\nkel_role_basic "), Not(HasSubstr("kel_send_")),
+                                   HasSubstr("\n3 more cases do not differ\n")));
+    EXPECT_THAT(compare({"--all", file("good.jsonl"), file("good.jsonl")}).output,
+                Not(HasSubstr(" do not differ\n")));
+}
+
+TEST_F(comparison, quiet_shows_only_what_differs)
 {
     std::vector<std::string> arguments = three();
     arguments.emplace_back("-q");
     const auto done = compare(arguments);
-    EXPECT_THAT(done.output, Not(HasSubstr("kel_send_")));
+    EXPECT_THAT(done.output, AllOf(Not(HasSubstr("kel_send_")), Not(HasSubstr("\nkel_role_basic ")),
+                                   HasSubstr("\n4 more cases do not differ\n")));
     EXPECT_EQ(words_behind(done.output, "pass"), (row{"4", "3", "4"}));
 }
 
@@ -142,7 +154,7 @@ TEST_F(comparison, an_absent_case_differs_and_one_left_out_does_not)
 
     const std::string stopped =
         report("stopped", "fail=kel_role_basic:x", {"kel_role", "kel_send", "--fail-fast"});
-    const auto left_out = compare({stopped, all, all});
+    const auto left_out = compare({stopped, all, all, "--all"});
     EXPECT_THAT(left_out.output, HasSubstr("1 of 5 cases differ"));
     EXPECT_EQ(words_behind(left_out.output, "kel_role_always"), (row{"not_run", "pass", "pass"}));
 }

@@ -66,6 +66,7 @@ struct compare_arguments {
     std::vector<std::string> reports{}; // file or name=file
     std::vector<std::string> outputs{}; // format:file
     bool quiet = false;
+    bool all = false;
 };
 
 struct history_arguments {

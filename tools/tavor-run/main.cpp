@@ -91,7 +91,8 @@ void add_compare(CLI::App &command, compare_arguments &given)
     command
         .add_option("--out,--output", given.outputs, "format:file, several; " + compare_formats())
         ->allow_extra_args(false);
-    command.add_flag("--quiet,-q", given.quiet, "in texts only what differs or is not good");
+    command.add_flag("--quiet,-q", given.quiet, "in texts only what differs");
+    command.add_flag("--all", given.all, "in texts what is equal, too");
 }
 
 void add_history(CLI::App &command, history_arguments &given)

@@ -53,13 +53,13 @@ std::string differences_text(const stored_run &before, const stored_run &after)
 
 struct text_form {
     bool as_table;
-    bool is_quiet;
+    table_detail detail;
 };
 
 std::string text_of_two_or_more(const comparison &what, const text_form &form)
 {
     return tools::printable(form.as_table
-                                ? text_of(what, form.is_quiet)
+                                ? text_of(what, form.detail)
                                 : differences_text(what.columns[0].run, what.columns[1].run),
                             "\n");
 }
@@ -82,7 +82,10 @@ std::string compare_formats()
 int compare_command(const compare_arguments &given)
 {
     std::vector<named_report> reports;
-    bool as_table = given.reports.size() > 2 || given.quiet;
+    bool as_table = given.reports.size() > 2 || given.quiet || given.all;
+    const table_detail detail = given.all     ? table_detail::all
+                                : given.quiet ? table_detail::differing
+                                              : table_detail::not_good;
     for (const std::string &each : given.reports) {
         reports.push_back(parse_report_name(each));
         as_table |= !reports.back().name.empty();
@@ -96,7 +99,7 @@ int compare_command(const compare_arguments &given)
     for (const std::string &each : outputs) {
         const report_target target = parse_target(each);
         tools::output_file(target.path)
-            .replace(format_named(FORMATS, target.format).make(what, {as_table, given.quiet}));
+            .replace(format_named(FORMATS, target.format).make(what, {as_table, detail}));
     }
     return exit_code(what);
 }

@@ -49,7 +49,17 @@ int exit_code(const comparison &of);
 // What the columns are: file, time, program, library.
 std::string column_facts(const comparison_column &column);
 
-std::string text_of(const comparison &what, bool quiet);
+// A cell's verdict; "-" where the run knows nothing of the case.
+std::string_view word(const std::optional<outcome> &cell);
+// The verdicts that occur at all, from good to bad.
+std::vector<verdict> counted_verdicts(const comparison &what);
+// How many cases differ, and which shards are missing; lines.
+std::string ending_text(const comparison &what);
+
+// Which rows a text shows beside those that differ: none, those that are bad in all, or every row.
+// Of shards the bad ones are always shown.
+enum class table_detail { differing, not_good, all };
+std::string text_of(const comparison &what, table_detail detail);
 std::string html_of(const comparison &what);
 std::string json_lines_of(const comparison &what);
 

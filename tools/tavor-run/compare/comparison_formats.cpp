@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// A comparison as a table for people, as a page, and as JSON lines.
+// A comparison as a table for people, and as JSON lines.
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "tools/tavor-run/compare/comparison.h"
-#include "tools/tavor-run/formats/markup.h"
 
 namespace tavor_run {
 
@@ -13,49 +12,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::string_view ABSENT = "-";
-
-// From good to bad.
-constexpr std::array<verdict, VERDICT_COUNT> SHOWN_ORDER = {
-    verdict::pass, verdict::ignore, verdict::not_run, verdict::fail,    verdict::crash,
-    verdict::hang, verdict::flood,  verdict::damaged, verdict::unended, verdict::unseen};
-
-std::string_view word(const std::optional<outcome> &cell)
-{
-    return cell ? name_of(cell->state) : ABSENT;
-}
-
-// The verdicts that occur at all: each has a row of totals.
-std::vector<verdict> counted_verdicts(const comparison &what)
-{
-    std::vector<verdict> found;
-    for (const verdict each : SHOWN_ORDER) {
-        if (std::any_of(what.columns.begin(), what.columns.end(),
-                        [&](const auto &column) { return counted(column.counts, each) > 0; })) {
-            found.push_back(each);
-        }
-    }
-    return found;
-}
-
-std::string ending_text(const comparison &what)
-{
-    std::string text = std::to_string(what.differing()) + " of " +
-                       std::to_string(what.rows.size()) + " cases differ\n";
-    if (!what.is_sharded) {
-        return text;
-    }
-    text = std::to_string(what.rows.size()) + " cases in " + std::to_string(what.columns.size()) +
-           " shards of one run\n";
-    for (const std::string &each : what.missing_shards) {
-        text += "shard " + each + " is missing\n";
-    }
-    return text;
-}
-
 class text_table {
 public:
-    text_table(const comparison &of, bool is_quiet) : what(of), quiet(is_quiet)
+    text_table(const comparison &of, table_detail how_much) : what(of), detail(how_much)
     {
         first_width = std::string_view("results").size();
         for (const comparison_row &row : what.rows) {
@@ -66,7 +25,11 @@ public:
         }
     }
 
-    bool shows(const comparison_row &row) const { return !quiet || row.differs || row.has_bad; }
+    bool shows(const comparison_row &row) const
+    {
+        return row.differs || detail == table_detail::all ||
+               (row.has_bad && (detail == table_detail::not_good || what.is_sharded));
+    }
 
     template <typename Cell> std::string line(const std::string &first, Cell cell) const
     {
@@ -112,39 +75,10 @@ public:
 
 private:
     const comparison &what;
-    bool quiet;
+    table_detail detail;
     std::size_t first_width = 0;
     std::vector<std::size_t> widths;
 };
-
-std::string html_row(const std::string &first, const std::vector<std::string> &cells)
-{
-    std::string text = "<tr><th>" + first + "</th>";
-    for (const std::string &cell : cells) {
-        text += "<td>" + cell + "</td>";
-    }
-    return text + "</tr>\n";
-}
-
-std::string html_cell(const std::optional<outcome> &cell)
-{
-    const std::string state(word(cell));
-    return "<span class=\"" + state + "\">" + state + "</span>" +
-           (cell && !cell->message.empty() ? "<br>" + escaped(cell->message) : "");
-}
-
-std::string html_totals(const comparison &what)
-{
-    std::string text;
-    for (const verdict each : counted_verdicts(what)) {
-        std::vector<std::string> numbers;
-        for (const comparison_column &column : what.columns) {
-            numbers.push_back(std::to_string(counted(column.counts, each)));
-        }
-        text += html_row(std::string(name_of(each)), numbers);
-    }
-    return text;
-}
 
 // Messages come from outside and need not be UTF-8.
 std::string json_line(const json &object)
@@ -170,40 +104,26 @@ json json_of(const comparison_column &column)
 
 } // namespace
 
-std::string text_of(const comparison &what, bool quiet)
+std::string text_of(const comparison &what, table_detail detail)
 {
-    const text_table table(what, quiet);
+    const text_table table(what, detail);
     std::string text;
     for (const comparison_column &column : what.columns) {
         text += column.name + ": " + column_facts(column) + "\n";
     }
     text += "\n" + table.line("", [&](std::size_t i) { return what.columns[i].name; });
+    std::size_t left_out = 0;
     for (const comparison_row &row : what.rows) {
         if (table.shows(row)) {
             text += table.row(row);
+        } else {
+            left_out++;
         }
+    }
+    if (left_out > 0) {
+        text += std::to_string(left_out) + " more cases do not differ\n";
     }
     return text + "\n" + table.totals() + "\n" + ending_text(what);
-}
-
-std::string html_of(const comparison &what)
-{
-    std::string text = html_head("tavor") + "<table>\n";
-    std::vector<std::string> names;
-    for (const comparison_column &column : what.columns) {
-        names.push_back("<b>" + escaped(column.name) + "</b>");
-        text += html_row(escaped(column.name), {escaped(column_facts(column))});
-    }
-    text += "</table>\n<p>" + escaped(ending_text(what)) + "</p>\n<table>\n" + html_row("", names) +
-            html_totals(what);
-    for (const comparison_row &row : what.rows) {
-        std::vector<std::string> cells;
-        for (const auto &cell : row.cells) {
-            cells.push_back(html_cell(cell));
-        }
-        text += html_row(escaped(row.name), cells);
-    }
-    return text + "</table>\n</body>\n</html>\n";
 }
 
 std::string json_lines_of(const comparison &what)

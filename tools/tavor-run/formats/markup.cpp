@@ -17,7 +17,8 @@ constexpr std::string_view STYLE = R"(<meta name="viewport" content="width=devic
             --bad: #ff8f8f; --lost: #e2a0e2; --link: #9cc0ff; }
 }
 body { font: 1rem/1.4 sans-serif; margin: 1rem; color: var(--ink); background: var(--paper);
-       overflow-wrap: anywhere; }
+       overflow-wrap: break-word; }
+h1, h2, p, pre, summary, td:last-child, td.text { overflow-wrap: anywhere; }
 a { color: var(--link); }
 .wide { overflow-x: auto; }
 table { border-collapse: collapse; }
@@ -28,6 +29,7 @@ pre, .runs { font-family: monospace; }
 pre { white-space: pre-wrap; margin: 0.3rem 0; }
 .bar { display: flex; height: 0.8rem; margin: 0.5rem 0; print-color-adjust: exact; }
 .bar span { background: currentColor; min-width: 0.3rem; }
+.label { display: none; }
 #filter { margin: 1rem 0; }
 [hidden] { display: none !important; }
 summary { cursor: pointer; padding: 0.2rem 0; }
@@ -42,6 +44,8 @@ svg { max-width: 100%; color: var(--ink); }
     .stacks tr { display: block; border-bottom: 1px solid var(--line); padding: 0.3rem 0; }
     .stacks td, .stacks th { display: block; border: 0; padding: 0; }
     td.time { text-align: left; }
+    .label { display: inline-block; min-width: 6rem; color: var(--quiet); }
+    body { overflow-wrap: anywhere; }
 }
 @media print {
     :root { --ink: #000000; --paper: #ffffff; --good: #17692a; --quiet: #5a5f66; --bad: #b3161b;
