@@ -34,8 +34,11 @@ namespace {
 using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// So many children at a time: nearly all of their time is waiting.
+// So many children at a time, and as many more whenever none of them has had anything to say for a
+// while: they wait, each for itself, and cost nothing.
 constexpr std::size_t AT_ONCE = 16;
+constexpr std::size_t MOST_AT_ONCE = 256;
+constexpr milliseconds QUIET{20};
 // Opening a library on a busy machine.
 constexpr milliseconds START{20000};
 
@@ -147,10 +150,11 @@ void set_environment(const library_setup &setup)
         const library tested(what.setup.path);
         // The first message says that the calls begin.
         send(pipe, message_of(REFUSED - 1, {}));
-        execute(tested, made, what.end, [pipe, &what](std::size_t index, answer &&given) {
+        const bool is_part = what.end < made.calls.size();
+        execute(tested, made, what.end, [&](std::size_t index, answer &&given) {
             send(pipe, message_of(static_cast<std::uint32_t>(index), given));
             // What waits for a call that is not wanted any more would wait in vain.
-            if (index + 1 == what.end) _exit(0);
+            if (is_part && index + 1 == what.end) _exit(0);
         });
     } catch (const std::exception &error) {
         std::string message;
@@ -297,12 +301,23 @@ private:
 std::vector<answers> run_all(const call_sequence &made, const std::vector<job> &jobs,
                              const limits &allowed)
 {
+    std::vector<job> all = jobs;
+    for (job &each : all) {
+        if (each.made == nullptr) each.made = &made;
+    }
+    return run_all(all, allowed);
+}
+
+std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed)
+{
     std::vector<answers> all(jobs.size());
     std::vector<std::pair<std::size_t, std::unique_ptr<child>>> running;
     std::size_t next = 0;
+    std::size_t at_once = AT_ONCE;
     while (next < jobs.size() || !running.empty()) {
-        while (next < jobs.size() && running.size() < AT_ONCE) {
-            running.emplace_back(next, std::make_unique<child>(made, jobs[next], allowed));
+        while (next < jobs.size() && running.size() < at_once) {
+            running.emplace_back(next,
+                                 std::make_unique<child>(*jobs[next].made, jobs[next], allowed));
             next++;
         }
         std::vector<pollfd> watched;
@@ -311,9 +326,11 @@ std::vector<answers> run_all(const call_sequence &made, const std::vector<job> &
             watched.push_back({each->pipe(), POLLIN, 0});
             soonest = std::min(soonest, each->deadline());
         }
-        const auto left = std::chrono::duration_cast<milliseconds>(soonest - steady::now());
-        poll(watched.data(), watched.size(),
-             static_cast<int>(std::max<std::int64_t>(left.count() + 1, 0)));
+        auto left = std::chrono::duration_cast<milliseconds>(soonest - steady::now());
+        if (next < jobs.size()) left = std::min(left, QUIET);
+        const int count = poll(watched.data(), watched.size(),
+                               static_cast<int>(std::max<std::int64_t>(left.count() + 1, 0)));
+        if (count == 0) at_once = std::min(at_once + AT_ONCE, MOST_AT_ONCE);
         for (std::size_t i = running.size(); i-- > 0;) {
             auto &[index, each] = running[i];
             const bool has_more = watched[i].revents == 0 || each->read_on();

@@ -28,6 +28,7 @@ struct limits {
 struct job {
     library_setup setup;
     std::size_t end = ~std::size_t{0};
+    const call_sequence *made = nullptr; // null: the one that is given for all jobs
 };
 
 // The answers of one job, as far as it came: after a hang or a crash there is none. Of a job that
@@ -38,6 +39,8 @@ using answers = std::vector<answer>;
 // cannot be opened. Called by one thread at a time, from a process that has no other.
 std::vector<answers> run_all(const call_sequence &made, const std::vector<job> &jobs,
                              const limits &allowed = {});
+// Each job has a sequence of its own.
+std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed = {});
 
 answers run_one(const call_sequence &made, const job &what, const limits &allowed = {});
 
