@@ -14,6 +14,7 @@
 #include "tools/common/process.h"
 #include "tools/sequence/dependencies.h"
 #include "tools/sequence/export_c.h"
+#include "tools/sequence/parser.h"
 #include "tools/sequence/printer.h"
 #include "tools/sequence/reduction.h"
 #include "tools/sequence/report.h"
@@ -103,6 +104,30 @@ TEST_P(reduced_case, becomes_a_program_with_the_same_verdict)
     EXPECT_TRUE(run({program}, {setting}).exited_with(1));
     const auto right = run({program});
     EXPECT_TRUE(right.exited_with(0)) << right.output;
+}
+
+// The wait of another thread's making: what would end it belongs to the difference.
+TEST(reduced_wait, keeps_the_calls_that_end_it)
+{
+    const std::string setting = "KEL_REFERENCE_FAULTS=event_clear#1+:does_not_wake";
+    call_sequence made =
+        from_text("sequence version=1 library=\"x\" program=\"y\"\n"
+                  "nocrash_set() -> 0\n"
+                  "client1 = register_client(\"c\", ACTIVE, 4) -> 0, client=client1\n"
+                  "client2 = register_client(\"d\", ACTIVE, 4) -> 0, client=client2\n"
+                  "event_wait(client1, null) ...\n"
+                  "@2 event_clear(client1) -> 0\n"
+                  "@2 event_clear(client2) -> 0\n");
+    const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
+    ASSERT_TRUE(judged.finding);
+    EXPECT_EQ(judged.finding->difference.expected, "EINTR");
+    EXPECT_EQ(judged.finding->difference.got, "not returned");
+    const auto smallest = reduce(
+        made, *judged.finding,
+        {{KEL_REFERENCE_LIBRARY, {setting}}, reference_setup(KEL_REFERENCE_LIBRARY, {}), {}, 2});
+    ASSERT_TRUE(smallest);
+    EXPECT_EQ(smallest->made.calls.size(), 3U) << to_text(smallest->made, printed::calls);
+    EXPECT_EQ(smallest->finding.call, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -46,20 +46,10 @@ public:
 private:
     bool has_time() const { return std::chrono::steady_clock::now() < deadline_; }
 
-    // Calls on the objects that the guilty one is about, and on those that these are about.
     std::vector<std::size_t> candidates() const
     {
-        std::set<sequence::variable> related = sequence::used_by(recorded_.calls[guilty_]);
-        std::vector<std::size_t> found;
-        for (std::size_t i = guilty_; i-- > 0 && found.size() < MOST_CALLS;) {
-            const auto used = sequence::used_by(recorded_.calls[i]);
-            const auto &names = recorded_.calls[i].names;
-            const auto is_related = [&](sequence::variable each) { return related.contains(each); };
-            const bool gives = std::any_of(names.begin(), names.end(), is_related);
-            if (!gives && std::none_of(used.begin(), used.end(), is_related)) continue;
-            related.insert(used.begin(), used.end());
-            found.push_back(i);
-        }
+        auto found = sequence::related_to(recorded_, guilty_);
+        if (found.size() > MOST_CALLS) found.resize(MOST_CALLS);
         return found;
     }
 

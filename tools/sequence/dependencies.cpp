@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "tools/sequence/dependencies.h"
 
+#include <algorithm>
+
 namespace sequence {
 
 std::set<variable> used_by(const call &made)
@@ -12,6 +14,23 @@ std::set<variable> used_by(const call &made)
         }
     }
     return used;
+}
+
+std::vector<std::size_t> related_to(const call_sequence &whole, std::size_t index)
+{
+    std::set<variable> related = used_by(whole.calls[index]);
+    std::vector<std::size_t> found;
+    for (std::size_t i = index; i-- > 0;) {
+        const auto used = used_by(whole.calls[i]);
+        const auto &names = whole.calls[i].names;
+        const auto is_related = [&](variable each) { return related.contains(each); };
+        if (std::ranges::none_of(names, is_related) && std::ranges::none_of(used, is_related)) {
+            continue;
+        }
+        related.insert(used.begin(), used.end());
+        found.push_back(i);
+    }
+    return found;
 }
 
 std::vector<bool> closed(const call_sequence &whole, std::vector<bool> kept)
