@@ -4,18 +4,14 @@
 #include "tools/sequence/export_c.h"
 
 #include <array>
-#include <cstdio>
 #include <set>
 
-#include "tools/sequence/constants.h"
-#include "tools/sequence/data.h"
+#include "tools/sequence/c_calls.h"
 #include "tools/sequence/printer.h"
 
 namespace sequence {
 
 namespace {
-
-using interface::form;
 
 constexpr const char *HEAD = R"(#define _GNU_SOURCE
 #include <errno.h>
@@ -105,80 +101,9 @@ constexpr auto HELPERS = std::to_array<helper_function>({
 )"},
 });
 
-std::string decimal(std::uint64_t number)
-{
-    return std::to_string(number) + "u";
-}
-
-std::string long_number(std::uint64_t number)
-{
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), "UINT64_C(0x%llx)",
-                  static_cast<unsigned long long>(number));
-    return text.data();
-}
-
-std::string c_text(std::string_view text)
-{
-    std::string quoted = "\"";
-    for (const char each : text) {
-        const auto byte = static_cast<unsigned char>(each);
-        std::array<char, 8> escaped;
-        std::snprintf(escaped.data(), escaped.size(), "\\%03o", byte);
-        if (byte < 0x20 || byte >= 0x7f || each == '"' || each == '\\' || each == '?') {
-            quoted += escaped.data();
-        } else {
-            quoted += each;
-        }
-    }
-    return quoted + "\"";
-}
-
-std::string c_type(const parameter &where)
-{
-    if (where.record != nullptr) {
-        switch (where.form) {
-        case form::event:
-            return "kel_event";
-        case form::thresholds:
-            return "kel_bufgroup_thresholds";
-        case form::metadata:
-            return "kel_metadata_group";
-        case form::iovecs:
-            return "kel_iovec";
-        case form::packet_list:
-            return "kel_packet_list";
-        case form::buffer_list:
-            return "kel_buffer_list";
-        default:
-            return "struct timeval";
-        }
-    }
-    if (where.what == role::program_address) return "uintptr_t";
-    if (where.form == form::address && where.by_address) return "void *";
-    switch (where.width) {
-    case 1:
-        return "uint8_t";
-    case 2:
-        return "uint16_t";
-    case 4:
-        return where.is_signed ? "int32_t" : "uint32_t";
-    default:
-        return "uint64_t";
-    }
-}
-
-// "requests[0].size" is what C calls it; a time-out's fields are not.
-std::string c_field(const field &part)
-{
-    if (part.name == "seconds") return "tv_sec";
-    if (part.name == "microseconds") return "tv_usec";
-    return std::string(part.name);
-}
-
-class program {
+class program : public c_calls {
 public:
-    explicit program(const call_sequence &whole) : whole_(whole)
+    explicit program(const call_sequence &whole) : c_calls(whole)
     {
         for (const step &each : whole.steps) {
             if (each.phase == phase::begin) begun_.insert(each.call);
@@ -187,19 +112,12 @@ public:
 
     std::string text()
     {
-        std::string all = "/* " + whole_.header.program + "\n * Made by kel-sequence from:\n *\n";
-        const std::string calls = to_text(whole_, printed::calls_and_answers);
-        for (std::size_t at = calls.find('\n') + 1; at < calls.size();) {
-            const std::size_t end = calls.find('\n', at);
-            std::string line = calls.substr(at, end - at);
-            for (std::size_t i = 0; (i = line.find("*/")) != std::string::npos;) line[i] = '+';
-            all += " *   " + line.substr(0, 160) + "\n";
-            at = end + 1;
-        }
-        all += " *\n * cc -std=c11 -I<folder of kelapi> this.c -lkel -lpthread\n */\n";
+        std::string all = "/* " + whole().header.program + "\n * Made by kel-sequence from:\n *\n" +
+                          calls_as_comment(whole(), " *   ") +
+                          " *\n * cc -std=c11 -I<folder of kelapi> this.c -lkel -lpthread\n */\n";
         all += HEAD;
         std::string bodies;
-        for (std::size_t i = 0; i < whole_.calls.size(); i++) bodies += function(i);
+        for (std::size_t i = 0; i < whole().calls.size(); i++) bodies += function(i);
         bodies += main_function();
         for (const helper_function &each : HELPERS) {
             if (bodies.find(std::string(each.name)) != std::string::npos) all += each.text;
@@ -207,267 +125,59 @@ public:
         return all + variables() + bodies;
     }
 
+protected:
+    std::string variable_text(variable name) const override
+    {
+        return whole().variables[static_cast<std::size_t>(name)].name + "_";
+    }
+
+    void check_number(std::string &body, const checked &what, const std::string &expected,
+                      const std::string &got) const override
+    {
+        add(body, "expect_number(" + c_text(what.part) + ", (uint64_t)" + expected +
+                      ", (uint64_t)" + got + ");");
+    }
+
+    void check_given(std::string &body, const checked &what, const std::string &got) const override
+    {
+        add(body, "expect_something(" + c_text(what.part) + ", (uint64_t)" + got + ");");
+    }
+
+    void check_bytes(std::string &body, const checked &what, const std::string &expected,
+                     const std::string &got, std::size_t size) const override
+    {
+        add(body, "expect_bytes(" + c_text(what.part) + ", " + expected + ", " + got + ", " +
+                      std::to_string(size) + ");");
+    }
+
+    void fill_pattern(std::string &body, const std::string &place, std::size_t length,
+                      std::size_t skipped, unsigned seed) const override
+    {
+        add(body, "fill_pattern(" + place + ", " + std::to_string(length) + ", " +
+                      std::to_string(skipped) + ", " + std::to_string(seed) + ");");
+    }
+
 private:
     // Those that a call defines.
     std::string variables() const
     {
         std::string text;
-        for (const variable each : bound_) {
-            text +=
-                "static uint64_t " + whole_.variables[static_cast<std::size_t>(each)].name + "_;\n";
+        for (const variable each : bound()) {
+            const variable_info &about = whole().variables[static_cast<std::size_t>(each)];
+            const bool is_wide = about.what == role::address;
+            text += std::string("static ") + (is_wide ? "uint64_t " : "uint32_t ") +
+                    variable_text(each) + ";\n";
         }
         return text;
     }
 
-    std::string number_text(const scalar &one) const
-    {
-        if (one.name < 0) return long_number(one.number);
-        std::string text = whole_.variables[static_cast<std::size_t>(one.name)].name + "_";
-        return one.number == 0 ? text : "(" + text + " + " + long_number(one.number) + ")";
-    }
-
-    static void add(std::string &body, const std::string &line) { body += "    " + line + "\n"; }
-
-    void fill_bytes(std::string &body, const std::string &target, const std::string &bytes) const
-    {
-        std::size_t at = 0;
-        for (const stretch &each : stretches_of(bytes)) {
-            const std::string place = target + " + " + std::to_string(at);
-            const std::string length = std::to_string(each.length);
-            if (each.kind == stretch_kind::pattern) {
-                add(body, "fill_pattern(" + place + ", " + length + ", " +
-                              std::to_string(each.skipped) + ", " + decimal(each.number) + ");");
-            } else if (each.kind == stretch_kind::fill) {
-                add(body,
-                    "memset(" + place + ", " + std::to_string(each.number) + ", " + length + ");");
-            } else {
-                std::string list;
-                for (const char byte : each.bytes) {
-                    list += (list.empty() ? "" : ", ") +
-                            std::to_string(static_cast<unsigned char>(byte));
-                }
-                const std::string name = "bytes" + std::to_string(at);
-                add(body,
-                    "static const unsigned char " + target + "_" + name + "[] = {" + list + "};");
-                add(body, "memcpy(" + place + ", " + target + "_" + name + ", " + length + ");");
-            }
-            at += each.length;
-        }
-    }
-
-    // Declares what the parameter needs and returns what is passed.
-    std::string passed(std::string &body, const call &made, std::size_t i) const
-    {
-        const parameter &where = schema_of(made.operation).parameters[i];
-        const value &given = made.arguments[i];
-        const std::string name = "a" + std::to_string(i);
-        if (given.kind == value_kind::null) return "NULL";
-        if (given.kind == value_kind::unreadable) return "(void *)UINTPTR_MAX";
-        if (where.shape == shape::text) return c_text(given.bytes);
-        if (where.shape == shape::bytes) {
-            const std::size_t size = given.kind == value_kind::bytes       ? given.bytes.size()
-                                     : given.kind == value_kind::any_bytes ? given.one().number
-                                                                           : count_of(made, where);
-            // Static: a thread's stack may be small.
-            add(body, "static unsigned char " + name + "[" + std::to_string(size + 1) + "];");
-            if (given.kind == value_kind::bytes) fill_bytes(body, name, given.bytes);
-            return name;
-        }
-        if (!where.by_address) return "(" + c_type(where) + ")" + number_text(given.one());
-        if (where.count_at >= 0) {
-            const std::size_t entries = std::max<std::size_t>(count_of(made, where), 1);
-            add(body, "static kel_iovec " + name + "[" + std::to_string(entries) + "];");
-            return name;
-        }
-        if (where.record != nullptr) {
-            add(body, c_type(where) + " " + name + ";");
-            add(body, "memset(&" + name + ", 0, sizeof " + name + ");");
-            for (std::size_t j = 0; j < given.scalars.size(); j++) {
-                if (given.scalars[j] == scalar{}) continue;
-                const field &part = field_at(*where.record, j);
-                add(body, name + "." + c_field(part) + " = (" + width_type(part.width) + ")" +
-                              number_text(given.scalars[j]) + ";");
-            }
-            return "&" + name;
-        }
-        const std::string start = given.kind == value_kind::number
-                                      ? "(" + c_type(where) + ")" + number_text(given.one())
-                                      : "0";
-        add(body, c_type(where) + " " + name + " = " + start + ";");
-        return "&" + name;
-    }
-
-    static std::string width_type(std::size_t width)
-    {
-        return width == 1   ? "uint8_t"
-               : width == 2 ? "uint16_t"
-               : width == 4 ? "uint32_t"
-                            : "int64_t";
-    }
-
-    std::size_t count_of(const call &made, const parameter &where) const
-    {
-        const value &count = made.arguments[static_cast<std::size_t>(where.count_at)];
-        return count.kind == value_kind::number
-                   ? std::min<std::uint64_t>(count.one().number, 1u << 24)
-                   : 0;
-    }
-
-    // One number that was given: checked, or bound to the name that it defines.
-    void take(std::string &body, const std::string &part, const std::string &got,
-              const scalar &expected, bool is_compared)
-    {
-        if (expected.name >= 0 && !bound_.contains(expected.name)) {
-            bound_.insert(expected.name);
-            add(body, whole_.variables[static_cast<std::size_t>(expected.name)].name +
-                          "_ = (uint64_t)" + got + ";");
-            add(body, "expect_something(" + c_text(part) + ", (uint64_t)" + got + ");");
-        } else if (expected.name == UNSEEN) {
-            add(body, "expect_something(" + c_text(part) + ", (uint64_t)" + got + ");");
-        } else if (is_compared) {
-            add(body, "expect_number(" + c_text(part) + ", " + number_text(expected) +
-                          ", (uint64_t)" + got + ");");
-        }
-    }
-
-    void check_stored(std::string &body, const call &made, const answer &given, std::size_t i)
-    {
-        const parameter &where = schema_of(made.operation).parameters[i];
-        const value &stored = given.stored[i];
-        const std::string name = "a" + std::to_string(i);
-        const std::string part(where.name);
-        if (stored.kind == value_kind::bytes) {
-            add(body, "static unsigned char expected" + std::to_string(i) + "[" +
-                          std::to_string(stored.bytes.size() + 1) + "];");
-            fill_bytes(body, "expected" + std::to_string(i), stored.bytes);
-            add(body, "expect_bytes(" + c_text(part) + ", expected" + std::to_string(i) + ", " +
-                          name + ", " + std::to_string(stored.bytes.size()) + ");");
-        } else if (stored.kind == value_kind::number) {
-            if (where.what == role::process) {
-                add(body, "expect_number(" + c_text(part) + ", (uint64_t)getpid(), " + name + ");");
-                return;
-            }
-            const std::string got = where.form == form::address ? "(uintptr_t)" + name : name;
-            take(body, part, got, stored.one(), where.uncompared == nullptr);
-            if (where.object == interface::object::dynamic_tag && stored.one() != scalar{}) {
-                add(body, "expect_number(" + c_text(part + " is dynamic") + ", 1, " + name +
-                              " >= KEL_FIRST_DYNAMIC_TAG);");
-            }
-        } else if (stored.kind == value_kind::record) {
-            const std::size_t width = where.record->fields.size();
-            for (std::size_t j = 0; j < stored.scalars.size(); j++) {
-                const field &each = field_at(*where.record, j);
-                if (each.name.starts_with("requests") || (each.mask && !has_field(made, i, each))) {
-                    continue;
-                }
-                const std::string entry =
-                    where.count_at >= 0 ? "[" + std::to_string(j / width) + "]" : "";
-                take(body, part + entry + "." + std::string(each.name),
-                     name + entry + "." + c_field(each), stored.scalars[j],
-                     each.uncompared == nullptr);
-            }
-        }
-    }
-
-    static bool has_field(const call &made, std::size_t i, const field &part)
-    {
-        const value &given = made.arguments[i];
-        return given.kind == value_kind::record && (given.scalars[0].number & part.mask) != 0;
-    }
-
-    std::string arguments_text(std::string &body, const call &made) const
-    {
-        std::string list;
-        const operation_schema &which = schema_of(made.operation);
-        for (std::size_t i = 0; i < which.parameters.size(); i++) {
-            list += (i > 0 ? ", " : "") + passed(body, made, i);
-        }
-        return list;
-    }
-
-    std::string system_call(std::string &body, const call &made) const
-    {
-        const auto number = [&](std::size_t i) {
-            return "(int)" + number_text(made.arguments[i].one());
-        };
-        if (made.operation == SLEEP)
-            return "sleep((unsigned)" + number_text(made.arguments[0].one()) + ")";
-        if (made.operation == OPEN_DEVICE) return "open(KEL_DEVICE, O_RDWR)";
-        if (made.operation == CLOSE_DEVICE) return "(close(" + number(0) + ") < 0 ? errno : 0)";
-        if (made.operation == IOCTL) {
-            const std::string argument = passed(body, made, 2);
-            return "(ioctl(" + number(0) + ", (unsigned long)" +
-                   number_text(made.arguments[1].one()) + ", " + argument + ") < 0 ? errno : 0)";
-        }
-        const std::string timeout = passed(body, made, 2);
-        add(body, "fd_set readable, exceptional;");
-        add(body, "FD_ZERO(&readable);");
-        add(body, "FD_ZERO(&exceptional);");
-        add(body, "if (" + number(0) + " > 0) FD_SET(" + number(0) + ", &readable);");
-        add(body, "if (" + number(1) + " > 0) FD_SET(" + number(1) + ", &exceptional);");
-        return "select(FD_SETSIZE, &readable, NULL, &exceptional, " + timeout + ")";
-    }
-
-    void check_result(std::string &body, const call &made, const answer &given)
-    {
-        const operation_schema &which = schema_of(made.operation);
-        if (which.result.shape == shape::nothing) return;
-        add(body, "(void)result;");
-        take(body, "result", "result", given.result.one(), which.result.uncompared == nullptr);
-        if (made.operation != SELECT || given.result.one() == scalar{}) return;
-        for (const std::size_t i : {std::size_t{0}, std::size_t{1}}) {
-            const std::string set = i == 0 ? "readable" : "exceptional";
-            const value &stored = given.stored[3 + i];
-            if (made.arguments[i].one() == scalar{} || stored.kind != value_kind::number) continue;
-            take(body, "is_" + set,
-                 "(FD_ISSET((int)" + number_text(made.arguments[i].one()) + ", &" + set + ") != 0)",
-                 stored.one(), true);
-        }
-    }
-
-    // What a call has copied from is the caller's again.
-    static void wipe_sources(std::string &body, const call &made)
-    {
-        const operation_schema &which = schema_of(made.operation);
-        for (std::size_t i = 0; i < which.parameters.size(); i++) {
-            const bool is_source =
-                which.parameters[i].shape == shape::bytes && !which.parameters[i].is_written();
-            const std::string name = "a" + std::to_string(i);
-            if (is_source && made.arguments[i].kind == value_kind::bytes) {
-                add(body, "memset(" + name + ", 0xee, sizeof " + name + ");");
-            }
-        }
-    }
-
     std::string function(std::size_t index)
     {
-        const call &made = whole_.calls[index];
-        const answer &given = whole_.answers[index];
-        const operation_schema &which = schema_of(made.operation);
+        const call &made = whole().calls[index];
         std::string body;
         add(body,
-            "current_call = " + c_text(call_text(made, whole_.variables).substr(0, 200)) + ";");
-        const std::string invocation = which.is_system() ? system_call(body, made)
-                                                         : std::string(which.function) + "(" +
-                                                               arguments_text(body, made) + ")";
-        if (which.result.shape == shape::nothing) {
-            add(body, invocation + ";");
-        } else {
-            add(body, (which.is_system() ? "int" : c_type(which.result)) +
-                          std::string(" result = ") + invocation + ";");
-        }
-        wipe_sources(body, made);
-        if (given.outcome == outcome::returned) {
-            check_result(body, made, given);
-            for (std::size_t i = 0; i < which.parameters.size(); i++) {
-                const bool is_select = made.operation == SELECT;
-                if (given.stored[i].kind != value_kind::absent && !is_select) {
-                    check_stored(body, made, given, i);
-                }
-            }
-        } else if (which.result.shape != shape::nothing) {
-            add(body, "(void)result;");
-        }
+            "current_call = " + c_text(call_text(made, whole().variables).substr(0, 200)) + ";");
+        body += statements(index);
         const std::string name = "call" + std::to_string(index);
         if (!begun_.contains(static_cast<std::uint32_t>(index))) {
             return "\nstatic void " + name + "(void)\n{\n" + body + "}\n";
@@ -484,7 +194,7 @@ private:
         add(body, "signal(SIGABRT, end_early);");
         add(body, "signal(SIGFPE, end_early);");
         add(body, "signal(SIGALRM, end_early);");
-        for (const step &each : whole_.steps) {
+        for (const step &each : whole().steps) {
             const std::string number = std::to_string(each.call);
             if (each.phase == phase::begin) {
                 add(body, "if (pthread_create(&thread" + number + ", NULL, call" + number +
@@ -501,9 +211,7 @@ private:
         return "\nint main(void)\n{\n" + body + "}\n";
     }
 
-    const call_sequence &whole_;
     std::set<std::uint32_t> begun_;
-    std::set<variable> bound_;
 };
 
 } // namespace

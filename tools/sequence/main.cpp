@@ -2,11 +2,15 @@
 //
 // kel-sequence: shows, makes, compares, reduces and exports sequences of calls.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 
+#include "tools/common/program.h"
+#include "tools/common/registry.h"
 #include "tools/common/usage_error.h"
 #include "tools/sequence/arguments.h"
 #include "tools/sequence/export_c.h"
+#include "tools/sequence/export_case.h"
 #include "tools/sequence/oracle.h"
 #include "tools/sequence/printer.h"
 #include "tools/sequence/reduction.h"
@@ -30,6 +34,7 @@ struct arguments {
     bool calls_only = false;
     std::string output = "-";
     bool as_c = false;
+    std::string as_case{}; // suite and name
 };
 
 limits limits_of(const arguments &given)
@@ -91,47 +96,54 @@ int diff(const arguments &given)
     return judged.finding ? DIFFERS : SAME;
 }
 
-// The finding that the library shows now, with what is needed to show it again.
-struct shown {
-    call_sequence made;
-    verdict judged;
-    reduction_setup how;
-};
-
-shown find_again(const arguments &given)
+void write_reduced(const arguments &given, reduced smallest)
 {
-    if (given.libraries.size() != 1) throw tools::usage_error("name the library with --lib");
+    smallest.made.calls.front().comments = {" " + std::to_string(smallest.runs) +
+                                            " runs; again: kel-sequence diff --lib " +
+                                            given.libraries.front() + " FILE"};
+    smallest.made.closing_comments = {" " + expectation_text(smallest.finding)};
+    write_file(given.output, to_text(smallest.made, printed::calls_and_answers));
+}
+
+// The sequence's answers are the library's, or were when it was recorded.
+std::optional<reduced> reduced_from(const arguments &given, const call_sequence &made,
+                                    const verdict &judged)
+{
     const std::string reference = reference_library(given.reference);
-    shown now;
-    now.made = answered(read_part(given), given.libraries.front(), limits_of(given));
-    now.judged = judge(now.made, reference, limits_of(given));
-    now.how = {{given.libraries.front()},
-               reference_setup(reference, now.judged.profile.front()),
-               limits_of(given)};
-    return now;
+    if (!judged.finding) return std::nullopt;
+    return reduce(made, *judged.finding,
+                  {{given.libraries.front()},
+                   reference_setup(reference, judged.profile.front()),
+                   limits_of(given)});
 }
 
 int reduce_file(const arguments &given)
 {
-    const shown now = find_again(given);
-    if (!now.judged.finding) {
-        std::cerr << "kel-sequence: " << difference_text(now.made, now.judged.finding);
-        return SAME;
+    if (given.libraries.size() != 1) throw tools::usage_error("name the library with --lib");
+    const std::string reference = reference_library(given.reference);
+    auto made = read_part(given);
+    std::optional<reduced> smallest;
+    if (made.has_answers()) {
+        smallest = reduced_from(given, made, judge(made, reference, limits_of(given)));
     }
-    auto smallest = reduce(now.made, *now.judged.finding, now.how);
+    if (!smallest) {
+        made = answered(made, given.libraries.front(), limits_of(given));
+        const verdict judged = judge(made, reference, limits_of(given));
+        if (!judged.finding) {
+            std::cerr << "kel-sequence: " << difference_text(made, judged.finding);
+            return SAME;
+        }
+        smallest = reduced_from(given, made, judged);
+    }
     if (!smallest) throw tools::usage_error("the difference does not show every time");
-    smallest->made.calls.front().comments = {" " + std::to_string(smallest->runs) +
-                                             " runs; again: kel-sequence diff --lib " +
-                                             given.libraries.front() + " FILE"};
-    smallest->made.closing_comments = {" " + expectation_text(smallest->finding)};
-    write_file(given.output, to_text(smallest->made, printed::calls_and_answers));
+    smallest->made.header.library = given.libraries.front();
+    write_reduced(given, std::move(*smallest));
     return DIFFERS;
 }
 
 // With the answers that the contract asks for; those in the file may be wrong.
-int export_file(const arguments &given)
+call_sequence rightly_answered(const arguments &given)
 {
-    if (!given.as_c) throw tools::usage_error("say what to make of it: --c");
     auto made = read_part(given);
     configuration chosen;
     if (made.has_answers()) {
@@ -142,7 +154,35 @@ int export_file(const arguments &given)
     std::vector<bool> kept(made.calls.size(), false);
     std::fill_n(kept.begin(), made.answers.size(), true);
     made.answers.resize(made.calls.size());
-    write_file(given.output, to_c(selection(made, kept)));
+    return selection(made, kept);
+}
+
+// "kel_packet_mine" is the case "mine" of kel_packet, as with tavor's own names.
+std::string source_of_case(const call_sequence &made, const std::string &full_name)
+{
+    std::string suite;
+    for (const tools::test_case &each : tools::all_cases()) {
+        const std::string start = std::string(each.suite) + "_";
+        if (full_name.starts_with(start) && each.suite.size() > suite.size()) suite = each.suite;
+    }
+    const std::string name = suite.empty() ? "" : full_name.substr(suite.size() + 1);
+    const auto is_plain = [](char each) {
+        return (each >= 'a' && each <= 'z') || (each >= '0' && each <= '9') || each == '_';
+    };
+    if (name.empty() || !std::ranges::all_of(name, is_plain)) {
+        throw tools::usage_error("no name for a case: " + full_name +
+                                 "; it is a suite's, \"_\" and a word");
+    }
+    return to_case(made, suite, name);
+}
+
+int export_file(const arguments &given)
+{
+    if (given.as_c != given.as_case.empty()) {
+        throw tools::usage_error("say what to make of it: --c or --case NAME");
+    }
+    const auto made = rightly_answered(given);
+    write_file(given.output, given.as_c ? to_c(made) : source_of_case(made, given.as_case));
     return SAME;
 }
 
@@ -166,9 +206,7 @@ void add_libraries(CLI::App &command, arguments &given, int most)
         ->capture_default_str();
 }
 
-} // namespace
-
-int main(int argc, char *argv[])
+int execute(int argc, char *argv[])
 {
     CLI::App app{"Shows, makes, compares, reduces and exports sequences of calls of libkel.",
                  "kel-sequence"};
@@ -197,6 +235,7 @@ int main(int argc, char *argv[])
     CLI::App *const exporter = app.add_subcommand("export", "make a program of it");
     add_file(*exporter, given);
     exporter->add_flag("--c", given.as_c, "a C11 program");
+    exporter->add_option("--case", given.as_case, "a case of that name in tavor's form");
     exporter->add_option("--reference", given.reference, "the reference library");
     exporter->add_option("-o,--output", given.output, "the program")->capture_default_str();
     exporter->callback([&] { status = export_file(given); });
@@ -204,9 +243,13 @@ int main(int argc, char *argv[])
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? SAME : BROKEN;
-    } catch (const std::exception &error) {
-        std::cerr << "kel-sequence: " << error.what() << "\n";
-        return BROKEN;
     }
     return status;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    return tools::run_program("kel-sequence", BROKEN, [&] { return execute(argc, argv); });
 }
