@@ -4,6 +4,9 @@
 // nothing behind.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -115,6 +118,69 @@ TEST(more, accepts_every_legal_library)
             << library << '\n'
             << run.output;
     }
+}
+
+// With its state in a folder of its own.
+class companion : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string wanted = testing::TempDir() + "tavor-more-XXXXXX";
+        ASSERT_NE(mkdtemp(wanted.data()), nullptr);
+        folder = wanted;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder); }
+
+    tools::process_result tavor_run(std::vector<std::string> arguments,
+                                    std::vector<std::string> environment = {}) const
+    {
+        arguments.insert(arguments.begin(), TAVOR_RUN);
+        arguments.insert(arguments.end(), {"--tavor", TAVOR_MORE_BINARY});
+        environment.push_back("XDG_STATE_HOME=" + folder.string());
+        return tools::run_process(
+            {.arguments = arguments, .environment = environment, .timeout = 60s});
+    }
+
+    std::filesystem::path folder;
+};
+
+TEST_F(companion, runs_all_cases)
+{
+    const auto run = tavor_run({"run"});
+    EXPECT_TRUE(run.exited_with(0)) << run.output << run.errors;
+    EXPECT_NE(run.output.find(std::to_string(cases().size()) + " passed"), std::string::npos)
+        << run.output;
+}
+
+TEST_F(companion, names_the_check_that_failed)
+{
+    const auto run = tavor_run({"kel_more_dyn_tag", "--trace", "0"},
+                               {"KEL_REFERENCE_FAULTS=free_tag#1+:stays_registered"});
+    EXPECT_TRUE(run.exited_with(1)) << run.output << run.errors;
+    EXPECT_NE(run.output.find("the freed tag is still the client's"), std::string::npos)
+        << run.output;
+    EXPECT_NE(run.output.find("more/dyn_tag.cpp:"), std::string::npos) << run.output;
+}
+
+TEST_F(companion, lists_its_cases)
+{
+    const auto list = tavor_run({"list", "0"});
+    EXPECT_EQ(list.output,
+              "0\t" + std::string(cases()[0].suite) + "\t" + std::string(cases()[0].name) + "\n");
+}
+
+TEST_F(companion, judges_its_log)
+{
+    const std::filesystem::path log = folder / "log";
+    std::ofstream(log) << run_more({}).output;
+    EXPECT_TRUE(tavor_run({"report", log}).exited_with(0));
+}
+
+TEST_F(companion, knows_no_case_of_tavor)
+{
+    const auto refused = tavor_run({"kel_buf_append"});
+    EXPECT_TRUE(refused.exited_with(3));
+    EXPECT_NE(refused.errors.find("kel_buf_append"), std::string::npos) << refused.errors;
 }
 
 } // namespace

@@ -4,10 +4,10 @@
 function row(kind, text) {
     gsub(/\\/, "\\\\", text)
     gsub(/"/, "\\\"", text)
-    printf "%s(\"suites/%s\", %d, \"%s\")\n", kind, file, FNR, text
+    printf "%s(\"%s\", %d, \"%s\")\n", kind, file, FNR, text
 }
 
-FNR == 1 { n = split(FILENAME, parts, "/"); file = parts[n] }
+FNR == 1 { n = split(FILENAME, parts, "/"); file = parts[n - 1] "/" parts[n] }
 
 match($0, /^(TEST_)?CASE\(kel_[a-z_]+, [a-z0-9_]+/) {
     words = substr($0, RSTART, RLENGTH)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Where in the suites' sources a case and its checks stand.
+// Where in the sources of tavor and tavor-more a case and its checks stand.
 #pragma once
 
 #include <string>

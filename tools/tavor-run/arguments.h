@@ -59,6 +59,7 @@ struct report_arguments {
     std::vector<std::string> foreign{}; // patterns of lines
     std::vector<std::string> strip{};   // patterns of what lines begin with
     bool any_order = false;
+    std::string tavor{}; // that wrote the log
     output_arguments output{};
 };
 

@@ -3,9 +3,11 @@
 // tavor-run: runs tavor, or judges what it printed, and says what came of it.
 #include <CLI/CLI.hpp>
 #include <array>
+#include <filesystem>
 
 #include "tools/common/process.h"
 #include "tools/common/program.h"
+#include "tools/common/registry.h"
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/results/results.h"
 #include "tools/tavor-run/run/selection.h"
@@ -27,9 +29,18 @@ void add_selection(CLI::App &command, selection_arguments &given)
     command.add_flag("--shuffle{random}", given.shuffle, "in an order drawn from a seed (=SEED)");
 }
 
+// Its name tells which cases all is about, on a device, too, where nothing of it can be read.
+void add_tavor(CLI::App &command, std::string &given)
+{
+    command.add_option("--tavor", given, "the program, tavor or tavor-more")
+        ->each([](const std::string &path) {
+            tools::use_cases_of(std::filesystem::path(path).filename().string());
+        });
+}
+
 void add_launch(CLI::App &command, launch_arguments &given)
 {
-    command.add_option("--tavor", given.tavor, "the program");
+    add_tavor(command, given.tavor);
     command.add_option("--lib", given.library_folder, "folder of libkel.so");
     command.add_option("--shim", given.shim, "libkeltrace.so, for the last library calls");
     command.add_option("--trace", given.traced_calls, "how many of them, 0: none")
@@ -74,6 +85,7 @@ void add_report(CLI::App &command, report_arguments &given)
 {
     command.add_option("log", given.log, "captured console, - for standard input")->required();
     command.add_option("names", given.terms, "what was run");
+    add_tavor(command, given.tavor);
     command
         .add_option("--foreign", given.foreign, "regular expression of lines that are not tavor's")
         ->allow_extra_args(false);
@@ -118,6 +130,7 @@ struct program {
     run_arguments bisect{};
     selection_arguments list{};
     bool suites_only = false;
+    std::string listed_tavor{};
     report_arguments report{};
     compare_arguments compare{};
     history_arguments history{};
@@ -132,6 +145,7 @@ struct program {
         CLI::App *const lister = app.add_subcommand("list", "list cases");
         add_selection(*lister, list);
         lister->add_flag("--suites", suites_only, "their suites only");
+        add_tavor(*lister, listed_tavor);
         add_report(*app.add_subcommand("report", "judge a captured console log"), report);
         add_compare(*app.add_subcommand("compare", "compare jsonl results"), compare);
         add_history(*app.add_subcommand("history", "what changed over many jsonl results"),
