@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Chains of buffers: releasing all of one or a part of it, growth within the head room, and what
-// the client is charged for meanwhile.
+// Chains of buffers: releasing all of one or a part of it, growth within the head room, a shorter
+// length, and what the client is charged for meanwhile.
 #include <errno.h>
 
 #include "kelapi/buf.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t BUFFERS = 3;
 constexpr uint32_t HEAD_ROOM = 100;
-constexpr uint32_t GROWTH = 60; // less than the head room
+constexpr uint32_t LESS = 60; // than the head room
 
 // A chain of single buffers in held.buffer, whose handles are stored in order.
 const char *get_chain(held_objects &held, kel_buffer (&chain)[BUFFERS])
@@ -75,11 +75,11 @@ CASE(kel_more_buf, add_head_in_head_room, with_client)
     const kel_buffer head = held.buffer;
     if (kel_buf_reserve_space(head, HEAD_ROOM)) return "kel_buf_reserve_space failed";
     if (kel_buf_get_length(head, &before)) return "kel_buf_get_length failed";
-    if (kel_buf_add_head(&held.buffer, GROWTH)) return "kel_buf_add_head failed";
+    if (kel_buf_add_head(&held.buffer, LESS)) return "kel_buf_add_head failed";
     if (held.buffer != head) return "the head room was not used";
     if (kel_buf_get_buf_count(head) != 1) return "wrong number of buffers";
     if (kel_buf_get_length(head, &after)) return "kel_buf_get_length failed";
-    if (after != before + GROWTH) return "wrong buffer length";
+    if (after != before + LESS) return "wrong buffer length";
     return judge_client_buffers(held.client, 1);
 }
 
@@ -96,4 +96,16 @@ CASE(kel_more_buf, duplicate_is_charged, with_client)
     if (kel_free_bufchain(held.second_buffer)) return "kel_free_bufchain failed";
     held.second_buffer = 0;
     return judge_client_count(held.client, 1, SMALL_SIZE);
+}
+
+CASE(kel_more_buf, set_length, with_client)
+{
+    uint32_t length = 0;
+
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
+        return error_text(error);
+    }
+    if (kel_buf_set_length(held.buffer, SMALL_SIZE - LESS)) return "kel_buf_set_length failed";
+    if (kel_buf_get_length(held.buffer, &length)) return "kel_buf_get_length failed";
+    return length == SMALL_SIZE - LESS ? nullptr : "wrong buffer length";
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Buffer groups: who may set thresholds, and that limits, notices and counts hold for packets with
-// TLVs and for buffers as they do for packets.
+// Buffer groups: who may set thresholds and ask for counts, and that limits, notices and counts
+// hold for packets with TLVs and for buffers as they do for packets.
 #include <errno.h>
 
 #include "kelapi/buf.h"
@@ -162,4 +162,18 @@ CASE(kel_more_bufgroup, buffers_are_counted, with_group)
     if (kel_free_bufchain(held.buffers[1])) return "kel_free_bufchain failed";
     held.buffers[1] = 0;
     return judge_group_count(held, 1);
+}
+
+CASE(kel_more_bufgroup, deregistered_group, with_group)
+{
+    const kel_bufgroup left = held.group;
+    uint32_t buffers = NOT_COUNTED;
+    uint32_t bytes = NOT_COUNTED;
+
+    if (const char *message = judge_group_count(held, 0)) return message;
+    if (kel_deregister_bufgroup(held.client, left)) return "kel_deregister_bufgroup failed";
+    held.group = 0;
+    return judge_refusal(kel_get_count_bygroup(held.client, left, &buffers, &bytes), EINVAL,
+                         "the client is still registered with the group",
+                         "kel_get_count_bygroup wrong error");
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Events that are armed by a record. The record is overwritten after the call: the event has to
-// have the contexts that it was armed with. Waits poll; none lasts.
+// Events that are armed by a record, and removed. The record is overwritten after the call: the
+// event has to have the contexts that it was armed with. Waits poll; none lasts.
 #include <string.h>
 #include <sys/time.h>
 
@@ -45,6 +45,18 @@ const char *register_client_and_tag(event_objects &held)
     return nullptr;
 }
 
+const char *register_client_and_group(event_objects &held)
+{
+    kel_bufgroup_thresholds passed = THRESHOLDS;
+
+    if (const char *failure = register_client(held)) return failure;
+    if (uint32_t error = kel_register_bufgroup(held.client, &held.group, "more group")) {
+        return error_text(error);
+    }
+    return must_work(
+        kel_bufgroup_set_params(held.client, held.group, KEL_BUFGROUP_BUFFERS, &passed, nullptr));
+}
+
 void release(event_objects &held)
 {
     for (const kel_packet packet : held.packets) {
@@ -56,8 +68,8 @@ void release(event_objects &held)
     cleanup_client(held.client);
 }
 
-constexpr case_frame<event_objects> with_client_of_events = {register_client, release};
 constexpr case_frame<event_objects> with_tag = {register_client_and_tag, release};
+constexpr case_frame<event_objects> with_group = {register_client_and_group, release};
 
 const char *arm(event_objects &held, uint32_t type, uint32_t object, uint32_t group_flags)
 {
@@ -105,6 +117,38 @@ const char *fill_queue(event_objects &held)
     return nullptr;
 }
 
+// Up to the maximum: which threshold a flag stands for is the library's choice.
+const char *fill_group(event_objects &held)
+{
+    for (uint32_t i = 0; i < THRESHOLDS.max; i++) {
+        held.packets[i] = kel_get_packet(held.client, held.group, SMALL_SIZE, 1, nullptr);
+        if (!held.packets[i]) return "kel_get_packet failed";
+    }
+    return nullptr;
+}
+
+// An event that is armed while the queue is full, and removed before there is room.
+const char *remove_tag_event(event_objects &held, uint32_t (*remove)(kel_client client))
+{
+    if (const char *message = fill_queue(held)) return message;
+    if (const char *message = arm(held, KEL_EVENT_TAG, TAG, 0)) return message;
+    if (remove(held.client)) return "the event was not removed";
+    if (!kel_recv(held.client)) return "kel_recv failed";
+    return expect_none(held, "a removed event was reported");
+}
+
+uint32_t remove_by_record(kel_client client)
+{
+    kel_event record = {KEL_EVENT_TAG, 0, CONTEXT1, CONTEXT2, TAG, 0};
+
+    return kel_event_remove(client, &record);
+}
+
+uint32_t remove_by_tag(kel_client client)
+{
+    return kel_event_remove_tag(client, TAG);
+}
+
 } // namespace
 
 CASE(kel_more_event, tag_with_room, with_tag)
@@ -122,22 +166,10 @@ CASE(kel_more_event, tag_while_full, with_tag)
     return expect_event(held, TAG);
 }
 
-CASE(kel_more_event, bufgroup, with_client_of_events)
+CASE(kel_more_event, bufgroup, with_group)
 {
-    kel_bufgroup_thresholds passed = THRESHOLDS;
-
-    if (uint32_t error = kel_register_bufgroup(held.client, &held.group, "more group")) {
-        return error_text(error);
-    }
-    if (kel_bufgroup_set_params(held.client, held.group, KEL_BUFGROUP_BUFFERS, &passed, nullptr)) {
-        return "kel_bufgroup_set_params failed";
-    }
     if (const char *message = arm(held, KEL_EVENT_BUFGROUP, held.group, GROUP_BOTH)) return message;
-    // Up to the maximum: which threshold a flag stands for is the library's choice.
-    for (uint32_t i = 0; i < THRESHOLDS.max; i++) {
-        held.packets[i] = kel_get_packet(held.client, held.group, SMALL_SIZE, 1, nullptr);
-        if (!held.packets[i]) return "kel_get_packet failed";
-    }
+    if (const char *message = fill_group(held)) return message;
     return expect_event(held, held.group);
 }
 
@@ -164,4 +196,17 @@ CASE(kel_more_event, exceptional_ends, with_tag)
     return wait_for_descriptor(descriptor, DESCRIPTOR_EXCEPTIONAL, &at_once)
                ? "the exceptional condition outlasts the event"
                : nullptr;
+}
+
+CASE(kel_more_event, removed, with_tag, remove_tag_event(held, remove_by_record))
+CASE(kel_more_event, removed_tag, with_tag, remove_tag_event(held, remove_by_tag))
+
+CASE(kel_more_event, removed_bufgroup, with_group)
+{
+    if (const char *message = arm(held, KEL_EVENT_BUFGROUP, held.group, GROUP_BOTH)) return message;
+    if (kel_event_remove_bufgroup(held.client, held.group, GROUP_BOTH)) {
+        return "the event was not removed";
+    }
+    if (const char *message = fill_group(held)) return message;
+    return expect_none(held, "a removed event was reported");
 }

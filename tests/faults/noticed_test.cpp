@@ -94,11 +94,15 @@ std::string found_by(const row &expected, const tools::process_result &run)
     return run.signal ? tools::signal_name(run.signal) : "";
 }
 
+// After them the shim's have their place; an unknown one is noticed below.
 TEST(faults, all_are_in_the_table)
 {
+    const std::vector<std::string> listed = listed_faults();
     std::vector<std::string> in_table;
     for (const row &each : read_rows()) in_table.push_back(each.fault);
-    EXPECT_EQ(in_table, listed_faults());
+    ASSERT_GE(in_table.size(), listed.size());
+    in_table.resize(listed.size());
+    EXPECT_EQ(in_table, listed);
 }
 
 // A case that fails with no library that is wrong proves nothing.
