@@ -126,18 +126,6 @@ void send(int pipe, const std::string &message)
     }
 }
 
-void set_environment(const library_setup &setup)
-{
-    for (const std::string &each : setup.environment) {
-        const std::size_t equals = each.find('=');
-        if (equals == std::string::npos) {
-            unsetenv(each.c_str());
-        } else {
-            setenv(each.substr(0, equals).c_str(), each.c_str() + equals + 1, 1);
-        }
-    }
-}
-
 [[noreturn]] void be_child(int pipe, const call_sequence &made, const job &what)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -297,6 +285,18 @@ private:
 };
 
 } // namespace
+
+void set_environment(const library_setup &setup)
+{
+    for (const std::string &each : setup.environment) {
+        const std::size_t equals = each.find('=');
+        if (equals == std::string::npos) {
+            unsetenv(each.c_str());
+        } else {
+            setenv(each.substr(0, equals).c_str(), each.c_str() + equals + 1, 1);
+        }
+    }
+}
 
 std::vector<answers> run_all(const call_sequence &made, const std::vector<job> &jobs,
                              const limits &allowed)

@@ -19,6 +19,9 @@ struct library_setup {
     std::vector<std::string> environment{}; // "NAME=value"; "NAME" alone: not set
 };
 
+// For this process; before the library is opened, and while there is no other thread.
+void set_environment(const library_setup &setup);
+
 struct limits {
     // How long a call may take beside the time that it is told to wait.
     std::chrono::milliseconds call{2000};
