@@ -8,6 +8,8 @@
 #include "tools/common/interrupt.h"
 #include "tools/common/usage_error.h"
 #include "tools/explore/exploration.h"
+#include "tools/explore/profile.h"
+#include "tools/histories/exploration.h"
 #include "tools/sequence/arguments.h"
 
 namespace {
@@ -19,6 +21,19 @@ constexpr int BROKEN = 2;
 
 constexpr double DEFAULT_SECONDS = 60;
 
+// Histories of threads in place of sequences. Whether something was found, or left undecided.
+bool explore_threads(const explore::settings &asked, const histories::shape &size)
+{
+    const sequence::configuration given =
+        asked.profile.empty() ? sequence::configuration{}
+                              : explore::read_profile(asked.profile, asked.reference);
+    const auto learned = explore::learn(asked.library, asked.reference, given, {asked.limit});
+    const histories::totals all =
+        histories::explore({asked.library, asked.reference, learned.chosen, size, asked.seconds,
+                            asked.sequences, asked.seed, asked.part, asked.json});
+    return all.illegal + all.undecided > 0;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -29,6 +44,7 @@ int main(int argc, char *argv[])
     asked.jobs = std::max(1U, std::thread::hardware_concurrency());
     double timeout = 2;
     std::string part;
+    histories::shape size{0};
     app.add_option("--lib", asked.library, "libkel.so, or the folder that has it")->required();
     auto *seconds =
         app.add_option("--seconds", asked.seconds, "how long (60)")->check(CLI::PositiveNumber);
@@ -37,17 +53,28 @@ int main(int argc, char *argv[])
         ->excludes(seconds);
     app.add_option("--seed", asked.seed, "another run")->capture_default_str();
     app.add_option("--json", asked.json, "findings and summary, an object a line");
-    app.add_option("-j,--jobs", asked.jobs, "lanes of two processes each")
-        ->check(CLI::Range(1, 256))
-        ->capture_default_str();
+    auto *jobs = app.add_option("-j,--jobs", asked.jobs, "lanes of two processes each")
+                     ->check(CLI::Range(1, 256))
+                     ->capture_default_str();
     app.add_option("--shard", part, "only this part of the sequences: 2/5");
     app.add_option("--profile", asked.profile, "choices of the library that are known, in a file");
-    app.add_option("--resume", asked.corpus, "a folder of sequences: made first, and added to");
-    app.add_option("-o,--output", asked.output, "a folder for what is found");
+    auto *kept =
+        app.add_option("--resume", asked.corpus, "a folder of sequences: made first, and added to");
+    auto *output = app.add_option("-o,--output", asked.output, "a folder for what is found");
     app.add_option("--reference", asked.reference, "the reference library");
     app.add_option("--timeout", timeout, "seconds a call may take beside its own waits")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    auto *threads = app.add_option("--threads", size.threads,
+                                   "histories of so many threads in place of sequences")
+                        ->check(CLI::Range(2U, histories::THREADS_MAX))
+                        ->excludes(jobs)
+                        ->excludes(kept)
+                        ->excludes(output);
+    app.add_option("--calls", size.calls, "of each thread")
+        ->check(CLI::Range(1U, histories::CALLS_MAX))
+        ->capture_default_str()
+        ->needs(threads);
     try {
         app.parse(argc, argv);
         if (!asked.seconds && !asked.sequences) asked.seconds = DEFAULT_SECONDS;
@@ -55,6 +82,7 @@ int main(int argc, char *argv[])
         asked.limit = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
         asked.reference = sequence::reference_library(asked.reference);
         tools::catch_interrupts();
+        if (size.threads > 0) return explore_threads(asked, size) ? FOUND : NOTHING_FOUND;
         return explore::explore_library(asked) ? FOUND : NOTHING_FOUND;
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? NOTHING_FOUND : BROKEN;
