@@ -291,6 +291,66 @@ TEST_F(run_test, bisect_finds_the_first_bad_library)
     EXPECT_TRUE(tavor_run({"bisect", "--libs", file("a"), "kel_role_basic"}).exited_with(3));
 }
 
+TEST_F(run_test, a_name_that_does_not_exist_has_a_nearest_one)
+{
+    for (const auto &[wrong, meant] : std::map<std::string, std::string>{
+             {"kel_pakcet", "kel_packet"},
+             {"role_basic", "kel_role_basic"},
+             {"kel_packet_apend", "kel_packet_append"},
+         }) {
+        EXPECT_THAT(run({wrong}).errors, HasSubstr("(did you mean " + meant + "?)"));
+        EXPECT_THAT(tavor_run({"bisect", wrong}).errors, HasSubstr("(did you mean "));
+    }
+    EXPECT_THAT(run({"nonsense"}).errors, Not(HasSubstr("did you mean")));
+    EXPECT_THAT(run({std::string(100'000, 'k')}).errors, Not(HasSubstr("did you mean")));
+}
+
+TEST_F(run_test, a_library_that_is_not_found_is_told_with_a_remedy)
+{
+    fs::copy(TAVOR_BINARY, file("tavor"));
+    const auto done = tavor_run({"--tavor", file("tavor"), "kel_role"});
+    EXPECT_TRUE(done.exited_with(3)) << done.output;
+    EXPECT_THAT(done.output, AllOf(HasSubstr("libkel.so"), HasSubstr("with --lib")));
+}
+
+TEST_F(run_test, gdb_is_started_with_the_case)
+{
+    std::ofstream(file("gdb")) << "#!/bin/sh\nprintf '%s\\n' \"$LD_LIBRARY_PATH\" \"$@\"\n";
+    fs::permissions(file("gdb"), fs::perms::owner_all);
+    std::ofstream(file("libkel.so")) << "x";
+    tools::process_options options = process(
+        {"--tavor", FAKE_TAVOR_PROGRAM, "--lib", folder.string(), "--gdb", "kel_role_basic"});
+    options.environment.push_back("PATH=" + folder.string() + ":" + std::getenv("PATH"));
+    const auto done = tools::run_process(options);
+    EXPECT_TRUE(done.exited_with(0)) << done.errors;
+    EXPECT_THAT(done.output,
+                AllOf(StartsWith(folder.string()), HasSubstr("tbreak suites/role.cpp:"),
+                      HasSubstr("--args\n" FAKE_TAVOR_PROGRAM "\nkel_role_basic\n")));
+    EXPECT_TRUE(run({"--gdb", "kel_nothing"}).exited_with(3));
+    EXPECT_TRUE(run({"--gdb", "kel_role_basic", "--exec", "sh"}).exited_with(3));
+    options.environment.back() = "PATH=/nowhere";
+    EXPECT_TRUE(tools::run_process(options).exited_with(3));
+}
+
+TEST_F(run_test, a_crash_has_a_backtrace_where_gdb_may_trace)
+{
+    script = "crash=kel_role_basic print=kel_role_always:x";
+    const auto probe = tools::run_process(
+        {.arguments = {"gdb", "-q", "-nx", "-batch", "-ex", "run", "--args", "true"}});
+    if (probe.output.find("exited normally") == std::string::npos) {
+        GTEST_SKIP() << "gdb is not installed here, or may not trace";
+    }
+    // Without the shim nothing is looked at a second time.
+    std::ofstream(file("shim.so")) << "";
+    const auto done =
+        run({"kel_role", "--shim", file("shim.so"), "--out", "jsonl:" + file("r.jsonl")});
+    EXPECT_THAT(done.output,
+                HasSubstr("  backtrace (gdb, a second run of this case alone):\n    #0 "));
+    EXPECT_THAT(done.output, HasSubstr(" main ("));
+    EXPECT_THAT(content_of(file("r.jsonl")), HasSubstr("\"backtrace\":[\"#0 "));
+    EXPECT_THAT(run({"kel_role", "--trace", "0"}).output, Not(HasSubstr("backtrace")));
+}
+
 // The names of elements that are open at the end, or what is wrong with the text.
 std::string open_elements(const std::string &xml)
 {

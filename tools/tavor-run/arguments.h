@@ -50,6 +50,7 @@ struct run_arguments {
     bool until_fail = false;
     bool fail_fast = false;
     std::string bisected{};               // a case
+    std::string debugged{};               // a case
     std::vector<std::string> libraries{}; // folders to bisect, the oldest first
 };
 

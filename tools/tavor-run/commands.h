@@ -16,6 +16,8 @@ std::string history_formats();
 
 int run_command(const run_arguments &given);
 int bisect_command(const run_arguments &given);
+// Becomes gdb with tavor and one case; returns only by an exception.
+int debug_command(const run_arguments &given);
 int report_command(const report_arguments &given);
 int compare_command(const compare_arguments &given);
 int history_command(const history_arguments &given);

@@ -16,6 +16,7 @@
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/console/console_log.h"
 #include "tools/tavor-run/run/selection.h"
+#include "tools/tavor-run/run/suggestion.h"
 
 namespace tavor_run {
 
@@ -90,7 +91,7 @@ recorded_case record(const explain_arguments &given, int row)
 int row_of(const explain_arguments &given)
 {
     const int row = tools::case_number(given.case_name);
-    if (row < 0) throw usage_error("no such case: " + given.case_name);
+    if (row < 0) throw no_such("case", given.case_name);
     return row;
 }
 

@@ -79,6 +79,7 @@ void add_run(CLI::App &command, run_arguments &given)
     command.add_flag("--until-fail", given.until_fail, "repeat until a case is not good");
     command.add_flag("--fail-fast,-f", given.fail_fast, "stop behind the first that is not good");
     command.add_option("--bisect", given.bisected, "find what makes this case change its verdict");
+    command.add_option("--gdb", given.debugged, "start gdb with this case");
 }
 
 void add_report(CLI::App &command, report_arguments &given)

@@ -447,9 +447,8 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
         reader.finish();
     }
     if (!reader.has_seen_tavor()) {
-        record.notes.emplace_back("nothing of tavor in this log; what its lines begin with can be "
-                                  "named with --strip");
-        record.incomplete = true;
+        record.trouble("nothing of tavor in this log; what its lines begin with can be "
+                       "named with --strip");
         return;
     }
     const std::vector<const sighting *> seen = worst_by_row(reader);
@@ -475,8 +474,7 @@ void judge_log(std::string_view text, const log_options &options, run_record &re
                                std::to_string(missing) + " cases are not in the log");
     }
     for (const std::string &contradiction : reader.contradictions()) {
-        record.notes.push_back(contradiction);
-        record.incomplete = true;
+        record.trouble(contradiction);
     }
 }
 

@@ -17,6 +17,18 @@ std::string text_of(const explain::place &where)
     return where.file.empty() ? "" : where.file + ":" + std::to_string(where.line);
 }
 
+std::vector<text_section> sections_of(const case_result &what)
+{
+    std::vector<text_section> sections;
+    if (!what.calls.empty()) {
+        sections.push_back({"last library calls (" + what.calls_from + ")", what.calls});
+    }
+    if (!what.backtrace.empty()) {
+        sections.push_back({"backtrace (gdb, a second run of this case alone)", what.backtrace});
+    }
+    return sections;
+}
+
 std::string seconds_text(std::chrono::microseconds duration, int digits)
 {
     std::array<char, 32> text{};

@@ -16,6 +16,13 @@ explain::place place_of(const case_result &what);
 // "suites/kel_tlv.cpp:120"; empty when it is not known.
 std::string text_of(const explain::place &where);
 
+// What a second look at a case brought, to be shown under titles.
+struct text_section {
+    std::string title{};
+    std::vector<std::string> lines{};
+};
+std::vector<text_section> sections_of(const case_result &what);
+
 // "1.234", in seconds.
 std::string seconds_text(std::chrono::microseconds duration, int digits = 3);
 

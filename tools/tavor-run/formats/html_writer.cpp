@@ -51,11 +51,10 @@ std::string details_of(const case_history &each)
         text += "<details><summary>printed by the case</summary><pre>" + escaped(what.output) +
                 "</pre></details>";
     }
-    if (!what.calls.empty()) {
-        text += "<details><summary>last library calls (" + escaped(what.calls_from) +
-                ")</summary><pre>";
-        for (const std::string &call : what.calls) {
-            text += escaped(call) + "\n";
+    for (const text_section &section : sections_of(what)) {
+        text += "<details><summary>" + escaped(section.title) + "</summary><pre>";
+        for (const std::string &line : section.lines) {
+            text += escaped(line) + "\n";
         }
         text += "</pre></details>";
     }

@@ -96,6 +96,7 @@ public:
                {"message", what.message},
                {"calls", what.calls},
                {"calls_from", what.calls_from},
+               {"backtrace", what.backtrace},
                {"explanation", what.explanation}});
     }
 

@@ -74,11 +74,11 @@ std::string body_text(const case_history &each)
     if (each.runs > 1) {
         text += "in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs\n";
     }
-    if (!what.calls.empty()) {
-        text += "last library calls (" + what.calls_from + "):\n";
-    }
-    for (const std::string &call : what.calls) {
-        text += call + "\n";
+    for (const text_section &section : sections_of(what)) {
+        text += section.title + ":\n";
+        for (const std::string &line : section.lines) {
+            text += line + "\n";
+        }
     }
     if (!what.repeat_command.empty()) {
         text += "again: " + what.repeat_command + "\n";

@@ -4,6 +4,7 @@
 // the signals stand comments; nothing in them may look like a signal.
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
@@ -111,11 +112,11 @@ public:
     void details(const run_record &, const case_result &what) override
     {
         std::string text = comment(what.name + ": " + what.message);
-        if (!what.calls.empty()) {
-            text += comment("last library calls (" + what.calls_from + "):");
-        }
-        for (const std::string &call : what.calls) {
-            text += comment("  " + call);
+        for (const text_section &each : sections_of(what)) {
+            text += comment(each.title + ":");
+            for (const std::string &line : each.lines) {
+                text += comment("  " + line);
+            }
         }
         output.append(text);
     }

@@ -30,8 +30,7 @@ void reporter::drop(std::size_t place, const std::string &why)
     }
     std::cerr << "tavor-run: " << tools::printable(why) << "\n";
     if (was_asked_for) {
-        kept.incomplete = true;
-        note(why);
+        trouble(why);
     }
 }
 
@@ -59,6 +58,12 @@ void reporter::details(const case_result &what)
 void reporter::note(const std::string &text)
 {
     kept.notes.push_back(text);
+    tell([&](writer &each) { each.note(kept, text); });
+}
+
+void reporter::trouble(const std::string &text)
+{
+    kept.trouble(text);
     tell([&](writer &each) { each.note(kept, text); });
 }
 

@@ -4,6 +4,7 @@
 // is the same in versions 13 and 14, but readers of 13 refuse another number.
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
+#include "tools/tavor-run/formats/facts.h"
 #include "tools/tavor-run/formats/printed.h"
 #include "tools/tavor-run/formats/writer.h"
 
@@ -78,11 +79,11 @@ public:
     void details(const run_record &, const case_result &what) override
     {
         std::string text = "# " + what.name + ": " + printable(what.message) + "\n";
-        if (!what.calls.empty()) {
-            text += "# last library calls (" + printable(what.calls_from) + "):\n";
-        }
-        for (const std::string &call : what.calls) {
-            text += "#   " + printable(call) + "\n";
+        for (const text_section &each : sections_of(what)) {
+            text += "# " + printable(each.title) + ":\n";
+            for (const std::string &line : each.lines) {
+                text += "#   " + printable(line) + "\n";
+            }
         }
         output.append(text);
     }

@@ -181,7 +181,7 @@ private:
     static bool has_more_to_say(const case_history &each)
     {
         return !each.worst().output.empty() || !each.worst().repeat_command.empty() ||
-               !each.worst().calls.empty() || each.runs > 1;
+               !sections_of(each.worst()).empty() || each.runs > 1;
     }
 
     std::string section(const case_history &each) const
@@ -200,11 +200,11 @@ private:
         for (const std::string &line : printed_lines(what.output)) {
             text << "    " << line << "\n";
         }
-        if (!what.calls.empty()) {
-            text << "  last library calls (" << printable(what.calls_from) << "):\n";
-        }
-        for (const std::string &call : what.calls) {
-            text << "    " << printable(call) << "\n";
+        for (const text_section &part : sections_of(what)) {
+            text << "  " << printable(part.title) << ":\n";
+            for (const std::string &line : part.lines) {
+                text << "    " << printable(line) << "\n";
+            }
         }
         std::istringstream explanation(what.explanation);
         for (std::string line; std::getline(explanation, line);) {

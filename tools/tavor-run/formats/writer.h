@@ -57,6 +57,8 @@ public:
     void result(case_result what);
     void details(const case_result &what);
     void note(const std::string &text);
+    // A note of something beside the cases that went wrong: the run is incomplete.
+    void trouble(const std::string &text);
     void end();
 
     run_record &record() { return kept; }

@@ -70,10 +70,11 @@ struct case_result : outcome {
     unsigned run = 1;     // which repetition
     std::string repeat_command{};
     standing against_baseline = standing::same;
-    std::string difference{};         // from the baseline, for people; empty: none
-    std::vector<std::string> calls{}; // the last calls of the library
-    std::string calls_from{};         // which run made them
-    std::string explanation{};        // the call that is to blame, in lines
+    std::string difference{};             // from the baseline, for people; empty: none
+    std::vector<std::string> calls{};     // the last calls of the library
+    std::string calls_from{};             // which run made them
+    std::vector<std::string> backtrace{}; // of a crash, the innermost frame first
+    std::string explanation{};            // the call that is to blame, in lines
 
     std::string_view suite() const;
 };
@@ -101,6 +102,13 @@ struct run_record {
     bool has_baseline = false;
     bool fixed_is_failure = false; // in reports that have no word for it
     bool lost_cases = false;       // the baseline has cases that exist no more
+
+    // Notes something beside the cases that went wrong.
+    void trouble(const std::string &text)
+    {
+        notes.push_back(text);
+        incomplete = true;
+    }
 };
 
 using tally = std::array<unsigned, VERDICT_COUNT>;

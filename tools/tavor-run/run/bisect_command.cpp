@@ -10,6 +10,7 @@
 #include "tools/tavor-run/run/bisect.h"
 #include "tools/tavor-run/run/bisect_libraries.h"
 #include "tools/tavor-run/run/selection.h"
+#include "tools/tavor-run/run/suggestion.h"
 
 namespace tavor_run {
 
@@ -42,8 +43,8 @@ int bisect_command(const run_arguments &given)
     }
     const int row = tools::case_number(given.bisected);
     if (row < 0) {
-        throw usage_error(given.bisected.empty() ? "bisect: which case?"
-                                                 : "no such case: " + given.bisected);
+        throw given.bisected.empty() ? usage_error("bisect: which case?")
+                                     : no_such("case", given.bisected);
     }
     std::vector<int> rows = selected_rows(given.selection);
     if (const auto seed = seed_of(given.selection.shuffle)) {

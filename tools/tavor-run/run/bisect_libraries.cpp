@@ -9,6 +9,7 @@
 #include "tools/common/registry.h"
 #include "tools/tavor-run/run/bisect.h"
 #include "tools/tavor-run/run/selection.h"
+#include "tools/tavor-run/run/suggestion.h"
 
 namespace tavor_run {
 
@@ -80,7 +81,7 @@ int bisect_libraries(const run_arguments &named)
         given.libraries.pop_back();
     }
     const int row = tools::case_number(given.bisected);
-    if (row < 0) throw usage_error("no such case: " + given.bisected);
+    if (row < 0) throw no_such("case", given.bisected);
     if (given.libraries.size() < 2)
         throw usage_error("--libs: of fewer than two none is the first");
     if (!given.selection.terms.empty()) {

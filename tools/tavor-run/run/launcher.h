@@ -38,6 +38,8 @@ public:
     // Fills in what is to be run in `process`, and runs it.
     tools::process_result run(const command &what, tools::process_options process = {}) const;
 
+    // On this machine, not through a command.
+    bool is_here() const { return options.through.empty(); }
     bool can_trace() const { return !options.shim.empty() && options.traced_calls > 0; }
 
     program_identity identify() const;

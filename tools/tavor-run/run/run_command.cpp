@@ -13,6 +13,9 @@ int run_command(const run_arguments &given)
     if (!given.bisected.empty()) {
         return bisect_command(given);
     }
+    if (!given.debugged.empty()) {
+        return debug_command(given);
+    }
     std::vector<int> rows = selected_rows(given.selection);
     run_options options = run_options_of(given);
     const std::optional<baseline> known = baseline_of(given.output);
@@ -47,8 +50,7 @@ int run_command(const run_arguments &given)
         report.note(error.what());
     }
     if (tools::asked_to_stop() != tools::stop::no) {
-        report.note("interrupted");
-        report.record().incomplete = true;
+        report.trouble("interrupted");
     }
     report.end();
     return exit_code(report.record());

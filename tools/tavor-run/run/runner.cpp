@@ -9,6 +9,7 @@
 #include "tools/common/interrupt.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/console/console_log.h"
+#include "tools/tavor-run/run/debug.h"
 #include "tools/tavor-run/run/selection.h"
 #include "tools/tavor_output/table.h"
 
@@ -23,7 +24,7 @@ using steady = std::chrono::steady_clock;
 constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 // Failed cases that are run a second time: with a broken library there may be hundreds.
 constexpr unsigned LOOK_CLOSER_AT = 25;
-// Failed cases of which the guilty call is named.
+// Failed cases of which the guilty call is named, and crashes of which the backtrace is.
 constexpr unsigned EXPLAIN_AT = 3;
 std::string name_of_row(int row)
 {
@@ -194,8 +195,7 @@ void runner::follow(attempt &now)
     now.process = launch.run(launch.tavor(arguments, now.traced), process);
     reader.finish();
     for (const std::string &contradiction : reader.contradictions()) {
-        report.note(contradiction);
-        report.record().incomplete = true;
+        report.trouble(contradiction);
     }
 }
 
@@ -246,13 +246,15 @@ void runner::add(const attempt &now, case_result what)
 std::vector<int> runner::rows_left(const attempt &now)
 {
     if (now.last_row < 0) {
-        const std::string why =
+        std::string why =
             with_last_error("tavor ran no case: " + ending_text(now.process), now.process);
+        if (now.process.errors.find("libkel.so") != std::string::npos) {
+            why += " (name the folder of the library with --lib, or build the reference library)";
+        }
         if (!ran_any) {
             throw start_error(why);
         }
-        report.note(why);
-        report.record().incomplete = true;
+        report.trouble(why);
         stop_reason = "tavor does not start any more";
         return now.rows;
     }
@@ -285,8 +287,8 @@ void runner::explain_odd_end(const attempt &now)
     const std::string how = was_interrupted(process) ? "was interrupted"
                             : process.timed_out      ? "did not end"
                                                      : "ended with " + ending_text(process);
-    report.note(with_last_error("tavor " + how + " behind " + name_of_row(now.last_row), process));
-    report.record().incomplete = true;
+    report.trouble(
+        with_last_error("tavor " + how + " behind " + name_of_row(now.last_row), process));
 }
 
 // Second runs of the cases that failed: the whole message, the calls that led to it.
@@ -308,10 +310,11 @@ void runner::look_closer(const attempt &now)
         }
         const bool has_message = fetch_message(what);
         const bool has_calls = fetch_calls(what, now);
+        const bool has_trace = fetch_backtrace(what);
         if (options.explain && has_calls && explained++ < EXPLAIN_AT) {
             what.explanation = options.explain(what);
         }
-        if (has_message || has_calls) {
+        if (has_message || has_calls || has_trace) {
             report.details(what);
         }
     }
@@ -338,6 +341,16 @@ bool runner::fetch_message(case_result &what)
     }
     what.message = whole;
     return true;
+}
+
+bool runner::fetch_backtrace(case_result &what)
+{
+    if (what.state != verdict::crash || !launch.is_here() || !launch.can_trace() ||
+        backtraces++ >= EXPLAIN_AT) {
+        return false;
+    }
+    what.backtrace = backtrace_of(launch.tavor({what.name}), options.timeout);
+    return !what.backtrace.empty();
 }
 
 bool runner::fetch_calls(case_result &what, const attempt &now)

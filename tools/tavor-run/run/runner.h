@@ -61,6 +61,7 @@ private:
     void look_closer(const attempt &now);
     bool fetch_message(case_result &what);
     bool fetch_calls(case_result &what, const attempt &now);
+    bool fetch_backtrace(case_result &what);
 
     const launcher &launch;
     const run_options &options;
@@ -68,6 +69,7 @@ private:
     unsigned repetition = 1;
     unsigned looked_at = 0;
     unsigned explained = 0;
+    unsigned backtraces = 0;
     bool bad_one = false;    // in this repetition
     bool ran_any = false;    // at all
     std::string stop_reason; // why nothing more is to be started

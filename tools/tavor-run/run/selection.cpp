@@ -16,6 +16,7 @@
 #include "tools/common/hash.h"
 #include "tools/common/numbers.h"
 #include "tools/common/registry.h"
+#include "tools/tavor-run/run/suggestion.h"
 
 namespace tavor_run {
 
@@ -104,7 +105,7 @@ row_set rows_of_term(const std::string &term, int depth)
         rows = rows_named(term);
     }
     if (rows.empty()) {
-        throw usage_error("no such case or suite: " + term);
+        throw no_such("case or suite", term);
     }
     return rows;
 }
