@@ -151,7 +151,7 @@ std::vector<std::string> names_of(std::span<const tools::test_case> cases)
 
 TEST(faults, are_noticed_as_the_table_says)
 {
-    const std::vector<std::string> all = names_of(tools::cases_of("tavor"));
+    const std::vector<std::string> all = names_of(tools::cases_of(tools::TAVOR));
     const std::vector<std::string> all_more = names_of(tools::cases_of(tools::TAVOR_MORE));
     const std::vector<row> rows = read_rows();
     std::vector<std::string> found(rows.size());

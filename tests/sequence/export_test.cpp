@@ -88,6 +88,16 @@ protected:
     std::string path;
 };
 
+TEST_F(export_command, knows_the_suites_of_tavor_more)
+{
+    std::ofstream(path) << "sequence version=1 library=\"x\" program=\"y\"\n"
+                           "client1 = register_client(\"c\", ALWAYS, 8)\n"
+                           "deregister_client(client1)\n";
+    const auto made = run({KEL_SEQUENCE, "export", "--case", "kel_more_send_mine", path});
+    EXPECT_TRUE(made.exited_with(0)) << made.errors;
+    EXPECT_THAT(made.output, HasSubstr("\nCASE(kel_more_send, mine, "));
+}
+
 TEST_F(export_command, refuses_cases_with_threads_and_names_that_are_none)
 {
     const auto threads = run({KEL_SEQUENCE, "export", "--case", "kel_packet_mine", path});

@@ -15,9 +15,10 @@ struct test_case {
     std::string_view suite;
 };
 
+constexpr std::string_view TAVOR = "tavor";
 constexpr std::string_view TAVOR_MORE = "tavor-more";
 
-// The cases of the program of that name, TAVOR_MORE or any other: every other is a tavor. In table
+// The cases of the program of that name; those of TAVOR for every name but TAVOR_MORE. In table
 // order: a case's number is its index.
 std::span<const test_case> cases_of(std::string_view program);
 

@@ -157,14 +157,25 @@ call_sequence rightly_answered(const arguments &given)
     return selection(made, kept);
 }
 
+// The longest of tavor's and tavor-more's suites that the name begins with; empty when there is
+// none.
+std::string suite_before(const std::string &full_name)
+{
+    std::string suite;
+    for (const std::string_view program : {tools::TAVOR, tools::TAVOR_MORE}) {
+        for (const tools::test_case &each : tools::cases_of(program)) {
+            const std::string start = std::string(each.suite) + "_";
+            if (each.suite.size() <= suite.size()) continue;
+            if (full_name.starts_with(start)) suite = each.suite;
+        }
+    }
+    return suite;
+}
+
 // "kel_packet_mine" is the case "mine" of kel_packet, as with tavor's own names.
 std::string source_of_case(const call_sequence &made, const std::string &full_name)
 {
-    std::string suite;
-    for (const tools::test_case &each : tools::all_cases()) {
-        const std::string start = std::string(each.suite) + "_";
-        if (full_name.starts_with(start) && each.suite.size() > suite.size()) suite = each.suite;
-    }
+    const std::string suite = suite_before(full_name);
     const std::string name = suite.empty() ? "" : full_name.substr(suite.size() + 1);
     const auto is_plain = [](char each) {
         return (each >= 'a' && each <= 'z') || (each >= '0' && each <= '9') || each == '_';
