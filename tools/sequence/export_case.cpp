@@ -17,19 +17,18 @@ namespace {
 
 using interface::effect;
 
-constexpr const char *INCLUDES = R"(#include <errno.h>
-#include <fcntl.h>
-#include <stdint.h>
-#include <string.h>
-#include <sys/ioctl.h>
-#include <sys/select.h>
-#include <unistd.h>
-
-#include "fixtures/frame.h"
-#include "fixtures/pattern.h"
-#include "kelapi/kel.h"
-
-)";
+// Of the case, not of this file.
+std::string includes()
+{
+    std::string text;
+    for (const char *const each :
+         {"<errno.h>", "<fcntl.h>", "<stdint.h>", "<string.h>", "<sys/ioctl.h>", "<sys/select.h>",
+          "<unistd.h>", "", "\"fixtures/frame.h\"", "\"fixtures/pattern.h\"", "\"kelapi/kel.h\"",
+          ""}) {
+        text += (*each == '\0' ? "" : "#include ") + std::string(each) + "\n";
+    }
+    return text;
+}
 
 std::string type_of(role what)
 {
@@ -72,8 +71,8 @@ public:
             steps += "    { // " + title + "\n" + indented(statements(i)) + released(i) + "    }\n";
         }
         return "// " + whole().header.program + ", as kel-sequence has made it of\n//\n" +
-               calls_as_comment(whole(), "//   ") + INCLUDES + "TEST_FILE(" + suite + ", " + name +
-               ")\n\nnamespace {\n\n" + record() + "\n" + release() +
+               calls_as_comment(whole(), "//   ") + includes() + "TEST_FILE(" + suite + ", " +
+               name + ")\n\nnamespace {\n\n" + record() + "\n" + release() +
                "\nconstexpr case_frame<given> with_given = {nullptr, release};\n\n"
                "} // namespace\n\nCASE(" +
                suite + ", " + name + ", with_given)\n{\n" + steps + "    return nullptr;\n}\n";
