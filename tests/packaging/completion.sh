@@ -64,7 +64,7 @@ formats_of() {
 }
 
 completer=_tavor_run
-for command in run list report compare bisect history explain reproduce; do
+for command in run list report compare bisect history explain reproduce diagnose; do
     expect "options of $command" \
         "$(options_of "$command")" "$(offered "$command" -- | sort)"
     for option in $(options_of "$command"); do

@@ -75,6 +75,7 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
      {"kelapi/", "reference/faults/language.h", "tools/common/", "tools/keltrace/",
       "tools/sequence/"}},
     {"tools/sequence", {"kelapi/", "tools/common/", "tools/sequence/"}},
+    {"tools/diagnosis", {"tools/common/", "tools/diagnosis/"}},
     {"tools/explain", {"tools/common/", "tools/explain/", "tools/sequence/"}},
     {"tools/explore",
      {"kelapi/", "tools/common/", "tools/explain/", "tools/explore/", "tools/histories/",
@@ -84,7 +85,7 @@ const std::map<std::string, std::vector<std::string>> MAY_INCLUDE = {
     {"tools/histories", {"tools/common/", "tools/explain/", "tools/histories/", "tools/sequence/"}},
     {"tools/mutation", {"tools/campaign/", "tools/common/", "tools/mutation/"}},
     {"tools/tavor-run",
-     {"tools/common/", "tools/explain/", "tools/sequence/", "tools/tavor-run/",
+     {"tools/common/", "tools/diagnosis/", "tools/explain/", "tools/sequence/", "tools/tavor-run/",
       "tools/tavor_output/"}},
 };
 

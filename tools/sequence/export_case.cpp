@@ -25,7 +25,10 @@ std::string includes()
          {"<errno.h>", "<fcntl.h>", "<stdint.h>", "<string.h>", "<sys/ioctl.h>", "<sys/select.h>",
           "<unistd.h>", "", "\"fixtures/frame.h\"", "\"fixtures/pattern.h\"", "\"kelapi/kel.h\"",
           ""}) {
-        text += (*each == '\0' ? "" : "#include ") + std::string(each) + "\n";
+        text += std::string(*each == '\0' ? ""
+                                          : "#"
+                                            "include ") +
+                each + "\n";
     }
     return text;
 }

@@ -85,6 +85,12 @@ struct explain_arguments {
     bool json = false;
 };
 
+struct diagnose_arguments {
+    std::vector<std::string> reports{}; // jsonl reports and logs of one library
+    std::string table{};                // empty: the one that is installed
+    bool json = false;
+};
+
 launch_options launch_options_of(const launch_arguments &given);
 run_options run_options_of(const run_arguments &given);
 

@@ -26,6 +26,7 @@ int explain_command(const explain_arguments &given);
 // the case cannot be recorded here.
 std::string explanation_of(const launch_arguments &launch, const case_result &failed);
 int reproduce_command(const explain_arguments &given);
+int diagnose_command(const diagnose_arguments &given);
 int list_command(const selection_arguments &given, bool suites_only);
 
 } // namespace tavor_run

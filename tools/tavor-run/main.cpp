@@ -16,8 +16,8 @@ namespace {
 
 using namespace tavor_run;
 
-constexpr std::array<std::string_view, 8> COMMANDS = {"run",    "list",    "report",  "compare",
-                                                      "bisect", "history", "explain", "reproduce"};
+constexpr auto COMMANDS = std::to_array<std::string_view>(
+    {"run", "list", "report", "compare", "bisect", "history", "explain", "reproduce", "diagnose"});
 
 void add_selection(CLI::App &command, selection_arguments &given)
 {
@@ -125,6 +125,14 @@ void add_explain(CLI::App &command, explain_arguments &given)
     command.add_option("--reference", given.reference, "the reference library");
 }
 
+void add_diagnose(CLI::App &command, diagnose_arguments &given)
+{
+    command.add_option("reports", given.reports, "jsonl results, or logs; -: standard input")
+        ->required();
+    command.add_option("--table", given.table, "of known faults");
+    command.add_flag("--json", given.json, "as one JSON object");
+}
+
 struct program {
     CLI::App app{"Runs tavor, or judges what it printed.", "tavor-run"};
     run_arguments run{};
@@ -137,6 +145,7 @@ struct program {
     history_arguments history{};
     explain_arguments explain{};
     explain_arguments reproduce{};
+    diagnose_arguments diagnose{};
 
     program()
     {
@@ -167,6 +176,8 @@ struct program {
             app.add_subcommand("reproduce", "write a C program that shows what makes a case fail");
         add_explain(*reproducer, reproduce);
         reproducer->add_option("-o,--output", reproduce.output, "the program")->required();
+        add_diagnose(*app.add_subcommand("diagnose", "name the known faults that explain a log"),
+                     diagnose);
     }
 
     int execute() const
@@ -179,6 +190,7 @@ struct program {
                : command == "history"   ? history_command(history)
                : command == "explain"   ? explain_command(explain)
                : command == "reproduce" ? reproduce_command(reproduce)
+               : command == "diagnose"  ? diagnose_command(diagnose)
                                         : report_command(report);
     }
 };
