@@ -6,8 +6,7 @@
  * the process exits, a line "name count" each, with what a client's deregistration had to
  * release told apart from what the program released itself.
  */
-#ifndef REFERENCE_CENSUS_H
-#define REFERENCE_CENSUS_H
+#pragma once
 
 #include "kelapi/types.h"
 
@@ -28,5 +27,3 @@ typedef struct kel_reference_census {
 
 /* Fills `census`. Safe from any thread. */
 KEL_API void kel_reference_take_census(kel_reference_census *census);
-
-#endif

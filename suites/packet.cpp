@@ -135,16 +135,18 @@ using join_operation = uint32_t (*)(kel_packet packet, kel_buffer buffer);
 const char *join_bad_packet(held_objects &held, join_operation join, kel_packet packet,
                             const refusal_texts &texts)
 {
-    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
+    }
     return judge(join(packet, held.buffer), EINVAL, texts);
 }
 
 const char *join_bad_buffer(held_objects &held, join_operation join, kel_buffer buffer,
                             const refusal_texts &texts)
 {
-    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet)) {
         return error_text(error);
+    }
     return judge(join(held.packet, buffer), EINVAL, texts);
 }
 
@@ -160,10 +162,12 @@ const char *get_packet_and_buffer(held_objects &held)
 {
     uint8_t source[SMALL_SIZE];
 
-    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet)) {
         return error_text(error);
-    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+    }
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
+    }
     set_data(source, SMALL_SIZE, PATTERN_A);
     if (uint32_t error = kel_set_data(held.packet, OFFSET_DATA, 0, source, SMALL_SIZE)) {
         return error_text(error);
@@ -202,8 +206,9 @@ const char *join_to_header(held_objects &held, join_operation join, uint32_t see
     uint8_t area[STANDARD_SIZE];
 
     if (const char *failure = get_bare_header(held, texts.no_header)) return failure;
-    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
+    }
     set_data(area, SMALL_SIZE, seed);
     if (uint32_t error = write_buffer(held.buffer, area, SMALL_SIZE)) return error_text(error);
     if (const char *failure = hand_over_buffer(held, join)) return failure;
@@ -284,17 +289,20 @@ CASE(kel_packet, bufcnt_pkthdr, with_client)
 
 CASE(kel_packet, bufcnt_packet, with_client)
 {
-    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet)) {
         return error_text(error);
+    }
     return kel_get_buf_count(held.packet) == 1 ? nullptr : "kel_get_buf_count wrong count";
 }
 
 CASE(kel_packet, bufcnt_chain, with_client)
 {
-    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet))
+    if (uint32_t error = get_packet(held.client, SMALL_SIZE, &held.packet)) {
         return error_text(error);
-    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer))
+    }
+    if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.buffer)) {
         return error_text(error);
+    }
     if (uint32_t error = get_buffer(held.client, SMALL_SIZE, &held.second_buffer)) {
         return error_text(error);
     }

@@ -450,8 +450,9 @@ CASE(kel_tlv, alloc_free_alloc, with_tlv)
 
     if (const char *failure = read_tlv(held.packet, 1, BUFFER_SIZE)) return failure;
     if (uint32_t error = kel_tlv_free(held.packet, 1)) return error_text(error);
-    if (kel_tlv_getdata(held.packet, 1, buffer, &length) == 0)
+    if (kel_tlv_getdata(held.packet, 1, buffer, &length) == 0) {
         return "tlv_getdata 1 was successful";
+    }
     if (const char *failure = alloc_tlv(held.packet, 2)) return failure;
     // The refused read must have left the length as it was. A longer one is not handed over.
     if (length > BUFFER_SIZE) length = BUFFER_SIZE;

@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * Check selects whole "test cases", so each case is one with a single test. */
-#ifndef BENCH_PEERS_CHECK_SUITE_H
-#define BENCH_PEERS_CHECK_SUITE_H
+#pragma once
 
 #include <check.h>
 
@@ -16,5 +15,3 @@
 #define SUITE(name) Suite *name##_suite(void);
 #include "suites.def"
 #undef SUITE
-
-#endif

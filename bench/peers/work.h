@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT
  *
  * What a trivial case does with its memory, the same for all peers. */
-#ifndef BENCH_PEERS_WORK_H
-#define BENCH_PEERS_WORK_H
+#pragma once
 
 #include <stddef.h>
 
@@ -19,6 +18,4 @@ int work_is_filled(const unsigned char *memory, size_t size, unsigned seed);
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

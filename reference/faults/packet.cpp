@@ -142,8 +142,9 @@ void add_growing_faults(catalogue &faults)
                              [](auto right, state &library, kel_packet packet, uint32_t size) {
                                  if (!size) return right(library, packet, size);
                                  const std::uint32_t error = right(library, packet, size - 1);
-                                 if (!error)
+                                 if (!error) {
                                      raise_offsets(library.packets.find(packet)->metadata, 1);
+                                 }
                                  return error;
                              });
     faults.add<kel_add_head>("keeps_offsets", "the offsets stay",
@@ -189,8 +190,9 @@ void add_trimming_faults(catalogue &faults)
                                   const std::uint32_t error = right(library, packet, size);
                                   for (std::size_t kind = OFFSET_NETWORK; kind < offsets.size();
                                        kind++) {
-                                      if (!error && trimmed.head)
+                                      if (!error && trimmed.head) {
                                           trimmed.metadata.offsets[kind] = offsets[kind] - size;
+                                      }
                                   }
                                   return error;
                               });

@@ -103,8 +103,9 @@ TEST(fault_plan, accepts_every_action_where_it_applies)
                              "gettimeofday#2:add=-5",
                              "gettimeofday#1:delay=1",
                              "tlv_get_versioned_data#1:arg7=3",
-                             "buf_adj#1:in2=-3"})
+                             "buf_adj#1:in2=-3"}) {
         EXPECT_EQ(problem_of(text), "") << text;
+    }
 }
 
 TEST(fault_plan, says_what_is_wrong)
@@ -150,8 +151,9 @@ TEST(fault_plan, says_what_is_wrong)
         {"pthread_create#1:result=1", "action does not apply to this operation"},
         {"sleep#1:add=1", "action does not apply to this operation"},
     };
-    for (const auto &[text, message] : cases)
+    for (const auto &[text, message] : cases) {
         EXPECT_EQ(problem_of(text), std::string(text) + ": " + message);
+    }
 }
 
 TEST(fault_plan, stops_at_the_first_wrong_fault)

@@ -77,8 +77,9 @@ protected:
     {
         std::istringstream lines(report(calls, faults, environment));
         std::string kept;
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             if (line.starts_with("census ") || line.starts_with("swept ")) kept += line + "\n";
+        }
         return kept;
     }
 

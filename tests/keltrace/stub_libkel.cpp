@@ -28,15 +28,16 @@ template <operation Id, std::size_t I, typename Arguments> void print(const Argu
     constexpr auto entry = info(Id).arguments[I];
     const auto value = std::get<I>(arguments);
     printf("%s%s=", I == 0 ? "" : " ", entry.name);
-    if constexpr (!std::is_pointer_v<std::remove_cv_t<decltype(value)>>)
+    if constexpr (!std::is_pointer_v<std::remove_cv_t<decltype(value)>>) {
         printf("%lld", static_cast<long long>(value));
-    else if (value == nullptr)
+    } else if (value == nullptr) {
         printf("null");
-    else if constexpr (entry.kind == argument_kind::source)
+    } else if constexpr (entry.kind == argument_kind::source) {
         printf("%.*s", static_cast<int>(std::get<I + 1>(arguments)),
                static_cast<const char *>(value));
-    else
+    } else {
         printf("&");
+    }
 }
 
 void store(kel_event &event)
@@ -91,16 +92,17 @@ template <operation Id, std::size_t I, typename Arguments> void fill(const Argum
     if constexpr (std::is_pointer_v<std::remove_cv_t<decltype(value)>> &&
                   info(kind).direction != direction::in) {
         if (value == nullptr) return;
-        if constexpr (kind == out_error)
+        if constexpr (kind == out_error) {
             *value = 0;
-        else if constexpr (kind == head)
+        } else if constexpr (kind == head) {
             *value += 1;
-        else if constexpr (kind == destination_length)
+        } else if constexpr (kind == destination_length) {
             *value = std::min<std::uint32_t>(*value, DATA_LENGTH);
-        else if constexpr (kind == destination)
+        } else if constexpr (kind == destination) {
             copy_data(value, std::get<I + 1>(arguments));
-        else
+        } else {
             store(*value);
+        }
     }
 }
 

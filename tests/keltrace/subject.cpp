@@ -41,27 +41,29 @@ template <argument_kind Kind, std::size_t Place> struct held {
 
     held()
     {
-        if constexpr (Kind == argument_kind::source)
+        if constexpr (Kind == argument_kind::source) {
             memcpy(storage_, "ABCDEFGH", sizeof storage_);
-        else if constexpr (Kind == argument_kind::source_length ||
-                           Kind == argument_kind::destination_length)
+        } else if constexpr (Kind == argument_kind::source_length ||
+                             Kind == argument_kind::destination_length) {
             storage_ = 8;
-        else if constexpr (Kind == argument_kind::head)
+        } else if constexpr (Kind == argument_kind::head) {
             storage_ = 0x200;
-        else if constexpr (Kind == argument_kind::packet_list)
+        } else if constexpr (Kind == argument_kind::packet_list) {
             storage_.count = 1;
-        else if constexpr (std::is_integral_v<storage>)
+        } else if constexpr (std::is_integral_v<storage>) {
             storage_ = static_cast<storage>(Kind == argument_kind::flag ? 1 : 0x100 + Place);
+        }
     }
 
     type value()
     {
-        if constexpr (!std::is_pointer_v<type>)
+        if constexpr (!std::is_pointer_v<type>) {
             return storage_;
-        else if constexpr (info(Kind).form == form::text)
+        } else if constexpr (info(Kind).form == form::text) {
             return "name";
-        else
+        } else {
             return &storage_;
+        }
     }
 
     void print() const

@@ -2,8 +2,7 @@
 //
 // kelapi/operations.def as types and constant tables. Every line of the list is held against the
 // header's declaration here.
-#ifndef TOOLS_INTERFACE_H
-#define TOOLS_INTERFACE_H
+#pragma once
 
 #include <algorithm>
 #include <array>
@@ -92,18 +91,20 @@ struct argument_info {
 
 template <typename Type> constexpr std::size_t width_of()
 {
-    if constexpr (std::is_void_v<Type>)
+    if constexpr (std::is_void_v<Type>) {
         return 0;
-    else
+    } else {
         return sizeof(Type);
+    }
 }
 
 template <typename Type> constexpr std::size_t target_width_of()
 {
-    if constexpr (std::is_pointer_v<Type>)
+    if constexpr (std::is_pointer_v<Type>) {
         return width_of<std::remove_pointer_t<Type>>();
-    else
+    } else {
         return 0;
+    }
 }
 
 inline constexpr result_info RESULT_INFO[] = {
@@ -164,8 +165,9 @@ struct operation_info {
 
     constexpr int find(argument_kind kind) const
     {
-        for (std::size_t i = 0; i < argument_count; ++i)
+        for (std::size_t i = 0; i < argument_count; ++i) {
             if (arguments[i].kind == kind) return static_cast<int>(i);
+        }
         return -1;
     }
 };
@@ -215,5 +217,3 @@ constexpr bool changes_ownership(const operation_info &which)
 #undef TYPE
 
 } // namespace interface
-
-#endif

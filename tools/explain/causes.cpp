@@ -101,8 +101,9 @@ private:
         if (!is_enough(left_out, found)) left_out.clear();
         for (const std::size_t each : asked) {
             if (!has_time()) break;
-            if (std::find(found.wrote.begin(), found.wrote.end(), each) != found.wrote.end())
+            if (std::find(found.wrote.begin(), found.wrote.end(), each) != found.wrote.end()) {
                 continue;
+            }
             auto more = left_out;
             more.insert(each);
             if (is_enough(more, found)) left_out = std::move(more);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Faults carried out on one call of the library: before it, instead of it and after it.
-#ifndef KELTRACE_CALL_FAULTS_H
-#define KELTRACE_CALL_FAULTS_H
+#pragma once
 
 #include <algorithm>
 #include <cerrno>
@@ -61,8 +60,9 @@ public:
 
     void after()
     {
-        for (fault *each : faults_of(Id))
+        for (fault *each : faults_of(Id)) {
             if (each->matches(number_) && after(*each)) count_fired(*each);
+        }
     }
 
 private:
@@ -150,11 +150,12 @@ private:
             using named = std::remove_pointer_t<Value>;
             if constexpr (!std::is_const_v<named> && !std::is_void_v<named>) {
                 if (target == nullptr) return false;
-                if constexpr (std::is_scalar_v<named>)
+                if constexpr (std::is_scalar_v<named>) {
                     change<named>(each, target);
-                else
+                } else {
                     change<std::uint32_t>(each, reinterpret_cast<unsigned char *>(target) +
                                                     each.word.value_or(0) * sizeof(std::uint32_t));
+                }
                 return true;
             }
         }
@@ -219,5 +220,3 @@ private:
 };
 
 } // namespace keltrace
-
-#endif

@@ -2,8 +2,7 @@
 //
 // The trace line of one call of the library: its arguments before, its result and what it stored
 // after the call, and the faults that were meant for it.
-#ifndef KELTRACE_CALL_TRACE_H
-#define KELTRACE_CALL_TRACE_H
+#pragma once
 
 #include <algorithm>
 #include <tuple>
@@ -19,8 +18,9 @@ namespace keltrace {
 
 inline void show_faults(trace_line &line, operation which, std::uint64_t number)
 {
-    for (const fault *each : faults_of(which))
+    for (const fault *each : faults_of(which)) {
         if (each->matches(number)) line.add(" !%s", each->text.c_str());
+    }
 }
 
 template <operation Id, typename Arguments> class call_trace {
@@ -62,16 +62,17 @@ private:
         constexpr auto about = info(entry.kind);
         line_.next_item();
         line_.add("%s=", entry.name);
-        if constexpr (!std::is_pointer_v<Value>)
+        if constexpr (!std::is_pointer_v<Value>) {
             show_number(line_, about.form, widened(value));
-        else if (value == nullptr)
+        } else if (value == nullptr) {
             line_.add("null");
-        else if constexpr (about.direction == direction::out)
+        } else if constexpr (about.direction == direction::out) {
             line_.add("&");
-        else if constexpr (entry.kind == argument_kind::source)
+        } else if constexpr (entry.kind == argument_kind::source) {
             show_bytes(line_, value, std::get<I + 1>(arguments_));
-        else
+        } else {
             show_named(about.form, value);
+        }
     }
 
     // What was stored. An operation that failed stores nothing but its error and a count.
@@ -82,10 +83,11 @@ private:
         line_.open_list(" [");
         const std::size_t opened = line_.length();
         (show_stored<I>(succeeded, std::get<I>(arguments_)), ...);
-        if (line_.length() == opened)
+        if (line_.length() == opened) {
             line_.truncate(before);
-        else
+        } else {
             line_.close_list("]");
+        }
     }
 
     template <std::size_t I, typename Value> void show_stored(bool succeeded, Value value)
@@ -109,10 +111,11 @@ private:
 
     template <typename Value> void show_named(form shown, Value *target)
     {
-        if constexpr (std::is_scalar_v<Value> && !std::is_same_v<Value, const char>)
+        if constexpr (std::is_scalar_v<Value> && !std::is_same_v<Value, const char>) {
             show_number(line_, shown, widened(*target));
-        else
+        } else {
             show_target(line_, target);
+        }
     }
 
     trace_line line_;
@@ -120,5 +123,3 @@ private:
 };
 
 } // namespace keltrace
-
-#endif

@@ -2,8 +2,7 @@
 //
 // The census: what tavor obtained, by its own calls and as it was told, and what it released. What
 // a client's deregistration has to release for it is counted apart ("swept").
-#ifndef KELTRACE_CENSUS_H
-#define KELTRACE_CENSUS_H
+#pragma once
 
 #include <compare>
 #include <cstddef>
@@ -69,5 +68,3 @@ count counted(census::kind kind);
 } // namespace census
 
 } // namespace keltrace
-
-#endif

@@ -2,8 +2,7 @@
 //
 // What a call that succeeded means to the census, from the effects of its arguments and result.
 // It sees what tavor sees: arguments as tavor passed them, results as tavor gets them.
-#ifndef KELTRACE_CENSUS_RULES_H
-#define KELTRACE_CENSUS_RULES_H
+#pragma once
 
 #include <algorithm>
 #include <tuple>
@@ -70,8 +69,9 @@ public:
     template <typename Result> void after(Result result) const
     {
         constexpr auto returned = info(info(Id).result);
-        if constexpr (returned.effect == effect::obtains)
+        if constexpr (returned.effect == effect::obtains) {
             census::obtain({census_kind(returned.object), 0, result, 0}, owner());
+        }
         each(std::make_index_sequence<info(Id).argument_count>());
     }
 
@@ -89,23 +89,25 @@ private:
     {
         constexpr auto first = info(Id).arguments[0].kind;
         if constexpr (info(first).object == object::client &&
-                      info(first).direction == direction::in)
+                      info(first).direction == direction::in) {
             return std::get<0>(arguments_);
-        else if constexpr (first == argument_kind::packet)
+        } else if constexpr (first == argument_kind::packet) {
             return census::owner_of(packet_key(std::get<0>(arguments_)));
-        else if constexpr (first == argument_kind::buffer)
+        } else if constexpr (first == argument_kind::buffer) {
             return census::owner_of(buffer_key(std::get<0>(arguments_)));
-        else
+        } else {
             return 0;
+        }
     }
 
     // What a registration, a TLV or an event is relative to.
     std::uint64_t scope() const
     {
-        if constexpr (std::is_integral_v<std::tuple_element_t<0, Arguments>>)
+        if constexpr (std::is_integral_v<std::tuple_element_t<0, Arguments>>) {
             return std::get<0>(arguments_);
-        else
+        } else {
             return 0;
+        }
     }
 
     template <argument_kind Kind, typename Value> void apply(Value value) const
@@ -116,29 +118,30 @@ private:
         if constexpr (std::is_pointer_v<Value>) {
             if (value == nullptr) return;
         }
-        if constexpr (about.effect == effect::keeps)
+        if constexpr (about.effect == effect::keeps) {
             return;
-        else if constexpr (Kind == argument_kind::packet_list)
+        } else if constexpr (Kind == argument_kind::packet_list) {
             obtain_packets(*value);
-        else if constexpr (Kind == argument_kind::out_buffer_list)
+        } else if constexpr (Kind == argument_kind::out_buffer_list) {
             obtain_buffers(*value);
-        else if constexpr (Kind == argument_kind::ended_client)
+        } else if constexpr (Kind == argument_kind::ended_client) {
             end_client(value);
-        else if constexpr (Kind == argument_kind::cleared_client)
+        } else if constexpr (Kind == argument_kind::cleared_client) {
             census::release_scope(kind, value);
-        else if constexpr (about.effect == effect::replaces)
+        } else if constexpr (about.effect == effect::replaces) {
             census::renumber(buffer_key(old_head_), *value);
-        else if constexpr (about.object == object::event)
+        } else if constexpr (about.object == object::event) {
             event<about.effect>(event_of<Kind>(value));
-        else if constexpr (about.object == object::packet)
+        } else if constexpr (about.object == object::packet) {
             give_packet(value);
-        else if constexpr (Kind == argument_kind::new_client)
+        } else if constexpr (Kind == argument_kind::new_client) {
             census::obtain({kind, 0, *value, 0}, *value);
-        else if constexpr (std::is_pointer_v<Value>)
+        } else if constexpr (std::is_pointer_v<Value>) {
             census::obtain({kind, about.object == object::bufgroup ? scope() : 0, *value, 0},
                            owner());
-        else
+        } else {
             number<about.effect>({kind, scope_of<about.object>(), value, 0});
+        }
     }
 
     // Buffers and dynamic tags are names by themselves.
@@ -149,13 +152,15 @@ private:
 
     template <effect Does> void number(const census::key &which) const
     {
-        if constexpr (Does == effect::obtains)
+        if constexpr (Does == effect::obtains) {
             census::obtain(which, owner());
-        else
+        } else {
             census::release(which);
+        }
         // Freeing a dynamic tag deregisters it first.
-        if (which.kind == census::kind::dynamic_tag)
+        if (which.kind == census::kind::dynamic_tag) {
             census::release({census::kind::tag, scope(), which.number, 0});
+        }
     }
 
     template <argument_kind Kind, typename Value> kel_event event_of(Value value) const
@@ -177,12 +182,13 @@ private:
     {
         const auto client = static_cast<kel_client>(scope());
         if (event.type == KEL_EVENT_NONE) return;
-        if constexpr (Does == effect::obtains)
+        if constexpr (Does == effect::obtains) {
             census::obtain(event_key(client, event), client);
-        else if (event.type == KEL_EVENT_ALL)
+        } else if (event.type == KEL_EVENT_ALL) {
             census::release_scope(census::kind::event, client);
-        else
+        } else {
             census::release(event_key(client, event));
+        }
     }
 
     static void give_packet(kel_packet packet)
@@ -199,15 +205,18 @@ private:
 
     static void obtain_packets(const kel_packet_list &list)
     {
-        for (std::size_t i = 0; i < std::min<std::size_t>(list.count, KEL_LIST_MAX); ++i)
-            if (list.results[i].packet != 0)
+        for (std::size_t i = 0; i < std::min<std::size_t>(list.count, KEL_LIST_MAX); ++i) {
+            if (list.results[i].packet != 0) {
                 census::obtain(packet_key(list.results[i].packet), list.requests[i].client);
+            }
+        }
     }
 
     void obtain_buffers(const kel_buffer_list &list) const
     {
-        for (std::size_t i = 0; i < std::min<std::size_t>(list.allocated, KEL_LIST_MAX); ++i)
+        for (std::size_t i = 0; i < std::min<std::size_t>(list.allocated, KEL_LIST_MAX); ++i) {
             if (list.buffers[i] != 0) census::obtain(buffer_key(list.buffers[i]), owner());
+        }
     }
 
     const Arguments &arguments_;
@@ -215,5 +224,3 @@ private:
 };
 
 } // namespace keltrace
-
-#endif

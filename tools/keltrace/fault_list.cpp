@@ -72,8 +72,9 @@ void list_faults()
     }
     using list_of_library = void();
     if (auto *list =
-            reinterpret_cast<list_of_library *>(dlsym(RTLD_NEXT, "kel_reference_list_faults")))
+            reinterpret_cast<list_of_library *>(dlsym(RTLD_NEXT, "kel_reference_list_faults"))) {
         list();
+    }
     std::fflush(nullptr);
 }
 

@@ -2,8 +2,7 @@
 //
 // All faults that can be asked for: with KELTRACE_LIST=faults a line each, operation:action, a tab
 // and what happens.
-#ifndef KELTRACE_FAULT_LIST_H
-#define KELTRACE_FAULT_LIST_H
+#pragma once
 
 namespace keltrace {
 
@@ -11,5 +10,3 @@ namespace keltrace {
 void list_faults();
 
 } // namespace keltrace
-
-#endif

@@ -46,8 +46,9 @@ problem read_value(std::string_view text, std::size_t width, fault &parsed)
 problem read_error(std::string_view text, fault &parsed)
 {
     auto value = parse_number(text);
-    if (!value || value->negative || value->magnitude == 0 || !value->fits(sizeof(std::uint32_t)))
+    if (!value || value->negative || value->magnitude == 0 || !value->fits(sizeof(std::uint32_t))) {
         return "bad error '" + std::string(text) + "'";
+    }
     parsed.value = value->bits();
     return {};
 }
@@ -56,8 +57,9 @@ problem read_milliseconds(std::string_view text, fault &parsed)
 {
     constexpr std::uint64_t A_DAY = 86400000;
     auto value = parse_number(text);
-    if (!value || value->negative || value->magnitude > A_DAY)
+    if (!value || value->negative || value->magnitude > A_DAY) {
         return "bad number of milliseconds '" + std::string(text) + "'";
+    }
     parsed.value = value->bits();
     return {};
 }
@@ -75,8 +77,9 @@ problem check_target(const fault &parsed, const argument_info &target, std::size
         return {};
     }
     if (target.scalar_target) return "argument names no record";
-    if (*parsed.word >= target.target_width / sizeof(std::uint32_t))
+    if (*parsed.word >= target.target_width / sizeof(std::uint32_t)) {
         return "record has no such word";
+    }
     width = sizeof(std::uint32_t);
     return {};
 }
@@ -135,8 +138,9 @@ problem parse_library_action(std::string_view name, std::string_view value, faul
     }
     if (name == "after") {
         const bool handle = result.form == form::handle;
-        if (result.width == 0 || (handle && entry.find(argument_kind::out_error) < 0))
+        if (result.width == 0 || (handle && entry.find(argument_kind::out_error) < 0)) {
             return NOT_APPLICABLE;
+        }
         parsed.what = action::after;
         return read_error(value, parsed);
     }

@@ -2,8 +2,7 @@
 //
 // The faults asked for, separated by blanks (reference/faults/language.h). Parsing refuses what
 // could never take effect, so that a plan that is accepted means what it says.
-#ifndef KELTRACE_FAULT_PLAN_H
-#define KELTRACE_FAULT_PLAN_H
+#pragma once
 
 #include <array>
 #include <atomic>
@@ -64,5 +63,3 @@ using offer_to_library = const char *(const char *text);
 std::string parse_plan(std::string_view list, fault_plan &plan, offer_to_library *offer = nullptr);
 
 } // namespace keltrace
-
-#endif

@@ -23,13 +23,14 @@ namespace {
 template <operation Id, typename Result> bool has_succeeded(Result result)
 {
     constexpr auto returned = info(info(Id).result);
-    if constexpr (returned.form == form::error)
+    if constexpr (returned.form == form::error) {
         return result == 0 || result == KEL_HIGH_THRESHOLD_REACHED ||
                result == KEL_LOW_THRESHOLD_REACHED;
-    else if constexpr (returned.form == form::handle)
+    } else if constexpr (returned.form == form::handle) {
         return result != 0;
-    else
+    } else {
         return true;
+    }
 }
 
 // The result of an operation without one.
@@ -97,8 +98,9 @@ Result forward(const void *return_address, Arguments... arguments)
     if (!is_own_code(return_address)) return function(arguments...);
 
     const std::uint64_t number = count_call(Id);
-    if (faults_of(Id).empty() && !trace::wanted() && !census::wanted() && !record::wanted())
+    if (faults_of(Id).empty() && !trace::wanted() && !census::wanted() && !record::wanted()) {
         return function(arguments...);
+    }
     return static_cast<Result>(observed_call<Id>(function, number, arguments...));
 }
 

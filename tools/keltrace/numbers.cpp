@@ -11,8 +11,9 @@ namespace keltrace {
 
 bool number::fits(std::size_t width) const
 {
-    if (width >= sizeof magnitude)
+    if (width >= sizeof magnitude) {
         return !negative || magnitude <= std::uint64_t{1} << (8 * sizeof magnitude - 1);
+    }
     const std::uint64_t limit = std::uint64_t{1} << (8 * width);
     return negative ? magnitude <= limit / 2 : magnitude < limit;
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Numbers as people write and read them: error numbers and notices by name.
-#ifndef KELTRACE_NUMBERS_H
-#define KELTRACE_NUMBERS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -25,5 +24,3 @@ struct number {
 std::optional<number> parse_number(std::string_view text);
 
 } // namespace keltrace
-
-#endif

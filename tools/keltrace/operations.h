@@ -2,8 +2,7 @@
 //
 // What the shim stands before: the operations of libkel and, beside them, the calls to the system
 // that it knows.
-#ifndef KELTRACE_OPERATIONS_H
-#define KELTRACE_OPERATIONS_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -55,5 +54,3 @@ constexpr const operation_info &info(operation which)
 }
 
 } // namespace keltrace
-
-#endif

@@ -2,8 +2,7 @@
 //
 // Whether a call comes from the main program's own code. Calls that libkel and the C library make
 // for themselves pass through the shim untouched and uncounted.
-#ifndef KELTRACE_OWN_CODE_H
-#define KELTRACE_OWN_CODE_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -29,5 +28,3 @@ inline bool is_own_code(const void *return_address)
 }
 
 } // namespace keltrace
-
-#endif

@@ -94,8 +94,10 @@ void replace_last_line(const std::string &line, off_t at)
 {
     const off_t before = current->end;
     write_at(line, at);
-    if (current->file >= 0 && current->end < before && ftruncate(current->file, current->end) != 0)
+    if (current->file >= 0 && current->end < before &&
+        ftruncate(current->file, current->end) != 0) {
         give_up(errno);
+    }
 }
 
 // The descriptor is kept away from those that the program gets.
@@ -144,8 +146,9 @@ int find_build_id(dl_phdr_info *object, std::size_t, void *data)
         const auto &segment = object->dlpi_phdr[i];
         const std::uintptr_t start = object->dlpi_addr + segment.p_vaddr;
         if (segment.p_type == PT_LOAD && search->address >= start &&
-            search->address - start < segment.p_memsz)
+            search->address - start < segment.p_memsz) {
             is_it = true;
+        }
         if (segment.p_type == PT_NOTE && size == 0) {
             notes = reinterpret_cast<const char *>(start);
             size = segment.p_memsz;
@@ -182,8 +185,9 @@ std::string program_name()
     const std::size_t end = words.find('\0');
     std::string name = after_slash(words.substr(0, end).c_str());
     if (end != std::string::npos) name += words.substr(end);
-    for (char &each : name)
+    for (char &each : name) {
         if (each == '\0') each = ' ';
+    }
     return name;
 }
 
@@ -209,8 +213,9 @@ void forget_unread_data(sequence::call &made, std::uint64_t result)
     for (std::size_t i = 0; i < made.arguments.size(); ++i) {
         sequence::value &given = made.arguments[i];
         if (which.parameters[i].shape == sequence::shape::bytes && !which.is_system() &&
-            given.kind == sequence::value_kind::bytes)
+            given.kind == sequence::value_kind::bytes) {
             given = {sequence::value_kind::any_bytes, {{given.bytes.size()}}, {}};
+        }
     }
 }
 
@@ -266,10 +271,11 @@ void call::returned(std::uint64_t result)
     line += begun.is_last_line ? sequence::call_text(made_, current->variables)
                                : sequence::names_text(made_, current->variables) + "returned()";
     line += " -> " + sequence::answer_text(made_, answer, current->variables) + "\n";
-    if (begun.is_last_line)
+    if (begun.is_last_line) {
         replace_last_line(line, begun.at);
-    else
+    } else {
         add_line(line);
+    }
     if (turn_) turn_.unlock();
     errno = error;
 }

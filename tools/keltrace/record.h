@@ -3,8 +3,7 @@
 // The program's calls written down as a sequence that can be made again (docs/sequences.md). A call
 // stands in the file before it is made, so that a crash or a hang is recorded, too. Calls that do
 // not wait are made one at a time, so that the order in the file is the order in the library.
-#ifndef KELTRACE_RECORD_H
-#define KELTRACE_RECORD_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -64,5 +63,3 @@ void comment(const char *text);
 } // namespace record
 
 } // namespace keltrace
-
-#endif

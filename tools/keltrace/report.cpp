@@ -90,8 +90,9 @@ void write_faults(lines &file)
     for (const auto &each : plan->faults) {
         std::uint64_t hits = each.hits.load(std::memory_order_relaxed);
         std::uint64_t fired = each.fired.load(std::memory_order_relaxed);
-        if (each.of_library && library_counts != nullptr)
+        if (each.of_library && library_counts != nullptr) {
             library_counts(each.text.c_str(), &hits, &fired);
+        }
         file.add("fault %s hits %llu fired %llu\n", each.text.c_str(),
                  static_cast<long_number>(hits), static_cast<long_number>(fired));
     }
@@ -106,8 +107,9 @@ void write_census(lines &file)
         file.add("census %s %llu %llu %llu\n", census::name(kind),
                  static_cast<long_number>(now.obtained), static_cast<long_number>(now.released),
                  static_cast<long_number>(now.left));
-        if (now.swept != 0)
+        if (now.swept != 0) {
             file.add("swept %s %llu\n", census::name(kind), static_cast<long_number>(now.swept));
+        }
     }
 }
 

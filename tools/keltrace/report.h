@@ -5,8 +5,7 @@
 //   fault <text> hits <n> fired <n>
 //   census <kind> <obtained> <released> <left>
 //   swept <kind> <count>
-#ifndef KELTRACE_REPORT_H
-#define KELTRACE_REPORT_H
+#pragma once
 
 namespace keltrace {
 
@@ -24,5 +23,3 @@ void write();
 } // namespace report
 
 } // namespace keltrace
-
-#endif

@@ -79,8 +79,9 @@ void set_handler(int signal, void (*handler)(int), int flags)
 
 void catch_signals()
 {
-    for (int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTERM})
+    for (int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTERM}) {
         set_handler(signal, on_end, static_cast<int>(SA_RESETHAND));
+    }
     set_handler(SIGUSR1, on_request, SA_RESTART);
 }
 
@@ -102,8 +103,9 @@ void read_faults()
     auto *offer =
         reinterpret_cast<offer_to_library *>(dlsym(RTLD_NEXT, "kel_reference_choose_fault"));
     report::set_library_counts(dlsym(RTLD_NEXT, "kel_reference_count_fault"));
-    if (auto wrong = parse_plan(list, *parsed, offer); !wrong.empty())
+    if (auto wrong = parse_plan(list, *parsed, offer); !wrong.empty()) {
         refuse("KELTRACE_FAULTS", wrong);
+    }
     plan = parsed;
 }
 
@@ -116,8 +118,9 @@ void read_ring()
     std::size_t count = RING_CALLS;
     if (calls != nullptr) {
         const auto parsed = parse_number(calls);
-        if (!parsed || parsed->negative || parsed->magnitude == 0 || parsed->magnitude > RING_MAX)
+        if (!parsed || parsed->negative || parsed->magnitude == 0 || parsed->magnitude > RING_MAX) {
             refuse("KELTRACE_RING", "bad number of calls '" + std::string(calls) + "'");
+        }
         count = static_cast<std::size_t>(parsed->magnitude);
     }
     int file = STDERR_FILENO;
@@ -135,17 +138,20 @@ void read_ring()
     read_list();
     read_faults();
     read_ring();
-    if (const char *path = setting("KELTRACE_TRACE"))
+    if (const char *path = setting("KELTRACE_TRACE")) {
         if (auto wrong = trace::open_file(path); !wrong.empty()) refuse("KELTRACE_TRACE", wrong);
+    }
     const char *path = setting("KELTRACE_REPORT");
     if (path != nullptr) {
         report::start(path);
         census::start();
     }
     if (path != nullptr || trace::wanted()) catch_signals();
-    if (const char *record_path = setting("KELTRACE_RECORD"))
-        if (auto wrong = record::open_file(record_path); !wrong.empty())
+    if (const char *record_path = setting("KELTRACE_RECORD")) {
+        if (auto wrong = record::open_file(record_path); !wrong.empty()) {
             refuse("KELTRACE_RECORD", wrong);
+        }
+    }
     own_code::find();
 }
 

@@ -19,18 +19,20 @@ using long_number = unsigned long long;
 template <std::size_t Count>
 void show_kind(trace_line &line, const char *const (&names)[Count], std::uint64_t value)
 {
-    if (value < Count)
+    if (value < Count) {
         line.add("%s", names[value]);
-    else
+    } else {
         line.add("%llu", static_cast<long_number>(value));
+    }
 }
 
 void show_error(trace_line &line, std::uint64_t value)
 {
-    if (const char *name = tools::known_error_name(value))
+    if (const char *name = tools::known_error_name(value)) {
         line.add("%s", name);
-    else
+    } else {
         line.add("%llu", static_cast<long_number>(value));
+    }
 }
 
 } // namespace
@@ -62,10 +64,11 @@ void show_number(trace_line &line, form shown, std::uint64_t value)
     case form::handle:
     case form::hexadecimal:
     case form::address:
-        if (value == 0)
+        if (value == 0) {
             line.add("0");
-        else
+        } else {
             line.add("0x%llx", static_cast<long_number>(value));
+        }
         break;
     default:
         line.add("%lld", static_cast<long long>(value));
@@ -123,8 +126,9 @@ void show_bytes(trace_line &line, const void *bytes, std::size_t count)
     constexpr std::size_t SHOWN = 8;
     const auto *byte = static_cast<const unsigned char *>(bytes);
     line.add("<");
-    for (std::size_t i = 0; i < std::min(count, SHOWN); ++i)
+    for (std::size_t i = 0; i < std::min(count, SHOWN); ++i) {
         line.add(i == 0 ? "%02x" : " %02x", byte[i]);
+    }
     line.add(count > SHOWN ? " ..>" : ">");
 }
 

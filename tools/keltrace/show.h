@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Arguments and results as a trace shows them, by their form.
-#ifndef KELTRACE_SHOW_H
-#define KELTRACE_SHOW_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -28,5 +27,3 @@ void show_target(trace_line &line, const kel_iovec *entries);
 void show_bytes(trace_line &line, const void *bytes, std::size_t count);
 
 } // namespace keltrace
-
-#endif

@@ -2,8 +2,7 @@
 //
 // What all calls share: the counts and the plan. Everything is in place before main, and nothing
 // is torn down, since other threads may still call while the process ends.
-#ifndef KELTRACE_STATE_H
-#define KELTRACE_STATE_H
+#pragma once
 
 #include <array>
 #include <atomic>
@@ -38,5 +37,3 @@ void *next_function(std::atomic<void *> &found, const char *name);
 void pause_for(std::uint64_t milliseconds);
 
 } // namespace keltrace
-
-#endif

@@ -137,10 +137,11 @@ void take_account(census::kind kind, std::uint64_t number, bool obtained)
 {
     if (!census::wanted()) return;
     const int error = errno;
-    if (obtained)
+    if (obtained) {
         census::obtain({kind, 0, number, 0}, 0);
-    else
+    } else {
         census::release({kind, 0, number, 0});
+    }
     errno = error;
 }
 
@@ -176,13 +177,15 @@ template <typename Open> int open_file(const char *path, int flags, Open next)
         line.add("(\"%.60s\", 0x%x)", path, static_cast<unsigned>(flags));
     });
     std::optional<record::call> recorded;
-    if (record::wanted() && strcmp(path, KEL_DEVICE) == 0)
+    if (record::wanted() && strcmp(path, KEL_DEVICE) == 0) {
         recorded.emplace(sequence::OPEN_DEVICE, record::raw_arguments{});
+    }
     int result = -1;
     if (call.before([&](const fault &each) { result = stand_in_result(each); })) {
         result = next();
-        if (result >= 0)
+        if (result >= 0) {
             take_account(census::kind::descriptor, static_cast<std::uint64_t>(result), true);
+        }
     }
     if (recorded) recorded->returned(negative_or(result));
     call.end_with(result);
@@ -209,10 +212,11 @@ void show_select(trace_line &line, int count, const fd_set *readable, const fd_s
         line.add("exceptional");
     }
     line.next_item();
-    if (timeout != nullptr)
+    if (timeout != nullptr) {
         show_target(line, timeout);
-    else
+    } else {
         line.add("no limit");
+    }
     line.close_list(")");
 }
 
@@ -302,8 +306,9 @@ KELTRACE_EXPORTED void *calloc(std::size_t count, std::size_t size) noexcept
 
 KELTRACE_EXPORTED void free(void *memory) noexcept
 {
-    if (KELTRACE_OWN_CALL && memory != nullptr)
+    if (KELTRACE_OWN_CALL && memory != nullptr) {
         take_account(census::kind::memory, widened(memory), false);
+    }
     next_free.load(std::memory_order_relaxed)(memory);
 }
 
@@ -402,8 +407,9 @@ KELTRACE_EXPORTED int close(int descriptor)
     if (!KELTRACE_OWN_CALL || descriptor < 0) return next(descriptor);
     take_account(census::kind::descriptor, static_cast<std::uint64_t>(descriptor), false);
     std::optional<record::call> recorded;
-    if (record::wanted() && record::is_known_descriptor(descriptor))
+    if (record::wanted() && record::is_known_descriptor(descriptor)) {
         recorded.emplace(sequence::CLOSE_DEVICE, record::raw_arguments{widened(descriptor)});
+    }
     const int result = next(descriptor);
     if (recorded) recorded->returned(widened(result < 0 ? errno : 0));
     return result;
@@ -423,12 +429,14 @@ KELTRACE_EXPORTED int ioctl(int descriptor, unsigned long request, ...) noexcept
     call.begin(
         [&](trace_line &line) { line.add("(%d, 0x%lx, %p)", descriptor, request, argument); });
     std::optional<record::call> recorded;
-    if (record::wanted() && record::is_known_descriptor(descriptor))
+    if (record::wanted() && record::is_known_descriptor(descriptor)) {
         recorded.emplace(sequence::IOCTL,
                          record::raw_arguments{widened(descriptor), request, widened(argument)});
+    }
     int result = -1;
-    if (call.before([&](const fault &each) { result = stand_in_result(each); }))
+    if (call.before([&](const fault &each) { result = stand_in_result(each); })) {
         result = next(descriptor, request, argument);
+    }
     if (recorded) recorded->returned(widened(result < 0 ? errno : 0));
     call.end_with(result);
     return result;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The system's functions that the shim stands before.
-#ifndef KELTRACE_SYSTEM_CALLS_H
-#define KELTRACE_SYSTEM_CALLS_H
+#pragma once
 
 namespace keltrace {
 
@@ -10,5 +9,3 @@ namespace keltrace {
 void look_up_allocator();
 
 } // namespace keltrace
-
-#endif

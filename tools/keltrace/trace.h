@@ -3,8 +3,7 @@
 // The call trace: one line a call, to a file as the calls return, and to a ring of the last calls
 // that is written when the process ends or is ended. A call that never returns is seen as such:
 // calls that may block are written when they start, and the others when the process dies in them.
-#ifndef KELTRACE_TRACE_H
-#define KELTRACE_TRACE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -67,5 +66,3 @@ void write_ring();
 } // namespace trace
 
 } // namespace keltrace
-
-#endif

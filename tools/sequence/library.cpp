@@ -89,10 +89,12 @@ std::uint64_t call_select(const raw_arguments &arguments)
     const int result =
         ::select(count, readable.for_select(), nullptr, exceptional.for_select(), timeout);
     if (result < 0) return negative_error();
-    if (arguments[3] != 0)
+    if (arguments[3] != 0) {
         *narrowed<std::uint32_t *>(arguments[3]) = result ? readable.is_set() : 0;
-    if (arguments[4] != 0)
+    }
+    if (arguments[4] != 0) {
         *narrowed<std::uint32_t *>(arguments[4]) = result ? exceptional.is_set() : 0;
+    }
     return static_cast<std::uint64_t>(result);
 }
 

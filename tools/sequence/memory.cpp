@@ -198,8 +198,9 @@ public:
         }
         // A number that no dynamic tag can have says more than that it is a new one.
         if (what == role::tag && number < KEL_FIRST_DYNAMIC_TAG) return {number};
-        if (what == role::address)
+        if (what == role::address) {
             return read_address(number, {owner(), made_.operation, parameter, entry}, slot);
+        }
         if (!gives_new_object(which_, where) && known_.is_known(what, number)) {
             return known_.name_of(what, number);
         }
@@ -214,8 +215,9 @@ public:
 private:
     variable owner() const
     {
-        if (made_.arguments.empty() || made_.arguments[0].kind != value_kind::number)
+        if (made_.arguments.empty() || made_.arguments[0].kind != value_kind::number) {
             return NO_VARIABLE;
+        }
         return made_.arguments[0].one().name;
     }
 
@@ -384,10 +386,11 @@ void laid_out_arguments::lay_out(const call &made, const bindings &known)
             break;
         case value_kind::number: {
             const std::uint64_t number = known.number_of(given.one());
-            if (where.by_address)
+            if (where.by_address) {
                 store(room(i, 8), where.width, number);
-            else
+            } else {
                 raw_[i] = number;
+            }
             break;
         }
         case value_kind::record: {

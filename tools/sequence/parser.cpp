@@ -145,8 +145,9 @@ public:
             number++;
             const std::size_t end = text.find('\n');
             cursor line(text.substr(0, end), number);
-            if (end == std::string_view::npos)
+            if (end == std::string_view::npos) {
                 line.fail_at(text.size(), "the last line is cut off");
+            }
             text.remove_prefix(end + 1);
             if (!has_header) {
                 read_header(line);

@@ -47,9 +47,10 @@ std::string expectation_text(const finding &found)
 
 std::string difference_text(const call_sequence &made, const std::optional<finding> &found)
 {
-    if (!found)
+    if (!found) {
         return "no difference in " + std::to_string(made.calls.size()) + " calls\n" +
                uncompared_text(made);
+    }
     const call &guilty = made.calls[found->call];
     return "call " + std::to_string(found->call) +
            " differs: " + call_text(guilty, made.variables) + "\n" + expectation_text(*found) +

@@ -346,8 +346,9 @@ std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed
 std::string printed_when_loaded(const library_setup &setup)
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
+    }
     const pid_t id = fork();
     if (id < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (id == 0) {
