@@ -95,8 +95,9 @@ std::set<std::string> anchors_of(const fs::path &page)
         for (const char letter : heading) {
             const auto byte = static_cast<unsigned char>(letter);
             if (letter == ' ' || letter == '-') anchor += '-';
-            if (std::isalnum(byte) != 0 || letter == '_')
+            if (std::isalnum(byte) != 0 || letter == '_') {
                 anchor += static_cast<char>(std::tolower(byte));
+            }
         }
         anchors.insert(anchor);
     }

@@ -186,6 +186,18 @@ TEST(structure, every_source_names_its_licence_first)
     }
 }
 
+// The public headers have names as guards, for whatever compiler a device's makers use.
+TEST(structure, every_header_is_read_once)
+{
+    for (const auto &[folder, allowed] : MAY_INCLUDE) {
+        for (const fs::path &source : sources_in(folder)) {
+            if (source.extension() != ".h") continue;
+            const std::string guard = folder == "kelapi" ? "\n#ifndef KELAPI_" : "\n#pragma once\n";
+            EXPECT_NE(read_text(source).find(guard), std::string::npos) << source;
+        }
+    }
+}
+
 // The cases that a folder's sources define, as "suite_name", with the source.
 std::map<std::string, fs::path> cases_defined_in(const std::string &folder)
 {
