@@ -144,11 +144,28 @@ struct racy : right {
     }
 };
 
+// A library that is right and takes its time, so that nearly all calls overlap.
+class slowness {
+public:
+    slowness() { wait(); }
+    ~slowness() { wait(); }
+    slowness(const slowness &) = delete;
+    slowness &operator=(const slowness &) = delete;
+
+private:
+    static void wait()
+    {
+        static std::atomic<useconds_t> calls;
+        if (is_fault("is_slow")) usleep(calls.fetch_add(37) % WINDOW);
+    }
+};
+
 } // namespace
 
 #define OPERATION(function, result, ...)                                                           \
     result_##result function(FOR_EACH_ARGUMENT(PARAMETER, __VA_ARGS__))                            \
     {                                                                                              \
+        const slowness around;                                                                     \
         return racy::function(FOR_EACH_ARGUMENT(NAME, __VA_ARGS__));                               \
     }
 #include "kelapi/operations.def"

@@ -153,7 +153,7 @@ private:
         }
         std::ranges::sort(chosen, {}, [this](const candidate &one) {
             return std::tuple(!one.is_free, influences_[one.call].is_change,
-                              whole_.times[one.call].end);
+                              whole_.times[one.call].begin + whole_.times[one.call].end);
         });
         return chosen;
     }

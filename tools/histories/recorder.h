@@ -17,7 +17,7 @@ namespace histories {
 struct progress {
     struct of_thread {
         // Of the planned steps those whose calls have begun.
-        std::array<std::atomic<bool>, CALLS_MAX * STEPS_A_CALL> are_begun;
+        std::array<std::atomic<bool>, std::size_t{CALLS_MAX} * STEPS_A_CALL> are_begun;
         std::atomic<sequence::operation> operation; // of the last call
         std::atomic<bool> is_calling;
     };
