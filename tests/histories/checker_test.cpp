@@ -130,6 +130,50 @@ TEST_F(checking, leaves_undecided_what_takes_too_long)
     EXPECT_EQ(check(written(calls, times)).outcome, outcome::legal);
 }
 
+// Of 8! orders of the sends only one is right, which shows when the packets are received.
+TEST_F(checking, orders_sends_as_their_packets_were_received)
+{
+    std::string calls;
+    std::string sends;
+    std::string receipts;
+    std::vector<interval> times;
+    constexpr std::uint32_t COUNT = 8;
+    for (std::uint32_t i = 0; i < COUNT; i++) {
+        const std::string packet = "packet" + std::to_string(3 + i);
+        calls += packet + " = get_packet(client1, 0, 64, 1) -> " + packet + ", error=0\nset_tag(" +
+                 packet + ", 0x30) -> 0\n";
+        sends += "@" + std::to_string(2 + i) + " send(client1, " + packet + ") -> 0\n";
+        receipts = "recv(client1) -> " + packet + "\n" + receipts;
+    }
+    for (std::uint32_t i = 0; i < 2 * COUNT; i++) times.push_back({2 * i + 1, 2 * i + 2});
+    for (std::uint32_t i = 0; i < COUNT; i++) times.push_back({40 + i, 60 + i});
+    for (std::uint32_t i = 0; i < COUNT; i++) times.push_back({80 + 2 * i, 81 + 2 * i});
+    calls += sends;
+    calls += receipts;
+    const verdict found = check(written(calls, times));
+    EXPECT_EQ(found.outcome, outcome::legal);
+    EXPECT_LT(found.calls, 2 * found.path.size());
+}
+
+// All orders of role changes come to a few states, each of which is looked into once.
+TEST_F(checking, knows_states_of_roles_again)
+{
+    std::string calls = "client2 = register_client(null, STANDBY, 8) -> 0, client=client2\n"
+                        "client3 = register_client(null, STANDBY, 8) -> 0, client=client3\n";
+    std::vector<interval> times = {{1, 2}, {3, 4}};
+    for (std::uint32_t i = 0; i < 16; i++) {
+        calls += "@" + std::to_string(2 + i % 4) + " client_ha_role_notify(client" +
+                 std::to_string(2 + i / 2 % 2) + ", " + (i % 3 == 0 ? "ACTIVE" : "STANDBY") +
+                 ") -> 0\n";
+        const std::uint32_t row = i / 4 * 20;
+        times.push_back({10 + row + i % 4, 20 + row + i % 4});
+    }
+    times.push_back({100, 101});
+    const verdict found = check(written(calls + "queue_is_empty(client1) -> 0\n", times));
+    EXPECT_EQ(found.outcome, outcome::illegal);
+    EXPECT_LT(found.calls, 50000U);
+}
+
 TEST_F(checking, begins_each_history_with_a_clean_model)
 {
     const history whole = written("@2 send(client1, packet1) -> 0\n", {{1, 2}});

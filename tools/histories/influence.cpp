@@ -15,9 +15,11 @@ using names = std::set<std::string_view>;
 // The parts of the state.
 constexpr std::uint32_t HOLDERS = 1; // who receives a tag's packets
 constexpr std::uint32_t ACCOUNTS = 2;
-constexpr std::uint32_t FIRST_QUEUE = 4; // one bit for the receivers of each tag, as far as they go
-constexpr std::uint32_t ALL_QUEUES = ~(HOLDERS | ACCOUNTS);
+constexpr std::uint32_t FIRST_QUEUE = 8; // one bit a client, as far as they go
+constexpr std::uint32_t ALL_QUEUES = ~(HOLDERS | ACCOUNTS | ROLES);
 constexpr std::uint32_t EVERYTHING = ~std::uint32_t{0};
+
+constexpr std::size_t NO_CALL = ~std::size_t{0};
 
 std::string_view name_of(const sequence::call &made)
 {
@@ -41,106 +43,104 @@ bool is_account(std::string_view name)
 
 bool changes_holders(std::string_view name)
 {
-    static const names NAMES = {"register_tag", "deregister_tag", "alloc_tag", "free_tag",
-                                "client_ha_role_notify"};
+    static const names NAMES = {"register_tag", "deregister_tag", "alloc_tag", "free_tag"};
     return NAMES.contains(name);
 }
 
-bool is_among_others(const sequence::call &made)
+// For each successful send the call that received the packet; NO_CALL: nobody has.
+std::map<std::size_t, std::size_t> receipts_of(const history &whole)
 {
-    return made.thread != FIRST_THREAD;
+    struct journey {
+        std::vector<std::size_t> sends;
+        std::vector<std::size_t> receipts;
+    };
+    std::map<sequence::variable, journey> packets;
+    for (std::size_t i = 0; i < whole.made.calls.size(); i++) {
+        const sequence::call &made = whole.made.calls[i];
+        const std::string_view name = name_of(made);
+        if (name != "send" && name != "recv") continue;
+        if (!has_effect(made, whole.made.answers[i])) continue;
+        if (name == "send") {
+            packets[made.arguments[1].one().name].sends.push_back(i);
+        } else {
+            packets[whole.made.answers[i].result.one().name].receipts.push_back(i);
+        }
+    }
+    std::map<std::size_t, std::size_t> receipts;
+    for (auto &[name, each] : packets) {
+        // Who sends a packet again has received it: one after the other.
+        const auto begin = [&whole](std::size_t call) { return whole.times[call].begin; };
+        std::ranges::sort(each.sends, {}, begin);
+        std::ranges::sort(each.receipts, {}, begin);
+        for (std::size_t i = 0; i < each.sends.size(); i++) {
+            receipts[each.sends[i]] = i < each.receipts.size() ? each.receipts[i] : NO_CALL;
+        }
+    }
+    return receipts;
 }
 
 class examination {
 public:
-    explicit examination(const history &whole) : whole_(whole), made_(whole.made)
+    explicit examination(const history &whole) : made_(whole.made), receipts_(receipts_of(whole))
     {
-        for (std::size_t i = 0; i < made_.calls.size(); i++) look_at(i);
+        for (const sequence::call &each : made_.calls) look_at(each);
     }
 
     influence of(std::size_t index) const
     {
-        const sequence::call &made = made_.calls[index];
-        influence one{parts_of(index), has_effect(made, made_.answers[index])};
+        influence one = parts_of(index);
         // What may fire an event, or report one, is seen by all that may.
-        if (has_events_ && one.parts != 0) one.parts = EVERYTHING;
-        return one;
+        if (has_events_ && (one.reads | one.changes) != 0) one = {EVERYTHING, EVERYTHING};
+        if (has_effect(made_.calls[index], made_.answers[index])) return one;
+        return {one.reads | one.changes, 0};
     }
 
 private:
-    void look_at(std::size_t index)
+    void look_at(const sequence::call &made)
     {
-        const sequence::call &made = made_.calls[index];
         const std::string_view name = name_of(made);
         if (name.starts_with("event_")) has_events_ = true;
-        if (name == "bufgroup_set_params") has_thresholds_ = true;
         const bool asks = name.find("count_by") != std::string_view::npos;
-        if (asks && is_among_others(made)) has_questions_ = true;
-        const bool does = has_effect(made, made_.answers[index]);
-        if (changes_holders(name) && is_among_others(made) && does) are_holders_fixed_ = false;
-        if (name == "register_tag" && !is_among_others(made)) note_holder(made);
+        if (name == "bufgroup_set_params" || (asks && made.thread != FIRST_THREAD)) {
+            are_accounts_seen_ = true;
+        }
+        if (name == "register_client" && !made.names.empty()) {
+            const std::size_t number = std::min<std::size_t>(queues_.size(), 28);
+            queues_.emplace(made.names.front(), FIRST_QUEUE << number);
+        }
     }
 
-    void note_holder(const sequence::call &made)
-    {
-        const std::uint64_t tag = made.arguments[1].one().number;
-        const auto part = parts_of_tags_.try_emplace(
-            tag, FIRST_QUEUE << std::min<std::size_t>(parts_of_tags_.size(), 28));
-        parts_of_clients_[made.arguments[0].one().name] |= part.first->second;
-    }
-
-    std::uint32_t parts_of(std::size_t index) const
+    influence parts_of(std::size_t index) const
     {
         const sequence::call &made = made_.calls[index];
         const std::string_view name = name_of(made);
-        if (is_of_one_thread(name)) return 0;
-        if (is_account(name)) {
-            return has_thresholds_ || has_events_ || has_questions_ ? ACCOUNTS : 0;
-        }
-        if (changes_holders(name) || name == "is_tag_registered") return HOLDERS;
-        if (name == "send") return parts_of_send(index);
-        if (name == "recv" || name == "queue_is_empty") return queue_of(made);
-        return EVERYTHING;
+        if (is_of_one_thread(name)) return {};
+        if (is_account(name)) return {0, are_accounts_seen_ || has_events_ ? ACCOUNTS : 0};
+        if (name == "client_ha_role_notify") return {0, ROLES};
+        if (changes_holders(name) || name == "is_tag_registered") return {ROLES, HOLDERS};
+        if (name == "send") return {HOLDERS | ROLES, queue_of_send(index)};
+        if (name == "recv" || name == "queue_is_empty") return {0, queue_of(made)};
+        return {EVERYTHING, EVERYTHING};
     }
 
-    // Of a client that held no tag before the threads began any queue may be meant.
     std::uint32_t queue_of(const sequence::call &made) const
     {
-        const auto found = parts_of_clients_.find(made.arguments[0].one().name);
-        return found == parts_of_clients_.end() ? ALL_QUEUES : found->second;
+        const auto found = queues_.find(made.arguments[0].one().name);
+        return found == queues_.end() ? ALL_QUEUES : found->second;
     }
 
-    // While nobody changes who holds a tag its packets go to one queue.
-    std::uint32_t parts_of_send(std::size_t index) const
+    std::uint32_t queue_of_send(std::size_t index) const
     {
-        if (!are_holders_fixed_) return HOLDERS | ALL_QUEUES;
-        const auto tag = parts_of_tags_.find(tag_at(index));
-        return tag == parts_of_tags_.end() ? HOLDERS | ALL_QUEUES : tag->second;
+        const auto receipt = receipts_.find(index);
+        const bool is_known = receipt != receipts_.end() && receipt->second != NO_CALL;
+        return is_known ? queue_of(made_.calls[receipt->second]) : ALL_QUEUES;
     }
 
-    // The tag that the sent packet has had since the last call before that changed it.
-    std::uint64_t tag_at(std::size_t index) const
-    {
-        const sequence::scalar sent = made_.calls[index].arguments[1].one();
-        std::uint64_t tag = 0;
-        for (std::size_t i = 0; i < made_.calls.size(); i++) {
-            const sequence::call &made = made_.calls[i];
-            if (whole_.times[i].end > whole_.times[index].begin) break;
-            if (name_of(made) != "set_tag" || made.arguments[0].one() != sent) continue;
-            const sequence::scalar given = made.arguments[1].one();
-            tag = given.name < 0 ? given.number : 0;
-        }
-        return tag;
-    }
-
-    const history &whole_;
     const sequence::call_sequence &made_;
+    std::map<std::size_t, std::size_t> receipts_;
+    std::map<sequence::variable, std::uint32_t> queues_; // of clients
     bool has_events_ = false;
-    bool has_thresholds_ = false;
-    bool has_questions_ = false;
-    bool are_holders_fixed_ = true;
-    std::map<std::uint64_t, std::uint32_t> parts_of_tags_;
-    std::map<sequence::variable, std::uint32_t> parts_of_clients_;
+    bool are_accounts_seen_ = false;
 };
 
 } // namespace
@@ -151,6 +151,25 @@ std::vector<influence> influences_of(const history &whole)
     std::vector<influence> all;
     all.reserve(whole.made.calls.size());
     for (std::size_t i = 0; i < whole.made.calls.size(); i++) all.push_back(examined.of(i));
+    return all;
+}
+
+std::vector<std::vector<std::size_t>> sends_before(const history &whole)
+{
+    const auto receipts = receipts_of(whole);
+    const auto receiver = [&whole](std::size_t call) {
+        return whole.made.calls[call].arguments[0].one();
+    };
+    std::vector<std::vector<std::size_t>> all(whole.times.size());
+    for (const auto &[late, late_receipt] : receipts) {
+        for (const auto &[early, early_receipt] : receipts) {
+            if (early_receipt == NO_CALL || late_receipt == NO_CALL || early == late) continue;
+            if (receiver(early_receipt) != receiver(late_receipt)) continue;
+            if (whole.times[early_receipt].end < whole.times[late_receipt].begin) {
+                all[late].push_back(early);
+            }
+        }
+    }
     return all;
 }
 
