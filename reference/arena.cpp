@@ -116,6 +116,13 @@ void arena::unpoison(std::byte *block, std::size_t size)
     ASAN_UNPOISON_MEMORY_REGION(block, size);
 }
 
+void arena::leave_unwritten(std::byte *data, std::size_t size)
+{
+    if (const std::uint32_t byte = chosen_options().unwritten_byte) {
+        std::memset(data, static_cast<int>(byte), size);
+    }
+}
+
 std::size_t arena::bytes_in_use() const
 {
     std::size_t used = 0;

@@ -67,6 +67,9 @@ public:
     static void poison(std::byte *block, std::size_t size);
     static void unpoison(std::byte *block, std::size_t size);
 
+    // Data that nobody has written yet: what it holds is nobody's promise.
+    static void leave_unwritten(std::byte *data, std::size_t size);
+
     // Both 0 when the system refused the area: nothing can be allocated then.
     std::byte *start() const { return base; }
     std::size_t size() const { return base ? SIZE : 0; }

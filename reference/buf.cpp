@@ -173,7 +173,7 @@ uint32_t model::kel_buf_set_length(state &library, kel_buffer buffer, uint32_t l
     buffer_object *changed = library.buffers.find(buffer);
     if (!changed) return EINVAL;
     if (length > changed->capacity - changed->data_start) return ENOSPC;
-    set_buffer_length(*changed, length);
+    resize_buffer(*changed, length);
     return 0;
 }
 
@@ -187,6 +187,7 @@ uint32_t model::kel_buf_reserve_space(state &library, kel_buffer buffer, uint32_
     if (size >= left) return ENOSPC;
 
     changed->space_reserved = true;
+    resize_buffer(*changed, left);
     changed->data_start += size;
     set_buffer_length(*changed, left - size);
     return 0;

@@ -38,6 +38,7 @@ buffer_object *make_buffer(state &library, bufgroup_object *group, std::uint32_t
         library.buffers.release(*made);
         return nullptr;
     }
+    arena::leave_unwritten(memory, size);
     made->memory = memory;
     made->capacity = size;
     made->length = size;
@@ -339,6 +340,15 @@ void set_buffer_length(buffer_object &buffer, std::uint32_t length)
     buffer.length = length;
 }
 
+void resize_buffer(buffer_object &buffer, std::uint32_t length)
+{
+    if (length > buffer.length) {
+        arena::leave_unwritten(buffer.memory + buffer.data_start + buffer.length,
+                               length - buffer.length);
+    }
+    set_buffer_length(buffer, length);
+}
+
 std::uint32_t tail_room(const buffer_object &buffer)
 {
     return buffer.capacity - buffer.data_start - buffer.length;
@@ -421,6 +431,7 @@ std::uint32_t grow_front(state &library, buffer_object *&first, std::uint32_t si
         first = head;
     }
     grown.data_start -= inside;
+    arena::leave_unwritten(grown.memory + grown.data_start, inside);
     set_buffer_length(grown, grown.length + inside);
     return 0;
 }
@@ -437,7 +448,7 @@ std::uint32_t grow_back(state &library, buffer_object &first, std::uint32_t size
         if (!head) return error;
         link_behind(last, *head);
     }
-    set_buffer_length(last, last.length + inside);
+    resize_buffer(last, last.length + inside);
     return 0;
 }
 

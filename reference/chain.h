@@ -56,6 +56,8 @@ buffer_object &tail_of(buffer_object &first);
 std::uint32_t chain_count(const buffer_object *first);
 std::uint32_t chain_length(const buffer_object *first);
 void set_buffer_length(buffer_object &buffer, std::uint32_t length);
+// Likewise, at the end of its data; what is new there was never written.
+void resize_buffer(buffer_object &buffer, std::uint32_t length);
 std::uint32_t tail_room(const buffer_object &buffer);
 
 // Links a chain that is in no packet; if it has predecessors they are left behind.

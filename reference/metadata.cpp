@@ -51,7 +51,7 @@ void set_length(packet_object &packet, std::uint32_t length)
     while (last && !last->length && last->previous) last = last->previous;
     for (; last; last = last->next) {
         const std::uint32_t more = std::min(tail_room(*last), length - packet.length);
-        set_buffer_length(*last, last->length + more);
+        resize_buffer(*last, last->length + more);
     }
 }
 

@@ -88,6 +88,18 @@ __attribute__((no_sanitize("address"))) std::string poison()
     return to_string(data[200]);
 }
 
+std::string data_before_it_is_written()
+{
+    const kel_buffer buffer = kel_get_buffer(new_client(), 0, 512, 1, nullptr);
+    kel_buf_set_data(buffer, 0, std::array<char, 512>{'x'}.data(), 512);
+    kel_buf_set_length(buffer, 0);
+    kel_buf_set_length(buffer, 512);
+    std::uint8_t first = 0;
+    std::uint32_t length = 1;
+    kel_buf_get_data(buffer, 0, &first, &length);
+    return to_string(first);
+}
+
 std::string growth_at_the_front()
 {
     const kel_packet packet = new_packet(new_client());
@@ -534,6 +546,7 @@ const std::map<std::string, std::function<std::string()>> PROBES = {
     {"piece_size",
      [] { return to_string(length_of(kel_get_buffer(new_client(), 0, 65536, 0, nullptr))); }},
     {"poison_byte", poison},
+    {"unwritten_byte", data_before_it_is_written},
     {"reserve_takes_room", reservation_in_a_trimmed_buffer},
     {"head_growth_fills_room", growth_at_the_front},
     {"tail_growth_fills_room", growth_at_the_end},

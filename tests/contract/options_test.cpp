@@ -85,6 +85,7 @@ const std::map<std::string, std::map<std::string, std::string>> OBSERVED = {
      {{"0", "5 3 3 0"}, {"1", "2779096485 2779096485 2779096485 2779096485"}}},
     {"device", {{"1", "22"}, {"0", "no device"}}},
     {"reserved_head_room", {{"0", "0 apart"}, {"1", "0 close"}}},
+    {"unwritten_byte", {{"0", "120"}, {"90", "90"}, {"165", "165"}}},
     {"reserve_takes_room", {{"0", "100 888"}, {"1", "100 1400"}}},
     {"sharing_by_present_role", {{"0", "0 17"}, {"1", "17 0"}}},
     {"stale_client_error", {{"22", "22 22"}, {"1", "1 22"}}},

@@ -98,8 +98,10 @@ examined examine(const call_sequence &given, const examination_setup &how)
         shown = first_difference(expected, made);
     }
     if (!shown) return {};
-    auto smallest = reduce(
-        made, *shown, {{how.library}, sequence::reference_setup(how.reference, kept), how.allowed});
+    sequence::reduction_setup smaller{
+        {how.library}, sequence::content_setup(how.reference, kept), how.allowed};
+    smaller.shadow = sequence::shadow_setup(how.reference, kept);
+    auto smallest = reduce(made, *shown, smaller);
     if (!smallest) return {};
     return {outcome::finding, described(std::move(*smallest), *shown), {}};
 }

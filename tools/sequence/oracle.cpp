@@ -17,7 +17,9 @@ namespace sequence {
 namespace {
 
 // What fills memory that nobody has written. A library may leave there what it likes, so they are
-// no choices that tell libraries apart; they tell which data means nothing.
+// no choices that tell libraries apart; they tell which data means nothing: where the answers under
+// both differ, as they do in every byte.
+const configuration CONTENT = {{"unwritten_byte", "90"}};
 const configuration SHADOW = {
     {"poison_byte", "90"}, {"first_tlv_byte", "165"}, {"unwritten_byte", "165"}};
 
@@ -113,8 +115,8 @@ private:
     {
         std::vector<job> jobs;
         for (const configuration &each : chosen) {
-            jobs.push_back({reference_setup(reference_, each), end});
-            jobs.push_back({reference_setup(reference_, with_shadow(each)), end});
+            jobs.push_back({content_setup(reference_, each), end});
+            jobs.push_back({shadow_setup(reference_, each), end});
         }
         auto results = run_all(made_, jobs, allowed_);
         std::vector<attempt> all;
@@ -124,15 +126,6 @@ private:
             all.push_back(std::move(one));
         }
         return all;
-    }
-
-    configuration with_shadow(configuration chosen)
-    {
-        for (const option &each : options()) {
-            const auto content = SHADOW.find(each.name);
-            if (content != SHADOW.end()) chosen.insert(*content);
-        }
-        return chosen;
     }
 
     std::pair<std::vector<attempt>, std::size_t> best_of(const std::vector<configuration> &chosen,
@@ -296,6 +289,18 @@ library_setup reference_setup(const std::string &library, const configuration &c
     return {
         library,
         {"KEL_REFERENCE_OPTIONS=" + text_of(chosen), "KEL_REFERENCE_FAULTS", "KEL_REFERENCE_LIST"}};
+}
+
+library_setup content_setup(const std::string &library, configuration chosen)
+{
+    chosen.insert(CONTENT.begin(), CONTENT.end());
+    return reference_setup(library, chosen);
+}
+
+library_setup shadow_setup(const std::string &library, configuration chosen)
+{
+    chosen.insert(SHADOW.begin(), SHADOW.end());
+    return reference_setup(library, chosen);
 }
 
 verdict judge(const call_sequence &recorded, const std::string &reference, const limits &allowed,

@@ -35,6 +35,11 @@ std::string text_of(const configuration &one);
 
 library_setup reference_setup(const std::string &library, const configuration &chosen);
 
+// The same with known bytes in memory that nobody has written, and with others: data in which the
+// answers of these two differ means nothing.
+library_setup content_setup(const std::string &library, configuration chosen);
+library_setup shadow_setup(const std::string &library, configuration chosen);
+
 struct finding {
     std::size_t call = 0;
     sequence::difference difference{};  // expected: of all that were allowed, first the default's

@@ -269,17 +269,24 @@ private:
     }
 
     // Whether the guilty call, and none before it, differs in the same way.
-    bool shows(const candidate &one, const answers &got, const answers &expected) const
+    // `shadow` may be null.
+    bool shows(const candidate &one, const answers &got, const answers &expected,
+               const answers *shadow) const
     {
+        const auto other_content = [shadow](std::size_t index) {
+            return shadow && index < shadow->size() ? &(*shadow)[index] : nullptr;
+        };
         const call_sequence &made = one.made;
         const bool is_whole =
             expected.size() == made.calls.size() || expected.back().outcome != outcome::returned;
         if (!is_whole || expected.size() <= one.guilty || got.size() <= one.guilty) return false;
         for (std::size_t i = 0; i < one.guilty; i++) {
-            if (compare(made.calls[i], expected[i], got[i], made.variables)) return false;
+            if (compare(made.calls[i], expected[i], got[i], made.variables, other_content(i))) {
+                return false;
+            }
         }
-        const auto found =
-            compare(made.calls[one.guilty], expected[one.guilty], got[one.guilty], made.variables);
+        const auto found = compare(made.calls[one.guilty], expected[one.guilty], got[one.guilty],
+                                   made.variables, other_content(one.guilty));
         return found && is_same(*found);
     }
 
@@ -301,16 +308,19 @@ private:
             for (std::size_t i = 0; i < times; i++) {
                 jobs.push_back({.setup = how_.tested, .made = &each.made});
                 jobs.push_back({.setup = how_.reference, .made = &each.made});
+                if (how_.shadow) jobs.push_back({.setup = *how_.shadow, .made = &each.made});
             }
         }
         auto all = run_all(jobs, allowed);
+        const std::size_t libraries = how_.shadow ? 3 : 2;
         std::vector<bool> showing(candidates.size(), true);
         for (std::size_t i = 0; i < candidates.size(); i++) {
             for (std::size_t j = 0; j < times; j++) {
-                const std::size_t at = 2 * (i * times + j);
-                if (!shows(candidates[i], all[at], all[at + 1])) showing[i] = false;
+                const std::size_t at = libraries * (i * times + j);
+                const answers *shadow = how_.shadow ? &all[at + 2] : nullptr;
+                if (!shows(candidates[i], all[at], all[at + 1], shadow)) showing[i] = false;
             }
-            if (showing[i]) expected_ = std::move(all[2 * i * times + 1]);
+            if (showing[i]) expected_ = std::move(all[libraries * i * times + 1]);
         }
         runs_ += candidates.size() * times;
         return showing;

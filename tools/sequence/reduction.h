@@ -17,6 +17,9 @@ struct reduction_setup {
     library_setup reference; // under the library's profile
     limits allowed{};
     std::size_t proofs = 10; // how often the result must show the difference
+    // Where it is given (shadow_setup, beside content_setup as the reference), data that means
+    // nothing is not compared.
+    std::optional<library_setup> shadow{};
 };
 
 struct reduced {
