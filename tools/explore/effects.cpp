@@ -203,6 +203,36 @@ void generator::look_at(role what, std::int32_t name)
     }
 }
 
+// Rather at what the call may have changed.
+void generator::look_after(op which, std::int32_t packet)
+{
+    if (which >= op::kel_tlv_alloc && which < op::select && chance_.chance(70)) {
+        look_at_tlvs(packet);
+    } else {
+        look_at_packet(packet);
+    }
+}
+
+// One or all TLVs, by their list.
+void generator::look_at_tlvs(std::int32_t name)
+{
+    const flat_argument out = recorder::output();
+    const flat_argument itself = recorder::variable(name);
+    const std::uint32_t number = out_.number_of(name);
+    call(op::kel_tlv_get_head, {itself, out});
+    std::uint32_t id = 0;
+    out_.asked().kel_tlv_get_head(number, &id);
+    for (int i = 0; id != 0 && i < 4; i++) {
+        const flat_argument tlv = recorder::number(id);
+        if (chance_.chance(70)) {
+            call(op::kel_tlv_getdata, {itself, tlv, out, recorder::number(1024)});
+        }
+        if (chance_.chance(30)) call(op::kel_tlv_version_get, {itself, tlv, out});
+        call(op::kel_tlv_get_next, {itself, tlv});
+        out_.asked().kel_tlv_get_next(number, &id);
+    }
+}
+
 void generator::look_at_packet(std::int32_t name)
 {
     const flat_argument out = recorder::output();
@@ -229,18 +259,9 @@ void generator::look_at_packet(std::int32_t name)
     case 6:
         call(op::kel_head_space, {itself, out});
         break;
-    case 7: {
-        // All TLVs, by their list.
-        call(op::kel_tlv_get_head, {itself, out});
-        std::uint32_t id = 0;
-        out_.asked().kel_tlv_get_head(out_.number_of(name), &id);
-        for (int i = 0; id != 0 && i < 4; i++) {
-            call(op::kel_tlv_getdata, {itself, recorder::number(id), out, recorder::number(1024)});
-            call(op::kel_tlv_get_next, {itself, recorder::number(id)});
-            out_.asked().kel_tlv_get_next(out_.number_of(name), &id);
-        }
+    case 7:
+        look_at_tlvs(name);
         break;
-    }
     default: {
         constexpr std::uint32_t ALL = 0x3fffff;
         const scalar mask{ALL};

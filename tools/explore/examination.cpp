@@ -48,16 +48,15 @@ std::string allowed_text(const sequence::finding &shown)
     return text.empty() ? shown.difference.expected : text;
 }
 
-found described(sequence::reduced &&smallest, const sequence::finding &shown)
+// `made` has the answers that the contract asks for.
+found described(call_sequence made, std::size_t guilty, const sequence::finding &shown)
 {
-    call_sequence &made = smallest.made;
-    const std::size_t last = made.calls.size() - 1;
-    const auto &which = sequence::schema_of(made.calls[last].operation);
+    const auto &which = sequence::schema_of(made.calls[guilty].operation);
     const std::string part = shown.difference.part == "result" ? "" : shown.difference.part + "=";
     found one;
     one.operation = which.name;
     one.part = shown.difference.part;
-    one.n = ordinal_of(made, last);
+    one.n = ordinal_of(made, guilty);
     one.expected = part + allowed_text(shown);
     one.got = part + shown.difference.got;
     one.clause = explain::clause_of(which.function);
@@ -66,6 +65,29 @@ found described(sequence::reduced &&smallest, const sequence::finding &shown)
     made.closing_comments = {" " + expectation_text(shown)};
     one.text = to_text(made, sequence::printed::calls_and_answers);
     return one;
+}
+
+// Where another thread has a part in it nothing can be left out; then all of it shows it every
+// time, or it is none.
+std::optional<found> whole(const call_sequence &made, const sequence::finding &shown,
+                           const sequence::configuration &kept, const examination_setup &how)
+{
+    if (begun_until_return(made, shown.call) == shown.call + 1) return std::nullopt;
+    constexpr int PROOFS = 3;
+    call_sequence again = made;
+    sequence::verdict judged;
+    for (int i = 0; i < PROOFS; i++) {
+        again.answers = run_one(made, {{how.library}}, how.allowed);
+        if (again.answers.size() != made.calls.size()) return std::nullopt;
+        judged = judge(again, how.reference, how.allowed, {kept});
+        if (!judged.finding || judged.finding->call != shown.call ||
+            judged.finding->difference != shown.difference) {
+            return std::nullopt;
+        }
+    }
+    if (judged.expected.size() != made.calls.size()) return std::nullopt;
+    again.answers = std::move(judged.expected);
+    return described(std::move(again), shown.call, shown);
 }
 
 } // namespace
@@ -86,7 +108,7 @@ examined examine(const call_sequence &given, const examination_setup &how)
     const sequence::configuration &explains = judged.profile.front();
     if (!judged.finding && explains == how.learned.chosen) return {};
     if (!judged.finding && agrees(how.learned, explains, how.reference, how.allowed)) {
-        return {outcome::choice, {}, explains};
+        return {outcome::choice, false, {}, explains};
     }
     // A library that has answered otherwise before cannot change its mind.
     const sequence::configuration &kept = judged.finding ? explains : how.learned.chosen;
@@ -102,8 +124,14 @@ examined examine(const call_sequence &given, const examination_setup &how)
         {how.library}, sequence::content_setup(how.reference, kept), how.allowed};
     smaller.shadow = sequence::shadow_setup(how.reference, kept);
     auto smallest = reduce(made, *shown, smaller);
-    if (!smallest) return {};
-    return {outcome::finding, described(std::move(*smallest), *shown), {}};
+    if (smallest) {
+        const std::size_t last = smallest->made.calls.size() - 1;
+        return {outcome::finding, false, described(std::move(smallest->made), last, *shown), {}};
+    }
+    if (auto all = whole(made, *shown, kept, how)) {
+        return {outcome::finding, false, std::move(*all), {}};
+    }
+    return {};
 }
 
 std::string to_message(const examined &one)

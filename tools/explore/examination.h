@@ -37,6 +37,7 @@ enum class outcome : std::uint8_t {
 
 struct examined {
     explore::outcome outcome = outcome::not_again;
+    bool was_known = false;            // see suspect
     found finding{};                   // of a finding
     sequence::configuration profile{}; // of a choice: with the new value
 };

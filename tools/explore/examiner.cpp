@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <system_error>
+#include <tuple>
 
 #include "tools/common/output_file.h"
 
@@ -37,11 +38,13 @@ void examiner::add(suspect one)
 
 void examiner::start()
 {
-    const auto next = std::ranges::min_element(
-        waiting_, {}, [this](const suspect &each) { return std::pair(times(each), each.call); });
+    const auto next = std::ranges::min_element(waiting_, {}, [this](const suspect &each) {
+        return std::tuple(each.waits, times(each), each.call);
+    });
     const suspect chosen = std::move(*next);
     waiting_.erase(next);
     index_ = chosen.index;
+    was_known_ = chosen.is_known;
     examined_[chosen.made.calls[chosen.call].operation]++;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -87,6 +90,7 @@ std::optional<examined> examiner::look()
         child_ = -1;
         examined done = from_message(received_);
         done.finding.index = index_;
+        done.was_known = was_known_;
         return done;
     }
     return std::nullopt;

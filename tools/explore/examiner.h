@@ -45,6 +45,7 @@ private:
     int pipe_ = -1;
     std::string received_;
     std::uint64_t index_ = 0;
+    bool was_known_ = false;
 };
 
 } // namespace explore

@@ -20,6 +20,7 @@
 #include "tools/explore/corpus.h"
 #include "tools/explore/examiner.h"
 #include "tools/explore/lane.h"
+#include "tools/explore/questions.h"
 #include "tools/explore/report.h"
 
 namespace explore {
@@ -55,6 +56,7 @@ public:
     bool carry_out()
     {
         for (auto &each : learned_.unexplained) add_known(std::move(each));
+        for (const char *each : probes()) add_known(sequence_of(each), true);
         for (auto &each : kept_.sequences()) add_known(std::move(each));
         start_lanes(0);
         while (!is_over()) {
@@ -70,10 +72,10 @@ public:
     }
 
 private:
-    void add_known(sequence::call_sequence made)
+    void add_known(sequence::call_sequence made, bool waits = false)
     {
         const auto last = static_cast<std::uint32_t>(made.calls.size() - 1);
-        examiner_->add({std::move(made), 0, last});
+        examiner_->add({std::move(made), 0, last, waits, true});
     }
 
     void start_lanes(std::uint64_t first)
@@ -114,7 +116,7 @@ private:
             change_profile(done.profile);
             break;
         case outcome::not_again:
-            not_again_++;
+            if (!done.was_known) not_again_++;
             break;
         }
     }

@@ -90,7 +90,7 @@ bool generator::random_call()
         call(which, all, count);
         if (!chance_.chance(45)) continue;
         if (packet >= 0)
-            look_at(role::packet, packet);
+            look_after(which, packet);
         else if (buffer >= 0)
             look_at(role::buffer, buffer);
         else if (group >= 0 && chance_.chance(60))

@@ -78,11 +78,14 @@ private:
     void note_chain(std::int32_t first, std::int32_t added);
     void free_tags(std::int32_t owner);
     void look_at(role what, std::int32_t name);
+    void look_after(op which, std::int32_t packet);
     void look_at_packet(std::int32_t name);
+    void look_at_tlvs(std::int32_t name);
     void look_at_buffer(std::int32_t name);
 
     // scenarios.cpp
     void play(scenario which);
+    void arm(std::int32_t client, const std::array<scalar, 6> &event);
     void fill_queue();
     void cross_thresholds();
     void gather_sinks();

@@ -53,7 +53,7 @@ public:
             goes_on = open.size() < before;
         }
         for (const question *each : open) {
-            learned_.unexplained.push_back(sequence_of(*each));
+            learned_.unexplained.push_back(sequence_of(each->text));
         }
         const auto device = learned_.known.find("device");
         learned_.has_device = device == learned_.known.end() || device->second != "0";
@@ -61,18 +61,12 @@ public:
     }
 
 private:
-    static call_sequence sequence_of(const question &asked)
-    {
-        constexpr const char *FIRST = "sequence version=1 library=\"\" program=\"\"\nnocrash_set()";
-        return sequence::from_text(std::string(FIRST) + asked.text);
-    }
-
     // False when the library's answers are those of none of the values.
     bool is_answered(const question &asked)
     {
         const auto which = std::ranges::find(options_, asked.option, &sequence::option::name);
         if (which == options_.end()) return true;
-        call_sequence made = sequence_of(asked);
+        call_sequence made = sequence_of(asked.text);
         std::vector<std::string> values = which->others;
         values.insert(values.begin(), which->default_value);
         std::vector<sequence::job> jobs{{{library_}}};
@@ -104,6 +98,12 @@ private:
 };
 
 } // namespace
+
+call_sequence sequence_of(const char *calls)
+{
+    constexpr const char *FIRST = "sequence version=1 library=\"\" program=\"\"\nnocrash_set()";
+    return sequence::from_text(std::string(FIRST) + calls);
+}
 
 library_profile learn(const std::string &library, const std::string &reference,
                       const configuration &given, const sequence::limits &allowed)

@@ -22,6 +22,9 @@ struct library_profile {
     bool has_device = true;
 };
 
+// A sequence from its calls.
+sequence::call_sequence sequence_of(const char *calls);
+
 // Asks all questions. `given` is a profile to begin with.
 library_profile learn(const std::string &library, const std::string &reference,
                       const sequence::configuration &given, const sequence::limits &allowed);

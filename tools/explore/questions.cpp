@@ -310,7 +310,68 @@ device1 = open_device()
 )"},
 };
 
+constexpr const char *PROBES[] = {
+    // Deferred signals: by the default interval, in time, and not too early.
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+register_tag(client1, 5)
+packet1 = get_packet(client1, 0, 10, 1)
+set_tag(packet1, 5)
+pkt_no_sig_required(packet1, 1)
+send(client1, packet1)
+select(descriptor1, 0, {microseconds=200000})
+)",
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+register_tag(client1, 5)
+set_client_signal_interval(client1, 50)
+packet1 = get_packet(client1, 0, 10, 1)
+set_tag(packet1, 5)
+pkt_no_sig_required(packet1, 1)
+send(client1, packet1)
+select(descriptor1, 0, {microseconds=250000})
+)",
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+register_tag(client1, 5)
+set_client_signal_interval(client1, 800)
+packet1 = get_packet(client1, 0, 10, 1)
+set_tag(packet1, 5)
+pkt_no_sig_required(packet1, 1)
+send(client1, packet1)
+select(descriptor1, 0, {microseconds=250000})
+)",
+    // Waits that another thread ends.
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+event_wait(client1, {microseconds=150000}) ...
+@2 event_clear(client1)
+returned()
+)",
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+event_wait(client1, {microseconds=150000}) ...
+@2 deregister_client(client1)
+returned()
+)",
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+event_add(client1, {type=4, context1=1, context2=2, object=5})
+event_wait(client1, {microseconds=150000}) ...
+@2 register_tag(client1, 5)
+returned()
+)",
+};
+
 } // namespace
+
+std::span<const char *const> probes()
+{
+    return PROBES;
+}
 
 std::span<const question> questions()
 {

@@ -16,4 +16,7 @@ struct question {
 // In an order in which later ones may depend on what earlier ones have found out.
 std::span<const question> questions();
 
+// Sequences about time and threads, which no random one is about: they wait.
+std::span<const char *const> probes();
+
 } // namespace explore

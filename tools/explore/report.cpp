@@ -80,9 +80,11 @@ std::string profile_text(const library_profile &learned)
 
 std::string to_text(const found &one, std::size_t number)
 {
-    return "finding " + std::to_string(number) + ": kel_" + one.operation + ", call " +
-           std::to_string(one.n) + " of it: expected " + one.expected + ", got " + one.got + "\n" +
-           one.text + "the contract: " + one.clause + "\n\n";
+    const auto *which = sequence::find_operation(one.operation);
+    const bool is_system = which == nullptr || which->is_system();
+    return "finding " + std::to_string(number) + ": " + (is_system ? "" : "kel_") + one.operation +
+           ", call " + std::to_string(one.n) + " of it: expected " + one.expected + ", got " +
+           one.got + "\n" + one.text + "the contract: " + one.clause + "\n\n";
 }
 
 std::vector<std::string> never_reached(const std::set<std::uint64_t> &reached)

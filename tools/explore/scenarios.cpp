@@ -43,6 +43,22 @@ std::int32_t generator::new_packet(std::int32_t client, std::uint32_t group, std
     return out_.given().empty() ? -1 : out_.given().back().name;
 }
 
+// By either operation.
+void generator::arm(std::int32_t client, const std::array<scalar, 6> &event)
+{
+    const auto &[type, flags, context1, context2, about, group_flags] = event;
+    const flat_argument object{sequence::value_kind::number, 0, 0, about};
+    if (chance_.chance(50)) {
+        call(op::kel_event_add, {named(client), out_.record(event)});
+    } else if (type.number == KEL_EVENT_TAG) {
+        call(op::kel_event_add_tag,
+             {named(client), object, number(context1.number), number(context2.number)});
+    } else {
+        call(op::kel_event_add_bufgroup, {named(client), object, number(group_flags.number),
+                                          number(context1.number), number(context2.number)});
+    }
+}
+
 void generator::play(scenario which)
 {
     switch (which) {
@@ -80,7 +96,8 @@ void generator::fill_queue()
         packets[i] = new_packet(sender, 0, 1 + chance_.below(100));
         call(op::kel_set_tag, {named(packets[i]), number(tag)});
         if (i == armed_at) {
-            call(op::kel_event_add_tag, {named(sender), number(tag), number(7), number(i)});
+            const std::array<scalar, 6> event{{{KEL_EVENT_TAG}, {}, {7}, {i}, {tag}, {}}};
+            arm(sender, event);
             if (chance_.chance(50)) call(op::kel_event_wait, {named(sender), OUT, timeout()});
         }
         call(op::kel_send, {named(sender), named(packets[i])});
@@ -115,18 +132,20 @@ void generator::cross_thresholds()
     const std::array<scalar, 3> bytes{{{most * size}, {low * size}, {high * size}}};
     call(op::kel_bufgroup_set_params,
          {named(client), named(group), number(mask), out_.record(buffers), out_.record(bytes)});
-    const auto arm = [&] {
+    const auto arm_or_wait = [&] {
         if (world_.find(role::client, client)->has_event) {
             call(op::kel_event_wait, {named(client), OUT, timeout()});
         } else if (chance_.chance(50)) {
-            call(op::kel_event_add_bufgroup,
-                 {named(client), named(group), number(1 + chance_.below(3)), number(3), number(4)});
+            const std::uint64_t flags = 1 + chance_.below(3);
+            const std::array<scalar, 6> event{
+                {{KEL_EVENT_BUFGROUP}, {}, {3}, {4}, {0, group}, {flags}}};
+            arm(client, event);
         }
     };
     for (int round = 0; round < 2; round++) {
         std::vector<std::int32_t> held;
         for (std::uint32_t i = 0; i < most + 1; i++) {
-            if (chance_.chance(25)) arm();
+            if (chance_.chance(25)) arm_or_wait();
             const bool is_packet = chance_.chance(70);
             call(is_packet ? op::kel_get_packet : op::kel_get_buffer,
                  {named(client), named(group), number(size), number(1), OUT});
@@ -134,14 +153,14 @@ void generator::cross_thresholds()
         }
         if (chance_.chance(40)) look_at(role::bufgroup, group);
         while (!held.empty() && !chance_.chance(3)) {
-            if (chance_.chance(25)) arm();
+            if (chance_.chance(25)) arm_or_wait();
             const std::size_t chosen = chance_.below(held.size());
             const std::int32_t freed = held[chosen];
             held.erase(held.begin() + static_cast<std::ptrdiff_t>(chosen));
             const bool is_packet = world_.find(role::packet, freed) != nullptr;
             call(is_packet ? op::kel_free_packet : op::kel_free_buffer, {named(freed)});
         }
-        arm();
+        arm_or_wait();
     }
 }
 
