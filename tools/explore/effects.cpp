@@ -203,9 +203,50 @@ void generator::look_at(role what, std::int32_t name)
     }
 }
 
+// Fills what has come to be data: what nobody has written cannot be compared.
+void generator::write_after(op which, std::int32_t packet, std::int32_t buffer)
+{
+    constexpr std::uint32_t LONGEST = 20000;
+    const bool gives = which == op::kel_get_packet || which == op::kel_get_buffer ||
+                       which == op::kel_get_packet_with_tlv;
+    const bool grows = which == op::kel_append || which == op::kel_prepend ||
+                       which == op::kel_add_head || which == op::kel_add_tail ||
+                       which == op::kel_buf_append || which == op::kel_buf_add_head ||
+                       which == op::kel_buf_add_tail;
+    if ((!gives && !grows) || !chance_.chance(40)) return;
+    if (gives) {
+        if (out_.given().empty()) return;
+        const given_object made = out_.given().back();
+        packet = made.what == role::packet ? made.name : -1;
+        buffer = made.what == role::buffer ? made.name : -1;
+    }
+    const flat_argument start = recorder::number(0);
+    if (packet >= 0) {
+        const std::uint32_t length = world_.length(*world_.find(role::packet, packet));
+        if (length == 0 || length > LONGEST) return;
+        call(op::kel_set_data,
+             {recorder::variable(packet), start, start, data_of(length), recorder::number(length)});
+    } else if (buffer >= 0) {
+        const std::uint32_t length = world_.chain_length(out_.number_of(buffer));
+        if (length == 0 || length > LONGEST) return;
+        call(op::kel_buf_set_data,
+             {recorder::variable(buffer), start, data_of(length), recorder::number(length)});
+    }
+}
+
 // Rather at what the call may have changed.
 void generator::look_after(op which, std::int32_t packet)
 {
+    const object *looked_at = world_.find(role::packet, packet);
+    const std::uint32_t length = world_.length(*looked_at);
+    const bool moves_data = which == op::kel_coalesce || which == op::kel_set_data ||
+                            which == op::kel_append || which == op::kel_prepend;
+    if (moves_data && length > 0 && length < 20000 && chance_.chance(50)) {
+        const flat_argument start = recorder::number(0);
+        call(op::kel_get_data, {recorder::variable(packet), start, start, recorder::output(),
+                                recorder::number(length)});
+        return;
+    }
     if (which >= op::kel_tlv_alloc && which < op::select && chance_.chance(70)) {
         look_at_tlvs(packet);
     } else {

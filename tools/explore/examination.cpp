@@ -67,29 +67,6 @@ found described(call_sequence made, std::size_t guilty, const sequence::finding 
     return one;
 }
 
-// Where another thread has a part in it nothing can be left out; then all of it shows it every
-// time, or it is none.
-std::optional<found> whole(const call_sequence &made, const sequence::finding &shown,
-                           const sequence::configuration &kept, const examination_setup &how)
-{
-    if (begun_until_return(made, shown.call) == shown.call + 1) return std::nullopt;
-    constexpr int PROOFS = 3;
-    call_sequence again = made;
-    sequence::verdict judged;
-    for (int i = 0; i < PROOFS; i++) {
-        again.answers = run_one(made, {{how.library}}, how.allowed);
-        if (again.answers.size() != made.calls.size()) return std::nullopt;
-        judged = judge(again, how.reference, how.allowed, {kept});
-        if (!judged.finding || judged.finding->call != shown.call ||
-            judged.finding->difference != shown.difference) {
-            return std::nullopt;
-        }
-    }
-    if (judged.expected.size() != made.calls.size()) return std::nullopt;
-    again.answers = std::move(judged.expected);
-    return described(std::move(again), shown.call, shown);
-}
-
 } // namespace
 
 std::string key_of(const found &one)
@@ -124,14 +101,9 @@ examined examine(const call_sequence &given, const examination_setup &how)
         {how.library}, sequence::content_setup(how.reference, kept), how.allowed};
     smaller.shadow = sequence::shadow_setup(how.reference, kept);
     auto smallest = reduce(made, *shown, smaller);
-    if (smallest) {
-        const std::size_t last = smallest->made.calls.size() - 1;
-        return {outcome::finding, false, described(std::move(smallest->made), last, *shown), {}};
-    }
-    if (auto all = whole(made, *shown, kept, how)) {
-        return {outcome::finding, false, std::move(*all), {}};
-    }
-    return {};
+    if (!smallest) return {};
+    const std::size_t guilty = smallest->finding.call;
+    return {outcome::finding, false, described(std::move(smallest->made), guilty, *shown), {}};
 }
 
 std::string to_message(const examined &one)

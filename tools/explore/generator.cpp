@@ -88,6 +88,7 @@ bool generator::random_call()
         const std::int32_t buffer = buffer_ ? buffer_->name : -1;
         const std::int32_t group = group_ ? group_->name : -1;
         call(which, all, count);
+        write_after(which, packet, buffer);
         if (!chance_.chance(45)) continue;
         if (packet >= 0)
             look_after(which, packet);

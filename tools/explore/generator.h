@@ -78,6 +78,7 @@ private:
     void note_chain(std::int32_t first, std::int32_t added);
     void free_tags(std::int32_t owner);
     void look_at(role what, std::int32_t name);
+    void write_after(op which, std::int32_t packet, std::int32_t buffer);
     void look_after(op which, std::int32_t packet);
     void look_at_packet(std::int32_t name);
     void look_at_tlvs(std::int32_t name);

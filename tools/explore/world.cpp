@@ -9,6 +9,7 @@ namespace explore {
 void world::clear()
 {
     for (std::vector<object> &each : objects_) each.clear();
+    last_.fill(-1);
     chains_ = 0;
 }
 

@@ -74,18 +74,26 @@ public:
     bool is_held(std::uint32_t tag) const;
     bool is_queue_empty(const object &client) const;
 
-    // One of those that `fits`, mostly a young one; null when a few tries find none.
+    // One of those that `fits`, mostly the last one again or a young one, so that calls meet on the
+    // same objects; null when a few tries find none.
     template <typename predicate> object *pick(role what, predicate fits)
     {
         constexpr int TRIES = 6;
         constexpr std::size_t YOUNG = 5;
         std::vector<object> &from = all(what);
         if (from.empty()) return nullptr;
+        std::int32_t &last = last_[static_cast<std::size_t>(what)];
+        if (chance_.chance(50)) {
+            object *again = find(what, last);
+            if (again && fits(*again)) return again;
+        }
         for (int i = 0; i < TRIES; i++) {
             const std::size_t range =
                 chance_.chance(60) && from.size() > YOUNG ? YOUNG : from.size();
             object &tried = from[from.size() - 1 - chance_.below(range)];
-            if (fits(tried)) return &tried;
+            if (!fits(tried)) continue;
+            last = tried.name;
+            return &tried;
         }
         return nullptr;
     }
@@ -111,6 +119,7 @@ private:
     const recorder &made_;
     random_numbers &chance_;
     std::array<std::vector<object>, ROLES> objects_;
+    std::array<std::int32_t, ROLES> last_{}; // that was picked
     int chains_ = 0;
 };
 
