@@ -49,6 +49,23 @@ endif()
 add_custom_target(manual ALL DEPENDS ${manual_pages})
 set_property(TARGET manual PROPERTY TAVOR_MANUAL_PAGES ${manual_pages})
 
+# A page of all cases, made from the suites' sources; and the other pages as they are.
+find_program(AWK awk REQUIRED)
+file(GLOB catalogued CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/fixtures/*.h"
+     "${PROJECT_SOURCE_DIR}/suites/*.h" "${PROJECT_SOURCE_DIR}/suites/*.cpp")
+set(catalogue "${prepared}/cases.md")
+set(catalogue_parts "${packaging}/make_catalogue.awk" "${PROJECT_SOURCE_DIR}/runner/test_list.def"
+    ${catalogued})
+add_custom_command(
+  OUTPUT "${catalogue}"
+  COMMAND "${AWK}" -v total=0 -f ${catalogue_parts} > "${catalogue}"
+  DEPENDS ${catalogue_parts}
+  VERBATIM)
+add_custom_target(catalogue ALL DEPENDS "${catalogue}")
+install(FILES "${catalogue}" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/tavor" COMPONENT tools)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs/" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/tavor"
+        COMPONENT tools)
+
 # install_man(<component> <page>...)
 function(install_man component)
   foreach(page IN LISTS ARGN)

@@ -31,6 +31,10 @@ for file in "$tree/usr/bin/tavor" "$tree/usr/bin/tavor-run" "$tree/usr/bin/kel-c
     done
 done
 
+# The pages are there, and that of all cases.
+test -s "$tree/usr/share/doc/tavor/tavor-run.md"
+test -s "$tree/usr/share/doc/tavor/cases.md"
+
 # The interface is found wherever the tree lies.
 mv "$tree/usr" "$tree/moved"
 pc=$(find "$tree/moved" -name kelapi.pc)

@@ -73,29 +73,30 @@ private:
 
 } // namespace
 
-int bisect_libraries(const run_arguments &named)
+int bisect_libraries(const run_arguments &given)
 {
-    run_arguments given = named;
-    if (given.bisected.empty()) {
-        given.bisected = given.libraries.back();
-        given.libraries.pop_back();
+    run_arguments wanted = given;
+    if (wanted.bisected.empty()) {
+        wanted.bisected = wanted.libraries.back();
+        wanted.libraries.pop_back();
     }
-    const int row = tools::case_number(given.bisected);
-    if (row < 0) throw no_such("case", given.bisected);
-    if (given.libraries.size() < 2)
+    const int row = tools::case_number(wanted.bisected);
+    if (row < 0) throw no_such("case", wanted.bisected);
+    if (wanted.libraries.size() < 2) {
         throw usage_error("--libs: of fewer than two none is the first");
-    if (!given.selection.terms.empty()) {
-        throw usage_error("with --libs one case is looked at, not " + given.selection.terms[0]);
     }
-    library_tries tries(given, row);
-    for (std::size_t i = 0; i < given.libraries.size(); i++) {
+    if (!wanted.selection.terms.empty()) {
+        throw usage_error("with --libs one case is looked at, not " + wanted.selection.terms[0]);
+    }
+    library_tries tries(wanted, row);
+    for (std::size_t i = 0; i < wanted.libraries.size(); i++) {
         tries.launcher_of(i); // before anything runs: is there a library?
     }
     tools::catch_interrupts();
-    std::cout << given.bisected << "\n";
+    std::cout << wanted.bisected << "\n";
     const std::size_t first =
-        first_bad(given.libraries.size(), [&](std::size_t index) { return tries.is_good(index); });
-    if (first == given.libraries.size()) {
+        first_bad(wanted.libraries.size(), [&](std::size_t index) { return tries.is_good(index); });
+    if (first == wanted.libraries.size()) {
         std::cout << "good with the last of them\n";
         return ALL_PASSED;
     }
@@ -103,7 +104,7 @@ int bisect_libraries(const run_arguments &named)
               << tries.name_of(first) << "\n";
     if (first > 0) std::cout << "the last good one: " << tries.name_of(first - 1) << "\n";
     const launcher launch = tries.launcher_of(first);
-    std::cout << "again: " << launch.shell_text(launch.tavor({given.bisected})) << "\n";
+    std::cout << "again: " << launch.shell_text(launch.tavor({wanted.bisected})) << "\n";
     return SOME_FAILED;
 }
 

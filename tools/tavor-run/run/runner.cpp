@@ -72,7 +72,7 @@ bool was_interrupted(const tools::process_result &process)
            (process.signal == SIGINT && tools::asked_to_stop() != tools::stop::no);
 }
 
-std::string with_last_error(std::string text, const tools::process_result &process)
+std::string with_last_error(const std::string &text, const tools::process_result &process)
 {
     const std::string said = traced_calls(process.errors).empty() ? last_line(process.errors) : "";
     return said.empty() || said == text ? text : text + ": " + said;
