@@ -20,7 +20,7 @@ test -n "$library"
 
 # Whatever fails in memory fails early: tables of addresses are made before main, arrays on the stack
 # have guards, libc's calls are checked.
-for file in "$tree/usr/bin/tavor" "$tree/usr/bin/tavor-run" "$tree/usr/bin/kel-campaign" "$shim"; do
+for file in "$tree/usr/bin/tavor" "$tree/usr/bin/tavor-more" "$tree/usr/bin/tavor-run" "$tree/usr/bin/kel-campaign" "$shim"; do
     readelf -dW "$file" | grep -q 'Flags:.*NOW'
     symbols=$(readelf -sW --dyn-syms "$file")
     for needed in __stack_chk_fail 'printf_chk\|read_chk\|mem[a-z]*_chk'; do
