@@ -76,8 +76,9 @@ public:
             if (!shown.are_begun[i]) continue;
             const step &each = planned_.threads[thread][i];
             sequence::call made = each.made;
-            for (const slot_use &use : each.uses)
+            for (const slot_use &use : each.uses) {
                 made.arguments[use.argument] = named(names[use.slot]);
+            }
             if (each.fills >= 0) {
                 if (made.names.empty()) made.names = {received()};
                 names[static_cast<std::size_t>(each.fills)] = made.names.front();

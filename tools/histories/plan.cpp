@@ -170,14 +170,11 @@ private:
     void register_group()
     {
         for (const variable client : made_.clients) {
-            variable name = add_before(
-                call_of("register_bufgroup", {named(client), NOTHING, sequence::bytes_value("g")}));
-            auto &names = made_.before.back().names;
-            if (made_.groups.empty()) {
-                name = new_name(role::bufgroup);
-                made_.groups = {name};
-                names = {name};
-            }
+            // The first one makes the group.
+            const variable group = add_before(
+                call_of("register_bufgroup", {named(client), NOTHING, sequence::bytes_value("g")}),
+                made_.groups.empty() ? role::bufgroup : role::number);
+            if (made_.groups.empty()) made_.groups = {group};
         }
         value thresholds{value_kind::record, {{5}, {1}, {3}}, {}}; // of buffers: max, low, high
         add_before(
@@ -434,8 +431,8 @@ private:
             std::iota(all.begin(), all.end(), std::size_t{0});
             for (std::size_t i = all.size(); i > 1; i--) std::swap(all[i - 1], all[below(i)]);
             for (std::size_t i = 0; i + 1 < all.size(); i += 2) {
-                if (chance(70))
-                    meet(made_.threads[all[i]][place], made_.threads[all[i + 1]][place]);
+                if (!chance(70)) continue;
+                meet(made_.threads[all[i]][place], made_.threads[all[i + 1]][place]);
             }
         }
     }

@@ -71,6 +71,6 @@ sequence::variable tag_owner(const plan &whole, std::size_t thread);
 // A call of that name with numbers, variables, or nothing for what is only written.
 sequence::call call_of(std::string_view operation, std::vector<sequence::value> arguments);
 sequence::value named(sequence::variable name);
-sequence::value number(std::uint64_t value);
+sequence::value number(std::uint64_t one);
 
 } // namespace histories
