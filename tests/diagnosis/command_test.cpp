@@ -60,6 +60,28 @@ TEST_F(diagnose_command, names_the_fault_of_a_report_and_of_a_log)
     EXPECT_EQ(object.at("faults").at(0).at(0).at("fault"), "send:to_oldest");
 }
 
+// The case ends alike with both faults that it could be; which call differs tells them apart.
+TEST_F(diagnose_command, goes_by_explanations)
+{
+    const std::vector<std::string> wraps = {"KEL_REFERENCE_FAULTS=trim_head#1+:wraps_offsets"};
+    write(support::run_tavor({"kel_packet"}, {.environment = wraps}).output);
+    const auto of_log = tavor_run({"diagnose", path});
+    EXPECT_THAT(of_log.output, HasSubstr("explain kel_packet_trim_head to tell them apart\n"));
+
+    const std::string explained = path + ".json";
+    std::ofstream(explained)
+        << tavor_run({"explain", "--json", "kel_packet_trim_head"}, wraps).output;
+    const auto of_both = tavor_run({"diagnose", path, explained});
+    EXPECT_THAT(of_both.output, HasSubstr("1 of 230 known faults explains all of it\n"
+                                          "  trim_head:wraps_offsets"));
+
+    const std::string report = path + ".jsonl";
+    tavor_run({"--last", "/dev/null", "--out", "jsonl:" + report, "kel_packet"}, wraps);
+    EXPECT_THAT(tavor_run({"diagnose", report}).output,
+                HasSubstr("1 of 230 known faults explains all of it\n"
+                          "  trim_head:wraps_offsets"));
+}
+
 TEST_F(diagnose_command, has_nothing_to_find_in_a_good_log)
 {
     write(support::run_tavor({"kel_role", "kel_send"}).output);

@@ -38,7 +38,13 @@ constexpr const char *TEXT = "case a get free\n"
                              "fault free:dies the program dies\n"
                              "  d crash SIGSEGV\n"
                              "fault free:dies_too the program dies, too\n"
-                             "  d crash SIGSEGV\n";
+                             "  d crash SIGSEGV\n"
+                             "fault count:less it is one less\n"
+                             "  c fail wrong\n"
+                             "    > count 1: 2 -> 1\n"
+                             "fault count:more it is one more\n"
+                             "  c fail wrong\n"
+                             "    > count 1: 2 -> 3\n";
 
 class diagnosed : public testing::Test {
 protected:
@@ -136,6 +142,22 @@ TEST_F(diagnosed, keeps_together_what_no_case_tells_apart)
     EXPECT_EQ(names(made), (names_of_groups{{"free:dies", "free:dies_too"}}));
     EXPECT_FALSE(made.next);
     EXPECT_THAT(to_text(known, told, made), HasSubstr("no case tells these apart"));
+}
+
+TEST_F(diagnosed, goes_by_the_call_that_differs_where_it_is_known)
+{
+    sighting failed = {"c", {ending::fail, "wrong", {}}};
+    const auto made = of({failed});
+    EXPECT_EQ(names(made), (names_of_groups{{"count:less"}, {"count:more"}}));
+    ASSERT_TRUE(made.next);
+    EXPECT_TRUE(made.next->is_explained);
+    EXPECT_THAT(to_text(known, told, made), HasSubstr("explain c to tell them apart\n"
+                                                      "  count 1: 2 -> 1\n    count:less\n"
+                                                      "  count 1: 2 -> 3\n    count:more\n"));
+    failed.seen.call = "count 1: 2 -> 3";
+    EXPECT_EQ(names(of({failed})), (names_of_groups{{"count:more"}}));
+    failed.seen.call = "count 1: 2 -> 4";
+    EXPECT_TRUE(names(of({failed})).empty());
 }
 
 TEST_F(diagnosed, compares_without_the_lines_of_another_tavor)

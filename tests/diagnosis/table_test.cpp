@@ -64,8 +64,10 @@ TEST(known_faults, show_what_the_table_says)
         const evidence told = in_terms_of(known, tavor_run::log_of({path}));
         for (const sighting &each : told.cases) {
             const auto &ways = fault.cases.at(each.case_name);
+            outcome first = *ways.begin();
+            first.call.clear(); // a log does not tell it
             const bool is_known =
-                ways.contains(each.seen) ||
+                ways.contains(each.seen) || first == each.seen ||
                 (each.seen.ending == ending::stopped && ways.begin()->ending == ending::crash);
             EXPECT_TRUE(is_known) << fault.name << ": " << each.case_name << ": "
                                   << text_of(each.seen) << "; make the table anew";

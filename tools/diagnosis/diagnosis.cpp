@@ -50,6 +50,7 @@ bool can_be(const outcome &seen, const outcome &known, const evidence &told)
         return false;
     if (seen.ending == ending::crash && !seen.message.empty() && seen.message != known.message)
         return false;
+    if (!seen.call.empty() && !known.call.empty() && seen.call != known.call) return false;
     const bool may_miss = !told.is_whole || has_stopped;
     return may_miss ? std::ranges::includes(known.printed, seen.printed)
                     : known.printed == seen.printed;
@@ -65,7 +66,10 @@ class search {
 public:
     search(const table &known, const evidence &told) : known_(known), told_(told)
     {
-        for (const sighting &each : told.cases) seen_.insert(each.case_name);
+        for (const sighting &each : told.cases) {
+            seen_.insert(each.case_name);
+            if (!each.seen.call.empty()) explained_.insert(each.case_name);
+        }
     }
 
     diagnosis run()
@@ -117,32 +121,53 @@ private:
         return groups;
     }
 
-    // The case whose largest share of the faults is the smallest; those that may end in several
-    // ways tell nothing for certain.
+    // What a case shows with a fault: how it ends, else the call that differs. Nothing where it is
+    // not always the same.
+    std::optional<outcome> shown_by(const known_fault &fault, const std::string &name,
+                                    bool is_explained) const
+    {
+        const auto &ways = endings_of(known_, &fault, name);
+        if (ways.size() > 1) return std::nullopt;
+        outcome one = *ways.begin();
+        if (!is_explained) {
+            one.call.clear();
+        } else if (one.call.empty()) {
+            return std::nullopt;
+        }
+        return one;
+    }
+
+    // The case whose largest share of the faults is the smallest.
     std::optional<further_case> most_telling(const std::vector<const known_fault *> &faults) const
     {
-        std::set<std::string> asked;
-        for (const known_fault *each : faults) {
-            for (const auto &[name, ways] : each->cases) {
-                if (!seen_.contains(name)) asked.insert(name);
-            }
-        }
         std::optional<further_case> best;
         std::size_t least = faults.size();
-        for (const std::string &name : asked) {
-            std::map<outcome, group> shares;
+        for (const bool is_explained : {false, true}) {
+            std::set<std::string> asked;
             for (const known_fault *each : faults) {
-                const auto &ways = endings_of(known_, each, name);
-                shares[*ways.begin()].push_back(each);
-                if (ways.size() > 1) shares.clear();
-                if (shares.empty()) break;
+                for (const auto &[name, ways] : each->cases) {
+                    if (!(is_explained ? explained_ : seen_).contains(name)) asked.insert(name);
+                }
             }
-            std::size_t largest = shares.empty() ? faults.size() : 0;
-            for (const auto &[way, share] : shares) largest = std::max(largest, share.size());
-            if (largest >= least) continue;
-            least = largest;
-            best = {name, {}};
-            for (const auto &[way, share] : shares) best->would_end.emplace_back(share, way);
+            for (const std::string &name : asked) {
+                std::map<outcome, group> shares;
+                std::size_t largest = 0;
+                std::size_t told = 0;
+                for (const known_fault *each : faults) {
+                    const auto shown = shown_by(*each, name, is_explained);
+                    if (!shown) continue;
+                    group &share = shares[*shown];
+                    share.push_back(each);
+                    largest = std::max(largest, share.size());
+                    told++;
+                }
+                // Of a fault that shows now one thing, now another it says nothing.
+                largest += faults.size() - told;
+                if (largest >= least) continue;
+                least = largest;
+                best = {name, is_explained, {}};
+                for (const auto &[way, share] : shares) best->would_end.emplace_back(share, way);
+            }
         }
         return best;
     }
@@ -177,6 +202,7 @@ private:
     const table &known_;
     const evidence &told_;
     std::set<std::string, std::less<>> seen_;
+    std::set<std::string, std::less<>> explained_;
 };
 
 } // namespace

@@ -29,9 +29,11 @@ struct evidence {
 // Faults that no case tells apart.
 using group = std::vector<const known_fault *>;
 
-// A case that the log does not tell of, and how it ends with each of the faults.
+// A case of which the log does not tell how it ends, or which of its calls differs; and what
+// becomes of it with each of the faults.
 struct further_case {
     std::string name;
+    bool is_explained = false; // by its calls: the ends are alike
     std::vector<std::pair<group, outcome>> would_end;
 };
 

@@ -49,9 +49,11 @@ std::string faults_text(const table &known, const diagnosis &made)
 
 std::string next_text(const further_case &next)
 {
-    std::string text = "run " + next.name + " to tell them apart\n";
+    std::string text =
+        (next.is_explained ? "explain " : "run ") + next.name + " to tell them apart\n";
     for (const auto &[faults, way] : next.would_end) {
-        text += "  " + text_of(way) + "\n    " + names_of(faults) + "\n";
+        text += "  " + (next.is_explained ? way.call : text_of(way)) + "\n    " + names_of(faults) +
+                "\n";
     }
     return text;
 }
@@ -104,11 +106,14 @@ std::string to_json(const diagnosis &made)
     }
     object["next"] = nullptr;
     if (made.next) {
-        object["next"] = {{"case", made.next->name}, {"ends", ordered_json::array()}};
+        object["next"] = {{"case", made.next->name},
+                          {"explain", made.next->is_explained},
+                          {"ends", ordered_json::array()}};
         for (const auto &[faults, way] : made.next->would_end) {
             ordered_json names = ordered_json::array();
             for (const known_fault *one : faults) names.push_back(one->name);
-            object["next"]["ends"].push_back({{"faults", names}, {"as", text_of(way)}});
+            object["next"]["ends"].push_back(
+                {{"faults", names}, {"as", made.next->is_explained ? way.call : text_of(way)}});
         }
     }
     object["operations"] = ordered_json::array();

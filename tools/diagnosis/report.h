@@ -12,7 +12,7 @@ namespace diagnosis {
 std::string to_text(const table &known, const evidence &told, const diagnosis &made);
 
 // One object: {"failed", "good", "faults": [[{"fault", "text"}, ...], ...],
-// "next": null or {"case", "ends": [{"faults", "as"}]},
+// "next": null or {"case", "explain", "ends": [{"faults", "as"}]},
 // "operations": [{"operation", "score", "failed", "good"}, ...]}.
 std::string to_json(const diagnosis &made);
 

@@ -7,6 +7,7 @@
 //   fault NAME TEXT               how cases end with the fault
 //     NAME fail MESSAGE           good, fail, crash, hang
 //       | LINE                    that the case prints
+//       > CALL                    the first that differs from the contract
 #include "tools/diagnosis/table.h"
 
 #include <algorithm>
@@ -27,6 +28,7 @@ constexpr std::array<std::string_view, 5> ENDINGS = {"good", "fail", "crash", "h
 
 constexpr std::string_view OF_CASE = "  ";
 constexpr std::string_view PRINTED = "    | ";
+constexpr std::string_view DIFFERS = "    > ";
 
 // The text up to the next blank, which is taken away with it.
 std::string_view take_word(std::string_view &rest)
@@ -57,9 +59,14 @@ public:
 private:
     void take(std::string_view line)
     {
-        if (line.starts_with(PRINTED)) {
+        if (line.starts_with(PRINTED) || line.starts_with(DIFFERS)) {
             if (!now_) refuse("no case before what it prints");
-            now_->printed.emplace(line.substr(PRINTED.size()));
+            const std::string text(line.substr(PRINTED.size()));
+            if (line.starts_with(DIFFERS)) {
+                now_->call = text;
+            } else {
+                now_->printed.insert(text);
+            }
             return;
         }
         finish_outcome();
@@ -96,7 +103,7 @@ private:
         const std::string_view ending = take_word(line);
         const auto *const known = std::find(ENDINGS.begin(), ENDINGS.end(), ending);
         if (known == ENDINGS.end()) refuse("no way to end: " + std::string(ending));
-        now_ = {static_cast<diagnosis::ending>(known - ENDINGS.begin()), std::string(line), {}};
+        now_ = {static_cast<diagnosis::ending>(known - ENDINGS.begin()), std::string(line), {}, {}};
     }
 
     void finish_outcome()
@@ -126,6 +133,7 @@ void add_outcomes(std::string &text, const outcomes &cases)
             if (!each.message.empty()) text += " " + each.message;
             text += "\n";
             for (const std::string &line : each.printed) text += std::string(PRINTED) + line + "\n";
+            if (!each.call.empty()) text += std::string(DIFFERS) + each.call + "\n";
         }
     }
 }

@@ -26,6 +26,8 @@ struct outcome {
     diagnosis::ending ending = ending::good;
     std::string message{};           // of a fail; of a crash the signal's name
     std::set<std::string> printed{}; // lines that the case printed itself
+    // The first call that differs from the contract, as explain finds it; empty: not asked for.
+    std::string call{};
 
     auto operator<=>(const outcome &) const = default;
 };
@@ -36,7 +38,8 @@ using outcomes = std::map<std::string, std::set<outcome>, std::less<>>;
 struct known_fault {
     std::string name; // operation:kind
     std::string text; // in words
-    outcomes cases{}; // those that do not end as with a right library
+    // Those that do not end as with a right library, and those whose calls tell it from others.
+    outcomes cases{};
 };
 
 struct table {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/diagnose/log.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 
 #include "tools/common/registry.h"
@@ -61,16 +63,71 @@ void add(diagnosis::evidence &told, std::string_view name, verdict state,
     if (seen) told.cases.push_back({std::string(name), std::move(*seen)});
 }
 
-void add_report(diagnosis::evidence &told, const std::string &text, const std::string &path)
+// "get_offset 1: offset=0 -> offset=64" from what explain prints as JSON.
+std::string call_of(const nlohmann::json &difference)
+{
+    return difference.at("operation").get<std::string>() + " " +
+           std::to_string(difference.at("n").get<int>()) + ": " +
+           difference.at("expected").get<std::string>() + " -> " +
+           difference.at("got").get<std::string>();
+}
+
+// The same from its text, of which a report has the part about the call.
+std::string call_of(const std::string &explanation)
+{
+    static const std::regex form("first call that differs: the ([0-9]+)[a-z]+ ([a-z0-9_]+).*\n.*\n"
+                                 "  (?:([a-z0-9_.\\[\\]]+): )?(?:expected|allowed were:) (.*)[,;] "
+                                 "got (.*)\n");
+    std::smatch found;
+    const std::string start = explanation.substr(0, 2000); // the matcher recurses with its length
+    if (!std::regex_search(start, found, form)) return "";
+    const std::string part = found[3].matched ? found.str(3) + "=" : "";
+    return found.str(2) + " " + found.str(1) + ": " + part + found.str(4) + " -> " + part +
+           found.str(5);
+}
+
+void set_call(diagnosis::evidence &told, const std::string &name, const std::string &call)
+{
+    for (diagnosis::sighting &each : told.cases) {
+        if (each.case_name == name) each.seen.call = call;
+    }
+}
+
+// What explain --json has printed: how the case ended, and its call.
+void add_explanation(diagnosis::evidence &told, const nlohmann::json &object)
+{
+    const auto state = verdict_named(object.at("verdict").get<std::string>());
+    const std::string name = object.at("case");
+    const bool is_known =
+        std::ranges::find(told.cases, name, &diagnosis::sighting::case_name) != told.cases.end();
+    if (state && !is_known) {
+        add(told, name, *state, object.at("message"), "");
+        told.is_whole = false; // it does not have what the case prints
+    }
+    if (!object.at("difference").is_null()) set_call(told, name, call_of(object["difference"]));
+}
+
+// Whether there was an explanation among it.
+bool add_report(diagnosis::evidence &told, const std::string &text, const std::string &path)
 {
     std::istringstream lines(text);
     unsigned number = 0;
+    bool is_explained = false;
     for (std::string line; std::getline(lines, line);) {
         number++;
         if (lines.eof()) break; // no end of line: whoever wrote it died
         try {
             const auto object = nlohmann::json::parse(line);
-            if (object.at("type") != "case") continue;
+            if (object.contains("case") && object.contains("difference")) {
+                add_explanation(told, object);
+                is_explained = true;
+                continue;
+            }
+            const std::string type = object.at("type");
+            if (type == "details") {
+                set_call(told, object.at("name"), call_of(object.value("explanation", "")));
+            }
+            if (type != "case") continue;
             const auto state = verdict_named(object.at("verdict").get<std::string>());
             if (!state) throw usage_error(path + ": no verdict: " + line);
             add(told, object.at("name").get<std::string>(), *state, object.at("message"),
@@ -79,6 +136,7 @@ void add_report(diagnosis::evidence &told, const std::string &text, const std::s
             throw usage_error(path + ":" + std::to_string(number) + ": no line of results");
         }
     }
+    return is_explained;
 }
 
 void add_console(diagnosis::evidence &told, const std::string &text)
@@ -109,12 +167,14 @@ diagnosis::evidence log_of(const std::vector<std::string> &paths)
     for (const std::string &path : paths) {
         const std::string text = text_at(path);
         const std::size_t before = told.cases.size();
+        bool is_explained = false;
         if (text.starts_with('{')) {
-            add_report(told, text, path);
+            is_explained = add_report(told, text, path);
         } else {
             add_console(told, text);
         }
-        if (told.cases.size() == before) throw usage_error(path + ": it tells of no case");
+        if (told.cases.size() == before && !is_explained)
+            throw usage_error(path + ": it tells of no case");
     }
     return told;
 }

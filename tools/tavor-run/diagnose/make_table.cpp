@@ -18,7 +18,7 @@
 #include "tools/common/program.h"
 #include "tools/common/registry.h"
 #include "tools/common/usage_error.h"
-#include "tools/diagnosis/table.h"
+#include "tools/diagnosis/diagnosis.h"
 #include "tools/tavor-run/diagnose/log.h"
 
 namespace {
@@ -180,6 +180,94 @@ std::map<std::string, std::vector<std::string>, std::less<>> operations_of(const
     return all;
 }
 
+// The first call that differs, as explain finds it; empty when none does.
+std::string call_of(const arguments &given, const std::string &fault, const std::string &name)
+{
+    const fs::path path = fs::path(given.folder) / (fault + "." + name + ".json");
+    if (!fs::exists(path)) {
+        const auto run = tools::run_process(
+            {.arguments = {given.tavor_run, "explain", "--json", "--tavor", given.tavor,
+                           "--timeout", std::to_string(given.timeout), name},
+             .environment = {"KEL_REFERENCE_FAULTS=" + on_every_call(fault)}});
+        if (tools::asked_to_stop() != tools::stop::no) throw tools::interrupted();
+        std::ofstream(path) << run.output;
+    }
+    const auto told = tavor_run::log_of({path});
+    return told.cases.front().seen.call;
+}
+
+// Those in which the faults fail, then others that call what they are in; none that waits.
+std::vector<std::string> cases_to_explain(const table &made, const group &faults)
+{
+    constexpr std::size_t MOST_FAILING = 20;
+    constexpr std::size_t MOST = 40;
+    std::vector<std::string> names;
+    for (const auto &[name, ways] : faults.front()->cases) {
+        if (ways.begin()->ending != ending::good && names.size() < MOST_FAILING) {
+            names.push_back(name);
+        }
+    }
+    for (const auto &[name, called] : made.operations) {
+        const bool is_wanted = std::ranges::any_of(faults, [&](const known_fault *each) {
+            const std::string operation = each->name.substr(0, each->name.find(':'));
+            return std::ranges::find(called, operation) != called.end();
+        });
+        const bool waits = name.find("_wait_") != name.npos || name.find("_sig") != name.npos;
+        if (is_wanted && !waits && !faults.front()->cases.contains(name) && names.size() < MOST) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// The calls of the faults in the case, where each has one.
+std::vector<std::string> calls_of(const arguments &given, const group &faults,
+                                  const std::string &name)
+{
+    std::vector<std::string> calls(faults.size());
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < faults.size(); i++) {
+            threads.emplace_back([&, i] {
+                try {
+                    calls[i] = call_of(given, faults[i]->name, name);
+                } catch (const std::exception &) {
+                    calls[i].clear(); // it could not be explained
+                }
+            });
+        }
+    }
+    if (std::ranges::find(calls, "") != calls.end()) calls.clear();
+    return calls;
+}
+
+// Faults that no case tells apart by its end are, where it goes, by the calls of one.
+void tell_apart(const arguments &given, table &made)
+{
+    std::map<outcomes, std::vector<known_fault *>> alike;
+    for (known_fault &each : made.faults) {
+        if (!each.cases.empty()) alike[each.cases].push_back(&each);
+    }
+    for (const auto &[cases, faults] : alike) {
+        if (faults.size() == 1) continue;
+        std::size_t classes = 1;
+        const group asked(faults.begin(), faults.end());
+        for (const std::string &name : cases_to_explain(made, asked)) {
+            if (tools::asked_to_stop() != tools::stop::no) throw tools::interrupted();
+            const auto calls = calls_of(given, asked, name);
+            const std::size_t different = std::set(calls.begin(), calls.end()).size();
+            if (different <= classes) continue;
+            classes = different;
+            for (std::size_t i = 0; i < faults.size(); i++) {
+                outcome one = *endings_of(made, faults[i], name).begin();
+                one.call = calls[i];
+                faults[i]->cases[name] = {one};
+            }
+            if (classes == faults.size()) break;
+        }
+    }
+}
+
 int make(const arguments &given)
 {
     tools::catch_interrupts();
@@ -202,6 +290,7 @@ int make(const arguments &given)
         }
         if (!is_right) made.faults.push_back(std::move(faults[i]));
     }
+    tell_apart(given, made);
     tools::output_file(given.output)
         .replace("# How cases end with each fault of the reference library; made by\n"
                  "# kel-known-faults, read by tavor-run diagnose.\n" +
