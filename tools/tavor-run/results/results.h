@@ -79,8 +79,8 @@ struct case_result : outcome {
     std::string_view suite() const;
 };
 
-// Of a case of the registry; with its name.
-case_result result_of(int row, verdict state = verdict::not_run, std::string message = "");
+// Of the case in this row of the registry; with its name.
+case_result result_of(int number, verdict state = verdict::not_run, std::string message = "");
 
 // How it compares, in words: "known", "new failure", "fixed", ...; empty where nothing is to be
 // said.
