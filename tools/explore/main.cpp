@@ -2,11 +2,10 @@
 //
 // kel-explore: looks for answers of a libkel that the contract does not allow.
 #include <CLI/CLI.hpp>
-#include <iostream>
 #include <thread>
 
 #include "tools/common/interrupt.h"
-#include "tools/common/usage_error.h"
+#include "tools/common/program.h"
 #include "tools/explore/exploration.h"
 #include "tools/explore/profile.h"
 #include "tools/histories/exploration.h"
@@ -77,6 +76,10 @@ int main(int argc, char *argv[])
         ->needs(threads);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? NOTHING_FOUND : BROKEN;
+    }
+    return tools::run_program("kel-explore", BROKEN, [&] {
         if (!asked.seconds && !asked.sequences) asked.seconds = DEFAULT_SECONDS;
         if (!part.empty()) asked.part = tools::parse_shard(part);
         asked.limit = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
@@ -84,10 +87,5 @@ int main(int argc, char *argv[])
         tools::catch_interrupts();
         if (size.threads > 0) return explore_threads(asked, size) ? FOUND : NOTHING_FOUND;
         return explore::explore_library(asked) ? FOUND : NOTHING_FOUND;
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? NOTHING_FOUND : BROKEN;
-    } catch (const std::exception &error) {
-        std::cerr << "kel-explore: " << error.what() << "\n";
-        return BROKEN;
-    }
+    });
 }

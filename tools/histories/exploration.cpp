@@ -16,7 +16,6 @@
 
 #include "tools/common/interrupt.h"
 #include "tools/common/output_file.h"
-#include "tools/common/usage_error.h"
 #include "tools/histories/checker.h"
 #include "tools/histories/child.h"
 #include "tools/histories/finding.h"
@@ -250,7 +249,6 @@ private:
                   << totals_.illegal << " illegal, " << totals_.undecided << " undecided, "
                   << totals_.late << " decided late; findings: " << totals_.kinds << "\n"
                   << std::flush;
-        if (!std::cout) throw tools::usage_error("standard output cannot be written");
     }
 
     void show_progress()
