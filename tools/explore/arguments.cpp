@@ -89,6 +89,11 @@ flat_argument generator::packet_for(op which)
     packet_ = world_.pick(role::packet, [&](const object &each) {
         return each.is_queued == may_be_queued && world_.is_live(each);
     });
+    const object *client = packet_ ? nullptr : world_.pick_live(role::client);
+    // Another one, where there is none: most calls need one.
+    if (client != nullptr) {
+        packet_ = world_.find(role::packet, new_packet(client->name, 0, 1 + chance_.below(300)));
+    }
     if (packet_ == nullptr) return recorder::number(0);
     return recorder::variable(packet_->name);
 }
@@ -104,6 +109,13 @@ flat_argument generator::buffer_for(op which, std::size_t index)
         if (wants_refusal) return each.is_in_packet;
         return !is_whole || (!each.is_in_packet && !each.is_inner);
     });
+    const object *client = found ? nullptr : world_.pick_live(role::client);
+    if (client != nullptr) {
+        const bool is_one = chance_.chance(70);
+        found =
+            world_.find(role::buffer,
+                        new_buffer(client->name, is_one ? 1 + chance_.below(300) : 20000, is_one));
+    }
     if (index == 0 || buffer_ == nullptr) buffer_ = found;
     if (found == nullptr) return recorder::number(0);
     return recorder::variable(found->name);

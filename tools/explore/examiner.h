@@ -23,6 +23,7 @@ public:
     examiner(const examiner &) = delete;
     examiner &operator=(const examiner &) = delete;
 
+    // Of each operation's first few only.
     void add(suspect one);
 
     // What is finished since the last time.

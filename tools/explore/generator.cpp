@@ -88,6 +88,16 @@ bool generator::random_call()
         const std::int32_t buffer = buffer_ ? buffer_->name : -1;
         const std::int32_t group = group_ ? group_->name : -1;
         call(which, all, count);
+        if (which == op::kel_tlv_alloc && all[2].one.number <= 228 && chance_.chance(60)) {
+            call(op::kel_tlv_setdata, {all[0], all[1], data_of(all[2].one.number), all[2]});
+        }
+        if (which == op::kel_alloc_tag && !out_.given().empty() && chance_.chance(50)) {
+            const flat_argument tag = recorder::variable(out_.given().back().name);
+            call(op::kel_register_tag, {all[0], tag});
+        }
+        if (which == op::kel_free_tag && chance_.chance(40)) {
+            call(op::kel_is_tag_registered, {recorder::number(0), all[1]});
+        }
         write_after(which, packet, buffer);
         if (!chance_.chance(45)) continue;
         if (packet >= 0)

@@ -65,7 +65,7 @@ private:
     std::uint64_t number_for(op which, std::size_t index, const arguments &all);
     std::uint64_t near(std::uint64_t boundary);
     std::uint32_t obtained_size();
-    std::uint32_t tlv_id();
+    std::uint32_t tlv_id(op which);
     flat_argument metadata_record(op which);
     flat_argument event_record(op which);
     flat_argument thresholds_record();
@@ -95,6 +95,7 @@ private:
     void empty_reserved();
     std::int32_t new_client(std::uint32_t role, std::uint32_t depth);
     std::int32_t new_packet(std::int32_t client, std::uint32_t group, std::uint32_t size);
+    std::int32_t new_buffer(std::int32_t client, std::uint32_t size, bool is_one);
 
     // generator.cpp
     std::uint64_t call(op which, const arguments &all, std::size_t count);

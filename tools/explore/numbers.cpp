@@ -97,8 +97,18 @@ std::uint32_t generator::obtained_size()
     return chance_.one_of<std::uint32_t>({65536, BEYOND_ALL});
 }
 
-std::uint32_t generator::tlv_id()
+// Mostly one that the packet has.
+std::uint32_t generator::tlv_id(op which)
 {
+    if (which != op::kel_tlv_alloc && packet_ != nullptr && chance_.chance(75)) {
+        const kel_functions &kel = out_.asked();
+        std::uint32_t id = 0;
+        kel.kel_tlv_get_head(packet_->number, &id);
+        for (std::uint32_t next = id; next != 0 && !chance_.chance(40); id = next) {
+            if (kel.kel_tlv_get_next(packet_->number, &next) != 0 || next == 0) break;
+        }
+        if (id != 0) return id;
+    }
     if (chance_.chance(3)) return 0;
     return chance_.chance(95) ? 1 + chance_.below(4)
                               : chance_.one_of<std::uint32_t>({9, 0xffffffff});
@@ -220,30 +230,30 @@ std::uint64_t generator::number_for(op which, std::size_t index, const arguments
         if (index == 2) return chance_.chance(50) ? 0 : near(length);
         return chance_.chance(40) ? KEL_COPY_ALL : near(value(2) > length ? 1 : length - value(2));
     case op::kel_tlv_alloc:
-        return index == 1 ? tlv_id()
+        return index == 1 ? tlv_id(which)
                           : chance_.one_of<std::uint32_t>(
                                 {1, 2, 4, 16, 40, 100, 228, 228, 232, 237, 238, 1024});
     case op::kel_tlv_getdata:
     case op::kel_tlv_get_versioned_data:
-        if (index == 1) return tlv_id();
+        if (index == 1) return tlv_id(which);
         if (index == 3)
             return chance_.chance(70) ? 1024
                                       : chance_.one_of<std::uint32_t>({0, 1, 3, 16, 227, 228});
         return chance_.one_of<std::uint32_t>({0, 1, 2, 5, 0xffff, 0x10001, 0x10005});
     case op::kel_tlv_setdata:
     case op::kel_tlv_set_versioned_data:
-        if (index == 1) return tlv_id();
+        if (index == 1) return tlv_id(which);
         if (index == 4) return chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
         return chance_.one_of<std::uint32_t>({1, 2, 4, 16, 40, 100, 228, 228, 229, 238});
     case op::kel_tlv_version_set:
-        return index == 1 ? tlv_id() : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
+        return index == 1 ? tlv_id(which) : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
     case op::kel_tlv_version_check:
-        return index == 1 ? tlv_id()
+        return index == 1 ? tlv_id(which)
                           : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff, 0x10001});
     case op::kel_tlv_free:
     case op::kel_tlv_get_next:
     case op::kel_tlv_version_get:
-        return tlv_id();
+        return tlv_id(which);
     default:
         return chance_.chance(50) ? chance_.below(1000) : chance_.next() & 0xffffffff;
     }

@@ -43,6 +43,12 @@ std::int32_t generator::new_packet(std::int32_t client, std::uint32_t group, std
     return out_.given().empty() ? -1 : out_.given().back().name;
 }
 
+std::int32_t generator::new_buffer(std::int32_t client, std::uint32_t size, bool is_one)
+{
+    call(op::kel_get_buffer, {named(client), number(0), number(size), number(is_one ? 1 : 0), OUT});
+    return out_.given().empty() ? -1 : out_.given().back().name;
+}
+
 // By either operation.
 void generator::arm(std::int32_t client, const std::array<scalar, 6> &event)
 {

@@ -53,6 +53,8 @@ std::uint32_t base_weight(op which)
         return 20;
     case op::kel_append:
     case op::kel_prepend:
+    case op::kel_tlv_alloc:
+        return 40;
     case op::kel_duplicate:
     case op::kel_trim_head:
     case op::kel_trim_tail:
@@ -60,7 +62,9 @@ std::uint32_t base_weight(op which)
     case op::kel_add_tail:
     case op::kel_metadata_set:
     case op::kel_metadata_get:
-    case op::kel_tlv_alloc:
+    case op::kel_tlv_setdata:
+    case op::kel_tlv_set_versioned_data:
+    case op::kel_event_add:
     case op::kel_bufgroup_set_params:
         return 16;
     default:
