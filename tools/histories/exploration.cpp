@@ -209,6 +209,12 @@ private:
         }
     }
 
+    // What the first thread called after the others is not in the sequence of a crash or a hang.
+    static std::string call_text(std::size_t n)
+    {
+        return n == 0 ? " after the threads" : ", call " + std::to_string(n) + " of it";
+    }
+
     static std::string line_of(const json &object)
     {
         return object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
@@ -219,9 +225,9 @@ private:
         std::string lines;
         std::size_t number = 0;
         for (const auto &[kind, each] : findings_) {
-            std::cout << "finding " << ++number << ": kel_" << each.operation << ", call " << each.n
-                      << " of it: expected " << each.expected << ", got " << each.got
-                      << " (history " << each.index << ")\n"
+            std::cout << "finding " << ++number << ": kel_" << each.operation << call_text(each.n)
+                      << ": expected " << each.expected << ", got " << each.got << " (history "
+                      << each.index << ")\n"
                       << each.text << "the contract: " << each.clause << "\n\n";
             lines += line_of({{"operation", each.operation},
                               {"n", each.n},

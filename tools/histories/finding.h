@@ -16,7 +16,7 @@ namespace histories {
 
 struct found {
     std::string operation{}; // without kel_
-    std::size_t n = 0;       // the call among those of that operation in the sequence
+    std::size_t n = 0;       // the call among those of that operation in the sequence; 0: none
     std::string part{};      // of the answer that is wrong
     std::string expected{};
     std::string got{};
