@@ -27,7 +27,7 @@ examiner::~examiner()
 
 std::size_t examiner::times(const suspect &one) const
 {
-    const auto found = examined_.find(one.made.calls[one.call].operation);
+    const auto found = examined_.find(kind_of(one));
     return found == examined_.end() ? 0 : found->second;
 }
 
@@ -37,8 +37,7 @@ void examiner::add(suspect one)
     constexpr std::size_t MOST = 4;
     const auto same =
         static_cast<std::size_t>(std::ranges::count_if(waiting_, [&](const suspect &each) {
-            return !each.is_known &&
-                   each.made.calls[each.call].operation == one.made.calls[one.call].operation;
+            return !each.is_known && kind_of(each) == kind_of(one);
         }));
     if (!one.is_known && times(one) + same >= MOST) return;
     waiting_.push_back(std::move(one));
@@ -53,7 +52,7 @@ void examiner::start()
     waiting_.erase(next);
     index_ = chosen.index;
     was_known_ = chosen.is_known;
-    examined_[chosen.made.calls[chosen.call].operation]++;
+    examined_[kind_of(chosen)]++;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");

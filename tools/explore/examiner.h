@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tools/explore/examination.h"
 #include "tools/explore/lane.h"
@@ -36,12 +37,18 @@ public:
 
 private:
     void start();
+    // Crashes and hangs of an operation are counted apart from its answers.
+    using kind = std::pair<sequence::operation, bool>;
+    static kind kind_of(const suspect &one)
+    {
+        return {one.made.calls[one.call].operation, one.has_ended};
+    }
     std::size_t times(const suspect &one) const;
 
     examination_setup how_;
     std::deque<suspect> waiting_;
     // How many of the same operation were examined: rarer ones come first.
-    std::map<sequence::operation, std::size_t> examined_;
+    std::map<kind, std::size_t> examined_;
     pid_t child_ = -1;
     int pipe_ = -1;
     std::string received_;

@@ -75,7 +75,12 @@ private:
     void add_known(sequence::call_sequence made, bool waits = false)
     {
         const auto last = static_cast<std::uint32_t>(made.calls.size() - 1);
-        examiner_->add({std::move(made), 0, last, waits, true});
+        suspect one;
+        one.made = std::move(made);
+        one.call = last;
+        one.waits = waits;
+        one.is_known = true;
+        examiner_->add(std::move(one));
     }
 
     void start_lanes(std::uint64_t first)

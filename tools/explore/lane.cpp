@@ -83,7 +83,11 @@ suspect lane::current(std::uint32_t call) const
 {
     const batch &whole = shared_.slots[shared_.slot];
     const flat_sequence &made = whole.sequences[shared_.sequence];
-    return {to_sequence(whole, made), made.index, call};
+    suspect told;
+    told.made = to_sequence(whole, made);
+    told.index = made.index;
+    told.call = call;
+    return told;
 }
 
 void lane::look_after_maker()
@@ -107,6 +111,7 @@ std::optional<suspect> lane::replace()
     std::optional<suspect> ended;
     if (!shared_.wants_replacement && shared_.is_in_batch) {
         ended = current(shared_.call);
+        ended->has_ended = true;
         shared_.sequence.fetch_add(1);
         shared_.differences.fetch_add(1);
         shared_.sequences_done.fetch_add(1);

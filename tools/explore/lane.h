@@ -22,6 +22,7 @@ struct suspect {
     sequence::call_sequence made;
     std::uint64_t index = 0; // of the sequence in the run
     std::uint32_t call = 0;  // the one that differed
+    bool has_ended = false;  // the process with it, by a crash or a hang
     bool waits = false;      // it takes long: others come first
     bool is_known = false;   // nothing has been seen in it: it is one of those made in every run
 };
