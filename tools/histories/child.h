@@ -33,6 +33,11 @@ public:
     std::optional<std::string> ask(
         std::string_view message, const std::function<bool()> &is_over = [] { return false; });
 
+    // The processor time of all its threads.
+    std::chrono::nanoseconds used_time() const;
+    // Whether a thread of it wants the processor.
+    bool wants_to_run() const;
+
     // Kills it, if it has not ended by itself, and tells the signal that ended it; 0: it left.
     int end();
 
