@@ -111,10 +111,12 @@ flat_argument generator::buffer_for(op which, std::size_t index)
     });
     const object *client = found ? nullptr : world_.pick_live(role::client);
     if (client != nullptr) {
+        const std::int32_t first = buffer_ ? buffer_->name : -1;
         const bool is_one = chance_.chance(70);
         found =
             world_.find(role::buffer,
                         new_buffer(client->name, is_one ? 1 + chance_.below(300) : 20000, is_one));
+        buffer_ = world_.find(role::buffer, first); // it may have moved
     }
     if (index == 0 || buffer_ == nullptr) buffer_ = found;
     if (found == nullptr) return recorder::number(0);
