@@ -15,6 +15,7 @@
 
 #include "tools/campaign/watch.h"
 #include "tools/common/interrupt.h"
+#include "tools/common/kept_text.h"
 #include "tools/common/process.h"
 #include "tools/common/unique_fd.h"
 
@@ -68,9 +69,6 @@ std::vector<std::string> fault_environment(const setting &where, const experimen
     environment.push_back("LD_PRELOAD=" + where.shim);
     return environment;
 }
-
-// Enough of what a case prints: its verdict is at the end.
-constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 
 tools::process_result run(const tools::process_options &process)
 {
@@ -186,7 +184,7 @@ observation observe(const setting &where, const experiment &what,
     run_watch watch(time_limit(where, what), waits);
     process.is_over = [&](pid_t started) { return watch.is_hang(started); };
     process.timeout_signal = SIGTERM;
-    process.kept = KEPT_OUTPUT;
+    process.kept = tools::KEPT_OUTPUT;
 
     const tools::process_result result = run(process);
     observation seen;
@@ -215,7 +213,7 @@ std::string trace_of(const setting &where, const std::string &test)
     process.environment = fault_environment(where, faultless);
     process.environment.push_back("KELTRACE_TRACE=" + trace.path());
     process.timeout = time_limit(where, faultless);
-    process.kept = KEPT_OUTPUT;
+    process.kept = tools::KEPT_OUTPUT;
     if (!run(process).exited_with(0)) {
         throw std::runtime_error(test + ": its calls cannot be traced, it does not end by itself");
     }

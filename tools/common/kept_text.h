@@ -10,6 +10,9 @@
 
 namespace tools {
 
+// So much of what a case prints is kept, bytes.
+inline constexpr std::size_t KEPT_OUTPUT = 1 << 20;
+
 // Keeps its beginning and its end, each up to half of the limit.
 class kept_text {
 public:

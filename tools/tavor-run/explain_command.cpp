@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "tools/common/kept_text.h"
 #include "tools/common/registry.h"
 #include "tools/explain/explanation.h"
 #include "tools/sequence/arguments.h"
@@ -83,6 +84,7 @@ recorded_case record(const explain_arguments &given, int row)
     run_arguments limits;
     limits.launch = given.launch;
     tools::process_options process;
+    process.kept = tools::KEPT_OUTPUT;
     process.timeout = run_options_of(limits).timeout;
     const tools::process_result result = launch.run(what, process);
     return {outcome_of(given.case_name, row, result), sequence::read_file(file.path)};

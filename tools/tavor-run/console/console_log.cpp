@@ -43,7 +43,6 @@ bool is_blank(std::string_view text)
 constexpr std::string_view ZEB = " 0 ";
 
 // How much of what a case prints is kept, and how much when it was good.
-constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 constexpr std::size_t KEPT_OF_GOOD = 1 << 14;
 
 // How much of a line a pattern sees: the library's matcher recurses with the length of the text.
@@ -244,7 +243,7 @@ void log_reader::open(int row, stamp_style style)
 {
     seen_tavor = true;
     settle_before(row);
-    current.emplace(KEPT_OUTPUT);
+    current.emplace(tools::KEPT_OUTPUT);
     current->what.row = row;
     current->what.line = line_number;
     current->what.started = current->what.judged = arrived;
@@ -319,7 +318,7 @@ void log_reader::settle(bool certain, const std::string &doubt_text)
             final.state = verdict::damaged;
         }
     }
-    final.output = output.take(is_good(final.state) ? KEPT_OF_GOOD : KEPT_OUTPUT);
+    final.output = output.take(is_good(final.state) ? KEPT_OF_GOOD : tools::KEPT_OUTPUT);
     report(final);
 }
 

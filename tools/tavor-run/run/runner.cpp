@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "tools/common/interrupt.h"
+#include "tools/common/kept_text.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/console/console_log.h"
 #include "tools/tavor-run/run/debug.h"
@@ -21,7 +22,6 @@ using steady = std::chrono::steady_clock;
 
 // The table shows no more of a message.
 // Of what a case prints and a process says.
-constexpr std::size_t KEPT_OUTPUT = 1 << 20;
 // Failed cases that are run a second time: with a broken library there may be hundreds.
 constexpr unsigned LOOK_CLOSER_AT = 25;
 // Failed cases of which the guilty call is named, and crashes of which the backtrace is.
@@ -177,7 +177,7 @@ void runner::follow(attempt &now)
     };
     log_reader reader(how, events);
 
-    tools::process_options process{.kept = KEPT_OUTPUT};
+    tools::process_options process{.kept = tools::KEPT_OUTPUT};
     process.on_output = [&](std::string_view piece) {
         now.printed += piece.size();
         reader.feed(piece);
@@ -325,7 +325,7 @@ bool runner::fetch_message(case_result &what)
     if (what.state != verdict::fail || what.message.size() < tavor_output::MESSAGE_WIDTH) {
         return false;
     }
-    tools::process_options process{.kept = KEPT_OUTPUT};
+    tools::process_options process{.kept = tools::KEPT_OUTPUT};
     process.timeout = options.timeout;
     const command single = launch.tavor({"-s", std::to_string(what.number)});
     const std::string output = launch.run(single, process).output;
@@ -361,7 +361,7 @@ bool runner::fetch_calls(case_result &what, const attempt &now)
     log_options how;
     how.expected = {what.number};
     log_reader reader(how);
-    tools::process_options process{.kept = KEPT_OUTPUT};
+    tools::process_options process{.kept = tools::KEPT_OUTPUT};
     process.timeout = options.timeout;
     const command again = launch.tavor({what.name}, true);
     const tools::process_result second = launch.run(again, process);
