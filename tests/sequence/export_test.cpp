@@ -78,7 +78,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 class export_command : public testing::Test {
 protected:
-    export_command() : path(testing::TempDir() + "export_command.seq")
+    export_command()
+        : path(testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() +
+               ".seq")
     {
         std::ofstream(path) << "sequence version=1 library=\"x\" program=\"y\"\n"
                                "client1 = register_client(\"c\", ALWAYS, 8)\n"
