@@ -71,6 +71,7 @@ void add_commands(CLI::App &app, arguments &given)
 std::optional<int> parse_arguments(int argc, char **argv, arguments &given)
 {
     CLI::App app{"Runs cases of tavor under faults and shows that their checks bite."};
+    app.set_version_flag("--version", TAVOR_VERSION);
     given.program = argv[0];
     given.jobs = std::clamp(std::thread::hardware_concurrency(), 1U, 256U);
     add_options(app, given);

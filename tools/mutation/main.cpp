@@ -321,6 +321,7 @@ int run(const arguments &given)
 int main(int argc, char **argv)
 {
     CLI::App app{"Changes checks of the suites and shows that the fault campaign notices."};
+    app.set_version_flag("--version", TAVOR_VERSION);
     arguments given;
     app.add_option("--source", given.source_folder, "the source tree")->required();
     app.add_option("--build", given.build_folder, "a build of it")->required();

@@ -73,7 +73,8 @@ public:
             const std::string title = call_text(whole().calls[i], whole().variables).substr(0, 90);
             steps += "    { // " + title + "\n" + indented(statements(i)) + released(i) + "    }\n";
         }
-        return "// " + whole().header.program + ", as kel-sequence has made it of\n//\n" +
+        const std::string &program = whole().header.program;
+        return "// " + (program.empty() ? "" : program + ", ") + "made by kel-sequence of\n//\n" +
                calls_as_comment(whole(), "//   ") + includes() + "TEST_FILE(" + suite + ", " +
                name + ")\n\nnamespace {\n\n" + record() + "\n" + release() +
                "\nconstexpr case_frame<given> with_given = {nullptr, release};\n\n"
