@@ -142,8 +142,9 @@ CASE(kel_more_bufgroup, buffer_reaches_high, with_group)
         const uint32_t error = get_group_buffer(held, i);
         if (!held.buffers[i]) return "kel_get_buffer failed";
         if (is_high && error == 0) return "no notice of the high threshold";
-        if (error != (is_high ? KEL_HIGH_THRESHOLD_REACHED : 0))
+        if (error != (is_high ? KEL_HIGH_THRESHOLD_REACHED : 0)) {
             return "kel_get_buffer wrong error";
+        }
     }
     return nullptr;
 }

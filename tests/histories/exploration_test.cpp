@@ -110,8 +110,9 @@ protected:
         found_ = explore(asked);
         std::vector<nlohmann::json> lines;
         std::ifstream in(file);
-        for (std::string line; std::getline(in, line);)
+        for (std::string line; std::getline(in, line);) {
             lines.push_back(nlohmann::json::parse(line));
+        }
         std::filesystem::remove(file);
         return lines;
     }

@@ -68,8 +68,9 @@ TEST(plan, comes_to_all_kinds_of_calls)
     std::set<std::string_view> called;
     for (unsigned i = 0; i < MANY; i++) {
         for (const auto &thread : make_plan(3, i, {}).threads) {
-            for (const step &each : thread)
+            for (const step &each : thread) {
                 called.insert(sequence::schema_of(each.made.operation).name);
+            }
         }
     }
     for (const char *each : {"send",

@@ -43,13 +43,15 @@ bool is_same_message(std::string_view first, std::string_view second, bool has_l
 bool can_be(const outcome &seen, const outcome &known, const evidence &told)
 {
     const bool has_stopped = known.ending == ending::crash || known.ending == ending::hang;
-    if (seen.ending != known.ending && !(seen.ending == ending::stopped && has_stopped))
+    if (seen.ending != known.ending && !(seen.ending == ending::stopped && has_stopped)) {
         return false;
+    }
     if (seen.ending == ending::fail &&
         !is_same_message(seen.message, known.message, told.has_lines))
         return false;
-    if (seen.ending == ending::crash && !seen.message.empty() && seen.message != known.message)
+    if (seen.ending == ending::crash && !seen.message.empty() && seen.message != known.message) {
         return false;
+    }
     if (!seen.call.empty() && !known.call.empty() && seen.call != known.call) return false;
     const bool may_miss = !told.is_whole || has_stopped;
     return may_miss ? std::ranges::includes(known.printed, seen.printed)

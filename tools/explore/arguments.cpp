@@ -157,8 +157,9 @@ flat_argument generator::text_for(op which)
     const bool is_group =
         which == op::kel_register_bufgroup || which == op::kel_register_reserved_bufgroup;
     if (!is_group && chance_.chance(30)) return recorder::nothing();
-    if (is_group && chance_.chance(2))
+    if (is_group && chance_.chance(2)) {
         return chance_.chance(50) ? recorder::nothing() : out_.data("");
+    }
     // A regular and a reserved group share no name, but for a refusal.
     const bool is_reserved = which == op::kel_register_reserved_bufgroup;
     std::string name = NAMES[chance_.below(std::size(NAMES))];

@@ -33,10 +33,11 @@ std::string class_of(const std::string &value)
     if (value.find(" at byte ") != std::string::npos) return "data";
     std::string kind;
     for (const char each : value) {
-        if (std::isdigit(static_cast<unsigned char>(each)) == 0)
+        if (std::isdigit(static_cast<unsigned char>(each)) == 0) {
             kind += each;
-        else if (kind.empty() || kind.back() != '#')
+        } else if (kind.empty() || kind.back() != '#') {
             kind += '#';
+        }
     }
     return kind;
 }

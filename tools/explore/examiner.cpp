@@ -54,8 +54,9 @@ void examiner::start()
     was_known_ = chosen.is_known;
     examined_[kind_of(chosen)]++;
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
+    }
     child_ = fork();
     if (child_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child_ == 0) {

@@ -39,18 +39,19 @@ void generator::make(batch &into, std::uint64_t seed, std::uint64_t index)
     }
     const std::size_t length = CALLS_MIN + chance_.below(CALLS_SPREAD);
     const std::uint32_t kind = chance_.below(1000);
-    if (kind < 60)
+    if (kind < 60) {
         play(scenario::full_queue);
-    else if (kind < 120)
+    } else if (kind < 120) {
         play(scenario::thresholds);
-    else if (kind < 150)
+    } else if (kind < 150) {
         play(scenario::reserved);
-    else if (kind < 160)
+    } else if (kind < 160) {
         play(scenario::many_sinks);
-    else if (kind < 164)
+    } else if (kind < 164) {
         play(scenario::signals);
-    else if (kind < 174 && has_device_)
+    } else if (kind < 174 && has_device_) {
         play(scenario::regions);
+    }
     for (int refused = 0; out_.calls() < length && refused < 40;) {
         if (!random_call()) refused++;
     }
@@ -100,14 +101,15 @@ bool generator::random_call()
         }
         write_after(which, packet, buffer);
         if (!chance_.chance(45)) continue;
-        if (packet >= 0)
+        if (packet >= 0) {
             look_after(which, packet);
-        else if (buffer >= 0)
+        } else if (buffer >= 0) {
             look_at(role::buffer, buffer);
-        else if (group >= 0 && chance_.chance(60))
+        } else if (group >= 0 && chance_.chance(60)) {
             look_at(role::bufgroup, group);
-        else if (client >= 0 && chance_.chance(50))
+        } else if (client >= 0 && chance_.chance(50)) {
             look_at(role::client, client);
+        }
         if (client >= 0 && chance_.chance(10)) look_at(role::client, client);
     }
     return true;

@@ -188,9 +188,10 @@ std::uint64_t generator::number_for(op which, std::size_t index, const arguments
     case op::kel_set_client_signal_interval:
         return 60000 + chance_.below(10);
     case op::kel_event_add_bufgroup:
-        if (index == 2)
+        if (index == 2) {
             return chance_.chance(5) ? chance_.one_of<std::uint32_t>({0, 4, 7})
                                      : 1 + chance_.below(3);
+        }
         return chance_.below(0x10000);
     case op::kel_event_remove_bufgroup:
         return 1 + chance_.below(3);
@@ -198,9 +199,10 @@ std::uint64_t generator::number_for(op which, std::size_t index, const arguments
         return near(chance_.chance(70) ? length : length + 64);
     case op::kel_get_ifid:
     case op::kel_set_ifid:
-        if (index == 1)
+        if (index == 1) {
             return chance_.chance(94) ? chance_.below(4)
                                       : chance_.one_of<std::uint32_t>({4, 0xffffffff});
+        }
         return chance_.chance(50) ? chance_.next() : chance_.below(100);
     case op::kel_get_offset:
         return offset_kind();
@@ -236,9 +238,10 @@ std::uint64_t generator::number_for(op which, std::size_t index, const arguments
     case op::kel_tlv_getdata:
     case op::kel_tlv_get_versioned_data:
         if (index == 1) return tlv_id(which);
-        if (index == 3)
+        if (index == 3) {
             return chance_.chance(70) ? 1024
                                       : chance_.one_of<std::uint32_t>({0, 1, 3, 16, 227, 228});
+        }
         return chance_.one_of<std::uint32_t>({0, 1, 2, 5, 0xffff, 0x10001, 0x10005});
     case op::kel_tlv_setdata:
     case op::kel_tlv_set_versioned_data:

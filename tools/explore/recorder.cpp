@@ -42,8 +42,9 @@ private:
     scalar scalar_of(const output_plan &output, role what, bool may_name, bool is_compared,
                      std::uint64_t number)
     {
-        if (what == role::process)
+        if (what == role::process) {
             return {number == static_cast<std::uint64_t>(getpid()) ? 1U : 0U};
+        }
         if (!is_compared || what == role::program_address) return {number != 0 ? 1U : 0U};
         if (what == role::address) return number == 0 ? scalar{} : address_of(number);
         const bool is_named = what >= role::client && what <= role::descriptor;

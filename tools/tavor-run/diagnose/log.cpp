@@ -173,8 +173,9 @@ diagnosis::evidence log_of(const std::vector<std::string> &paths)
         } else {
             add_console(told, text);
         }
-        if (told.cases.size() == before && !is_explained)
+        if (told.cases.size() == before && !is_explained) {
             throw usage_error(path + ": it tells of no case");
+        }
     }
     return told;
 }

@@ -173,8 +173,9 @@ std::map<std::string, std::vector<std::string>, std::less<>> operations_of(const
             std::string kind;
             std::string operation;
             words >> kind >> operation;
-            if (kind == "calls" && interface::find_operation(operation) != nullptr)
+            if (kind == "calls" && interface::find_operation(operation) != nullptr) {
                 called.push_back(operation);
+            }
         }
     }
     return all;

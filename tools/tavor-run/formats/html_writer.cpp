@@ -186,11 +186,13 @@ const rows = [...document.querySelectorAll("tr.case")];
 const name = document.getElementById("name"), verdict = document.getElementById("verdict");
 for (const each of new Set(rows.map(row => row.dataset.verdict))) verdict.add(new Option(each));
 function filter() {
-    for (const row of rows)
+    for (const row of rows) {
         row.hidden = !row.id.includes(name.value) ||
             (verdict.value !== "" && row.dataset.verdict !== verdict.value);
-    for (const group of document.querySelectorAll("details"))
+}
+    for (const group of document.querySelectorAll("details")) {
         if (name.value || verdict.value) group.open = true;
+}
 }
 name.addEventListener("input", filter);
 verdict.addEventListener("change", filter);
