@@ -49,8 +49,8 @@ constexpr const char *TEXT = "case a get free\n"
 class diagnosed : public testing::Test {
 protected:
     // The cases that are not named are good.
-    diagnosis::diagnosis of(const std::vector<sighting> &seen,
-                            const std::set<std::string> &lost = {}, bool is_whole = true)
+    ::diagnosis::diagnosis of(const std::vector<sighting> &seen,
+                              const std::set<std::string> &lost = {}, bool is_whole = true)
     {
         told = {};
         told.is_whole = is_whole;
@@ -71,7 +71,7 @@ protected:
         return endings_of(known, nullptr, name);
     }
 
-    static std::vector<std::vector<std::string>> names(const diagnosis::diagnosis &made)
+    static std::vector<std::vector<std::string>> names(const ::diagnosis::diagnosis &made)
     {
         std::vector<std::vector<std::string>> all;
         for (const group &each : made.consistent) {
