@@ -99,7 +99,7 @@ TEST_F(printed, a_flood_is_ended_and_the_next_case_runs)
                            "--out", "junit:" + file("j.xml"), "--out", "tap:" + file("t.tap"),
                            "--out", "lava:" + file("l.txt"), "--out", "html:" + file("h.html")});
     EXPECT_TRUE(done.exited_with(2)) << done.output;
-    EXPECT_LT(done.peak_memory_kib, 100'000);
+    EXPECT_LT(done.peak_memory_kib, MEMORY_LIMIT_KIB);
     const std::vector<json> all = results(file("r.jsonl"));
     EXPECT_EQ(verdict_of(all, "kel_role_basic"), "flood");
     EXPECT_EQ(verdict_of(all, "kel_role_always"), "pass");
