@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <mutex>
-#include <semaphore>
 #include <thread>
 #include <vector>
 
@@ -17,7 +17,33 @@ namespace campaign {
 // What only waits needs no processor: so many runs may do so beside those that compute.
 constexpr std::size_t WAITING_RUNS = 64;
 
-using processors = std::counting_semaphore<>;
+// The idle ones. No std::counting_semaphore: giving one back there wakes every thread that waits
+// for one, and dozens do.
+class processors {
+public:
+    explicit processors(std::size_t count) : idle(count) {}
+
+    void acquire()
+    {
+        std::unique_lock lock(access);
+        one_is_idle.wait(lock, [this] { return idle != 0; });
+        idle--;
+    }
+
+    void release()
+    {
+        {
+            const std::lock_guard lock(access);
+            idle++;
+        }
+        one_is_idle.notify_one();
+    }
+
+private:
+    std::mutex access;
+    std::condition_variable one_is_idle;
+    std::size_t idle;
+};
 
 // A processor, held while a run computes.
 class processor {
