@@ -284,9 +284,10 @@ TEST_F(merging, what_is_no_text_can_be_recorded)
 {
     campaign::result odd = some_result();
     odd.detail = "said \xff\xfe";
-    const auto read = campaign::parse_record(record_line(odd, SUBJECT));
-    ASSERT_TRUE(read);
-    EXPECT_THAT(read->what.detail, testing::StartsWith("said "));
+    campaign::record_list list;
+    read_records(file("odd", record_line(odd, SUBJECT)), list);
+    ASSERT_EQ(list.records.size(), 1U);
+    EXPECT_THAT(list.records[0].what.detail, testing::StartsWith("said "));
 }
 
 TEST_F(merging, a_full_disk_is_noticed)

@@ -13,30 +13,38 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
+#include "tools/common/json_lines.h"
 #include "tools/common/output_file.h"
 
 namespace campaign {
 
 namespace {
 
-outcome outcome_named(const std::string &name)
+// Nothing for an unknown name.
+std::optional<outcome> outcome_named(const std::string &name)
 {
     for (const outcome candidate : ALL_OUTCOMES) {
         if (name == name_of(candidate)) {
             return candidate;
         }
     }
-    throw std::runtime_error("unknown outcome: " + name);
+    return std::nullopt;
 }
 
-record from_json(const nlohmann::json &read)
+// Nothing when the object is no record; throws as the JSON library does when something is missing.
+std::optional<record> from_json(const nlohmann::json &read)
 {
+    const auto reached = outcome_named(read.at("outcome"));
+    if (!reached) {
+        return std::nullopt;
+    }
     record parsed;
     parsed.what.id = read.at("id");
-    parsed.what.reached = outcome_named(read.at("outcome"));
+    parsed.what.reached = *reached;
     parsed.what.shown = read.at("shown");
     parsed.what.detail = read.at("detail");
     parsed.what.microseconds = read.at("microseconds");
@@ -72,34 +80,24 @@ std::string record_line(const result &written, const subject &of)
     return record.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
-std::optional<record> parse_record(const std::string &line)
-{
-    try {
-        return from_json(nlohmann::json::parse(line));
-    } catch (const std::exception &) {
-        return std::nullopt;
-    }
-}
-
 void read_records(const std::string &path, record_list &list)
 {
     std::ifstream stream(path);
     if (!stream || std::filesystem::is_directory(path)) {
         throw std::runtime_error(path + ": cannot be read");
     }
-    int number = 0;
-    for (std::string line; std::getline(stream, line);) {
-        const std::string place = path + ":" + std::to_string(++number);
-        if (line.empty()) {
-            continue;
-        }
-        if (std::optional<record> parsed = parse_record(line)) {
-            parsed->place = place;
+    const auto place = [&path](unsigned number) { return path + ":" + std::to_string(number); };
+    const auto take = [&](const nlohmann::json &object, unsigned number) {
+        if (std::optional<record> parsed = from_json(object)) {
+            parsed->place = place(number);
             list.records.push_back(std::move(*parsed));
         } else {
-            list.damaged.push_back(place);
+            list.damaged.push_back(place(number));
         }
-    }
+    };
+    tools::for_each_json_line(stream, take, [&](tools::damaged_line line) {
+        list.damaged.push_back(place(line.number));
+    });
 }
 
 results_file::results_file(const std::string &path, mode how, subject about)

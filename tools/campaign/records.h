@@ -4,7 +4,6 @@
 // lost connection, is never taken for a result.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -28,9 +27,6 @@ struct record_list {
 
 // One line, with its end.
 std::string record_line(const result &written, const subject &of);
-
-// Nothing when the line is no whole record.
-std::optional<record> parse_record(const std::string &line);
 
 // Adds what the file holds. Throws std::runtime_error when it cannot be read.
 void read_records(const std::string &path, record_list &list);

@@ -10,6 +10,7 @@
 #include <regex>
 #include <sstream>
 
+#include "tools/common/json_lines.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/console/console_log.h"
 #include "tools/tavor-run/run/selection.h"
@@ -111,31 +112,29 @@ void add_explanation(diagnosis::evidence &told, const nlohmann::json &object)
 bool add_report(diagnosis::evidence &told, const std::string &text, const std::string &path)
 {
     std::istringstream lines(text);
-    unsigned number = 0;
     bool is_explained = false;
-    for (std::string line; std::getline(lines, line);) {
-        number++;
-        if (lines.eof()) break; // no end of line: whoever wrote it died
-        try {
-            const auto object = nlohmann::json::parse(line);
-            if (object.contains("case") && object.contains("difference")) {
-                add_explanation(told, object);
-                is_explained = true;
-                continue;
-            }
-            const std::string type = object.at("type");
-            if (type == "details") {
-                set_call(told, object.at("name"), call_of(object.value("explanation", "")));
-            }
-            if (type != "case") continue;
-            const auto state = verdict_named(object.at("verdict").get<std::string>());
-            if (!state) throw usage_error(path + ": no verdict: " + line);
-            add(told, object.at("name").get<std::string>(), *state, object.at("message"),
-                object.value("output", ""));
-        } catch (const nlohmann::json::exception &) {
-            throw usage_error(path + ":" + std::to_string(number) + ": no line of results");
+    const auto take = [&](const nlohmann::json &object, unsigned) {
+        if (object.contains("case") && object.contains("difference")) {
+            add_explanation(told, object);
+            is_explained = true;
+            return;
         }
-    }
+        const std::string type = object.at("type");
+        if (type == "details") {
+            set_call(told, object.at("name"), call_of(object.value("explanation", "")));
+        }
+        if (type != "case") return;
+        const std::string judged = object.at("verdict");
+        const auto state = verdict_named(judged);
+        if (!state) throw usage_error(path + ": no verdict: " + judged);
+        add(told, object.at("name").get<std::string>(), *state, object.at("message"),
+            object.value("output", ""));
+    };
+    tools::for_each_json_line(lines, take, [&path](tools::damaged_line line) {
+        if (!line.is_cut) {
+            throw usage_error(path + ":" + std::to_string(line.number) + ": no line of results");
+        }
+    });
     return is_explained;
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "tools/common/json_lines.h"
 #include "tools/common/registry.h"
 
 namespace tavor_run {
@@ -94,20 +95,15 @@ stored_run read_results(const std::string &path)
     }
     results_reader reader(path);
     bool has_start = false;
-    unsigned number = 0;
-    for (std::string line; std::getline(file, line);) {
-        number++;
-        if (file.eof()) { // no end of line: whoever wrote it died
-            break;
+    const auto take = [&](const json &line, unsigned) {
+        has_start |= line.at("type") == "run";
+        reader.take(line);
+    };
+    tools::for_each_json_line(file, take, [&path](tools::damaged_line line) {
+        if (!line.is_cut) {
+            throw usage_error(path + ":" + std::to_string(line.number) + ": no line of results");
         }
-        try {
-            const json parsed = json::parse(line);
-            has_start |= parsed.at("type") == "run";
-            reader.take(parsed);
-        } catch (const json::exception &) {
-            throw usage_error(path + ":" + std::to_string(number) + ": no line of results");
-        }
-    }
+    });
     if (!has_start) {
         throw usage_error(path + ": no results");
     }
