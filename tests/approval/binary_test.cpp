@@ -10,6 +10,7 @@
 #include <regex>
 #include <set>
 
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 
 namespace {
@@ -65,7 +66,8 @@ TEST(binary, carries_its_identification)
 // No code reads them, and neither compiler nor linker may leave them out.
 TEST(binary, keeps_the_tables_of_regions)
 {
-    const std::string stripped = std::filesystem::temp_directory_path() / "tavor.tables";
+    const support::scratch_folder scratch;
+    const std::string stripped = scratch.file("tavor");
     output_of({"strip", "-o", stripped, TAVOR_BINARY});
     std::ifstream file(stripped, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
@@ -75,17 +77,16 @@ TEST(binary, keeps_the_tables_of_regions)
         EXPECT_NE(bytes.find(name + std::string(32 - name.size(), '\0')), std::string::npos)
             << name;
     }
-    std::filesystem::remove(stripped);
 }
 
 // Nearly all of it are the cases and their messages; the C++ run-time library alone would be ten
 // times as much.
 TEST(binary, is_small)
 {
-    const std::string stripped = std::filesystem::temp_directory_path() / "tavor.stripped";
+    const support::scratch_folder scratch;
+    const std::string stripped = scratch.file("tavor");
     output_of({"strip", "-o", stripped, TAVOR_BINARY});
     EXPECT_LT(std::filesystem::file_size(stripped), 224u * 1024);
-    std::filesystem::remove(stripped);
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 
+#include "tests/support/scratch.h"
 #include "tools/campaign/job_list.h"
 #include "tools/campaign/plan.h"
 #include "tools/common/process.h"
@@ -57,13 +58,6 @@ std::string complaint_of(const std::function<void()> &action)
 
 class in_folder : public testing::Test {
 protected:
-    in_folder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "jobs-XXXXXX";
-        folder = mkdtemp(name.data());
-    }
-    ~in_folder() override { std::filesystem::remove_all(folder); }
-
     std::string file(const std::string &name, const std::string &text) const
     {
         std::string path = folder / name;
@@ -71,7 +65,8 @@ protected:
         return path;
     }
 
-    std::filesystem::path folder;
+    const support::scratch_folder scratch;
+    const std::filesystem::path folder = scratch.path();
 };
 
 TEST(job, is_found_by_its_id)

@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 
+#include "tests/support/scratch.h"
 #include "tools/campaign/merge.h"
 
 namespace {
@@ -51,13 +52,7 @@ std::string line_of(const campaign::task &done, outcome reached,
 
 class merging : public testing::Test {
 protected:
-    merging()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "merge-XXXXXX";
-        folder = mkdtemp(name.data());
-        where.tavor = "here/tavor";
-    }
-    ~merging() override { std::filesystem::remove_all(folder); }
+    merging() { where.tavor = "here/tavor"; }
 
     std::string file(const std::string &name, const std::string &text) const
     {
@@ -76,7 +71,8 @@ protected:
         return merge_records(where, TASKS, expected, list);
     }
 
-    std::filesystem::path folder;
+    const support::scratch_folder scratch;
+    const std::filesystem::path folder = scratch.path();
     campaign::setting where;
 };
 

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <set>
 
+#include "tests/support/scratch.h"
 #include "tools/campaign/outcome.h"
 #include "tools/campaign/pairs.h"
 #include "tools/common/registry.h"
@@ -18,13 +19,6 @@ namespace {
 
 class table : public testing::Test {
 protected:
-    table()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "pairs-XXXXXX";
-        folder = mkdtemp(name.data());
-    }
-    ~table() override { std::filesystem::remove_all(folder); }
-
     std::vector<campaign::pair> read(const std::string &text)
     {
         std::ofstream(folder / "suite.txt") << text;
@@ -41,7 +35,8 @@ protected:
         return "";
     }
 
-    std::filesystem::path folder;
+    const support::scratch_folder scratch;
+    const std::filesystem::path folder = scratch.path();
 };
 
 TEST_F(table, reads_kinds_and_faults)

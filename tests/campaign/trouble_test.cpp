@@ -10,6 +10,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 #include "tools/common/unique_fd.h"
 
@@ -22,13 +23,6 @@ using testing::Not;
 
 class trouble : public testing::Test {
 protected:
-    trouble()
-    {
-        std::string name = fs::temp_directory_path() / "campaign-trouble-XXXXXX";
-        folder = mkdtemp(name.data());
-    }
-    ~trouble() override { fs::remove_all(folder); }
-
     std::string file(const std::string &name) const { return folder / name; }
 
     std::vector<std::string> command(const std::vector<std::string> &arguments) const
@@ -46,7 +40,8 @@ protected:
         return tools::run_process({.arguments = command(arguments), .environment = environment});
     }
 
-    fs::path folder;
+    const support::scratch_folder scratch;
+    const fs::path folder = scratch.path();
     std::string tavor = TAVOR_BINARY;
 };
 

@@ -4,7 +4,6 @@
 // and two devices.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -13,6 +12,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/scratch.h"
 #include "tools/common/registry.h"
 #include "tools/tavor-run/history/history.h"
 
@@ -53,9 +53,6 @@ std::string verdict_of(const std::string &name, std::size_t run)
 
 class week : public testing::Test {
 protected:
-    void SetUp() override { fs::create_directories(folder); }
-    void TearDown() override { fs::remove_all(folder); }
-
     // Every so many of the reports, and the newest one.
     void write_every(std::size_t step) const
     {
@@ -110,7 +107,8 @@ protected:
         return *place;
     }
 
-    fs::path folder = fs::path(testing::TempDir()) / ("history-" + std::to_string(getpid()));
+    const support::scratch_folder scratch;
+    const fs::path folder = scratch.path();
 };
 
 std::string file_of(const history &all, std::size_t run)

@@ -2,11 +2,11 @@
 //
 // What results mean together: exit codes, baselines, stored results, bisection.
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
 
+#include "tests/support/scratch.h"
 #include "tools/common/loader.h"
 #include "tools/tavor-run/formats/markup.h"
 #include "tools/tavor-run/formats/writer.h"
@@ -174,7 +174,8 @@ TEST(differences, of_a_baseline)
 
 class stored : public testing::Test {
 protected:
-    std::string path = testing::TempDir() + "tavor-run-stored-" + std::to_string(getpid());
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("stored.jsonl");
 
     void write_run()
     {
@@ -186,8 +187,6 @@ protected:
         report.result(result(393, verdict::pass));
         report.end();
     }
-
-    void TearDown() override { unlink(path.c_str()); }
 
     std::string content()
     {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // Which cases tavor-run takes, and in which order.
+#include "tests/support/scratch.h"
 #include "tools/tavor-run/run/selection.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -61,13 +61,13 @@ TEST(selection, an_exclamation_mark_takes_away)
 
 TEST(selection, a_file_holds_terms)
 {
-    const std::string path = testing::TempDir() + "tavor-run-terms-" + std::to_string(getpid());
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("terms");
     std::ofstream(path) << "# the roles\nkel_role  7 # and one more\n\n!393\n";
     EXPECT_THAT(select_cases({"@" + path}), ElementsAre(7, 392));
     EXPECT_THAT(select_cases({"390-393", "!@" + path}), ElementsAre(390, 391, 393));
     std::ofstream(path) << "@" + path;
     EXPECT_THROW(select_cases({"@" + path}), usage_error);
-    unlink(path.c_str());
 }
 
 TEST(selection, what_means_nothing_is_an_error)

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 #include "tools/common/process.h"
 
@@ -28,15 +29,10 @@ tools::process_result tavor_run(const std::vector<std::string> &words,
 
 class diagnose_command : public testing::Test {
 protected:
-    diagnose_command()
-    {
-        const auto *test = testing::UnitTest::GetInstance()->current_test_info();
-        path = testing::TempDir() + "diagnose_" + test->name();
-    }
-
     void write(const std::string &text) const { std::ofstream(path, std::ios::binary) << text; }
 
-    std::string path;
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("told");
 };
 
 const std::vector<std::string> TO_OLDEST = {"KEL_REFERENCE_FAULTS=send#1+:to_oldest"};

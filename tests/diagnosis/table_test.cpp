@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 #include "tools/common/registry.h"
 #include "tools/diagnosis/diagnosis.h"
@@ -49,6 +50,8 @@ TEST(known_faults, show_what_the_table_says)
     constexpr std::size_t EVERY = 7;
     const table known = read_table(KNOWN_FAULTS);
     std::size_t compared = 0;
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("known_fault.log");
     for (std::size_t i = 0; i < known.faults.size(); i += EVERY) {
         const known_fault &fault = known.faults[i];
         std::vector<std::string> cases;
@@ -56,7 +59,6 @@ TEST(known_faults, show_what_the_table_says)
             if (is_quick(name, ways) && cases.size() < 10) cases.push_back(name);
         }
         if (cases.empty()) continue;
-        const std::string path = testing::TempDir() + "known_fault.log";
         std::ofstream(path) << support::run_tavor(cases,
                                                   {.environment = {"KEL_REFERENCE_FAULTS=" +
                                                                    on_every_call(fault.name)}})

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace {
@@ -75,7 +76,8 @@ std::vector<std::string> lines_without_time(const std::string &path)
 
 TEST(explore, makes_the_same_again)
 {
-    const std::string path = testing::TempDir() + "explore_again_";
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("again");
     for (const char *number : {"1", "2"}) {
         const auto run = explore({"--sequences", "1500", "--seed", "3", "--json", path + number},
                                  {"KEL_REFERENCE_FAULTS=free_packet#1+:wrong_error"});
@@ -90,13 +92,12 @@ TEST(explore, makes_the_same_again)
     }
     const auto summary = nlohmann::json::parse(lines.back());
     EXPECT_EQ(summary["sequences"], 1500);
-    for (const char *number : {"1", "2"}) std::filesystem::remove(path + number);
 }
 
 TEST(explore, keeps_findings_and_makes_them_first)
 {
-    const std::string folder = testing::TempDir() + "explore_kept";
-    std::filesystem::remove_all(folder);
+    const support::scratch_folder scratch;
+    const std::string folder = scratch.path();
     const std::vector<std::string> fault = {"KEL_REFERENCE_FAULTS=free_packet#1+:wrong_error"};
     const auto first = explore(
         {"--sequences", "1500", "--resume", folder + "/corpus", "-o", folder + "/found"}, fault);
@@ -104,7 +105,6 @@ TEST(explore, keeps_findings_and_makes_them_first)
     EXPECT_FALSE(std::filesystem::is_empty(folder + "/found"));
     const auto again = explore({"--sequences", "1", "--resume", folder + "/corpus"}, fault);
     EXPECT_TRUE(again.exited_with(1)) << again.output << again.errors;
-    std::filesystem::remove_all(folder);
 }
 
 TEST(explore, refuses_what_is_no_library)

@@ -4,12 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace {
@@ -38,7 +38,8 @@ TEST(threads, of_a_right_library_find_nothing_whatever_it_chose)
 
 TEST(threads, find_what_goes_wrong_when_calls_overlap)
 {
-    const auto file = std::filesystem::path(testing::TempDir()) / "threads.jsonl";
+    const support::scratch_folder scratch;
+    const std::string file = scratch.file("threads.jsonl");
     const auto run =
         explore(RACY_LIBRARY, {"--sequences", "30", "--json", file},
                 {"RACY_FAULT=loses", std::string("RACY_LIBRARY=") + KEL_REFERENCE_LIBRARY});
@@ -52,7 +53,6 @@ TEST(threads, find_what_goes_wrong_when_calls_overlap)
     for (const char *each : {"operation", "n", "expected", "got", "clause", "calls", "sequence"}) {
         EXPECT_TRUE(first.contains(each)) << each;
     }
-    std::filesystem::remove(file);
 }
 
 TEST(threads, refuse_what_they_cannot_do)

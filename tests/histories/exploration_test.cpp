@@ -6,12 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tools/common/usage_error.h"
 #include "tools/histories/exploration.h"
 #include "tools/sequence/parser.h"
@@ -100,8 +100,8 @@ protected:
     {
         const setting fault("RACY_FAULT", GetParam().fault);
         const setting library("RACY_LIBRARY", KEL_REFERENCE_LIBRARY);
-        const auto file = std::filesystem::path(testing::TempDir()) /
-                          (std::string("racy-") + GetParam().fault + ".jsonl");
+        const support::scratch_folder scratch;
+        const std::string file = scratch.file("racy.jsonl");
         settings asked = usual(GetParam().histories);
         asked.library = RACY_LIBRARY;
         asked.json = file;
@@ -113,7 +113,6 @@ protected:
         for (std::string line; std::getline(in, line);) {
             lines.push_back(nlohmann::json::parse(line));
         }
-        std::filesystem::remove(file);
         return lines;
     }
 

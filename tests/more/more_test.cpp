@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 #include "tools/campaign/experiment.h"
 #include "tools/common/registry.h"
@@ -123,14 +124,6 @@ TEST(more, accepts_every_legal_library)
 // With its state in a folder of its own.
 class companion : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string wanted = testing::TempDir() + "tavor-more-XXXXXX";
-        ASSERT_NE(mkdtemp(wanted.data()), nullptr);
-        folder = wanted;
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
     tools::process_result tavor_run(std::vector<std::string> arguments,
                                     std::vector<std::string> environment = {}) const
     {
@@ -141,7 +134,8 @@ protected:
             {.arguments = arguments, .environment = environment, .timeout = 60s});
     }
 
-    std::filesystem::path folder;
+    const support::scratch_folder scratch;
+    const std::filesystem::path folder = scratch.path();
 };
 
 TEST_F(companion, runs_all_cases)

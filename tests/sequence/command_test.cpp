@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/sequence/recording.h"
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace {
@@ -29,13 +30,12 @@ class kel_sequence_command : public testing::Test {
 protected:
     kel_sequence_command()
     {
-        const auto *test = testing::UnitTest::GetInstance()->current_test_info();
-        path = testing::TempDir() + test->name() + ".seq";
         text = support::recorded_text("kel_packet_trim_head");
         std::ofstream(path) << text;
     }
 
-    std::string path;
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("recorded.seq");
     std::string text;
 };
 

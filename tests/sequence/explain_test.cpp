@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/sequence/recording.h"
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 #include "tools/common/registry.h"
 #include "tools/explain/checks.h"
@@ -75,7 +76,8 @@ TEST(explain, says_when_no_call_differs)
 
 TEST(explain, reads_what_came_back_from_a_device)
 {
-    const std::string path = testing::TempDir() + "device.seq";
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("device.seq");
     std::ofstream(path) << support::recorded_text("kel_packet_trim_head", KEEPS_OFFSETS);
     const auto said = tavor_run({"explain", "kel_packet_trim_head", "--recording", path});
     EXPECT_TRUE(said.exited_with(1));
@@ -98,7 +100,8 @@ TEST(run, names_the_call_after_a_fail)
 
 TEST(reproduce, writes_the_program)
 {
-    const std::string path = testing::TempDir() + "reproduced.c";
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("reproduced.c");
     const auto said = tavor_run({"reproduce", "kel_packet_trim_head", "-o", path}, KEEPS_OFFSETS);
     EXPECT_TRUE(said.exited_with(1)) << said.errors;
     EXPECT_THAT(said.output, HasSubstr("5 calls\noffset: expected 0, got 64\n"));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/sequence/recording.h"
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace {
@@ -40,17 +41,15 @@ class exported_case : public testing::TestWithParam<recorded_case> {
 protected:
     exported_case()
     {
-        const fs::path base = fs::path(testing::TempDir()) / ("exported_" + name());
-        sequence = base.string() + ".seq";
-        source = base.string() + ".cpp";
         std::ofstream(sequence) << support::recorded_text(
             GetParam().name, {std::string("KEL_REFERENCE_FAULTS=") + GetParam().faults});
     }
 
     static std::string name() { return GetParam().name; }
 
-    std::string sequence;
-    std::string source;
+    const support::scratch_folder scratch;
+    const std::string sequence = scratch.file("exported.seq");
+    const std::string source = scratch.file("exported.cpp");
 };
 
 TEST_P(exported_case, compiles_within_tavor_and_checks_what_the_contract_asks)
@@ -79,15 +78,14 @@ INSTANTIATE_TEST_SUITE_P(
 class export_command : public testing::Test {
 protected:
     export_command()
-        : path(testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name() +
-               ".seq")
     {
         std::ofstream(path) << "sequence version=1 library=\"x\" program=\"y\"\n"
                                "client1 = register_client(\"c\", ALWAYS, 8)\n"
                                "@2 deregister_client(client1)\n";
     }
 
-    std::string path;
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("exported.seq");
 };
 
 TEST_F(export_command, knows_the_suites_of_tavor_more)

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/sequence/recording.h"
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 #include "tools/sequence/parser.h"
 #include "tools/sequence/printer.h"
@@ -66,7 +67,8 @@ TEST(record, has_both_ends_of_a_call_that_waits)
 // The shim kills nothing itself: a fault that never ends stands for a library that hangs.
 TEST(record, ends_with_the_call_that_did_not_return)
 {
-    const std::string path = testing::TempDir() + "unreturned.seq";
+    const support::scratch_folder scratch;
+    const std::string path = scratch.file("unreturned.seq");
     tools::process_options process;
     process.arguments = {TAVOR_BINARY, "-t", "kel_packet_append"};
     process.environment = {"KELTRACE_RECORD=" + path, "LD_PRELOAD=" KELTRACE_LIBRARY,

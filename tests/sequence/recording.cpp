@@ -2,13 +2,12 @@
 #include "tests/sequence/recording.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
 #include "tools/common/registry.h"
 #include "tools/sequence/parser.h"
@@ -18,8 +17,8 @@ namespace support {
 std::string recorded_text(const std::string &case_name, const std::vector<std::string> &environment)
 {
     EXPECT_GE(tools::case_number(case_name), 0) << case_name;
-    const std::string path =
-        testing::TempDir() + case_name + "." + std::to_string(getpid()) + ".seq";
+    const scratch_folder scratch;
+    const std::string path = scratch.file("recorded.seq");
     tools::process_options process;
     process.arguments = {TAVOR_BINARY, "-t", case_name};
     process.environment = environment;
@@ -29,9 +28,7 @@ std::string recorded_text(const std::string &case_name, const std::vector<std::s
     process.timeout_signal = SIGTERM;
     tools::run_process(process);
     std::ifstream file(path);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    std::filesystem::remove(path);
-    return text;
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 sequence::call_sequence recorded(const std::string &case_name,

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/sequence/recording.h"
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 #include "tools/sequence/dependencies.h"
 #include "tools/sequence/export_c.h"
@@ -93,7 +94,8 @@ tools::process_result run(const std::vector<std::string> &words,
 TEST_P(reduced_case, becomes_a_program_with_the_same_verdict)
 {
     ASSERT_TRUE(smallest);
-    const fs::path source = fs::path(testing::TempDir()) / (std::string(GetParam().fault) + ".c");
+    const support::scratch_folder scratch;
+    const fs::path source = scratch.file("reduced.c");
     const std::string folder = fs::path(KEL_REFERENCE_LIBRARY).parent_path();
     const std::string program = fs::path(source).replace_extension();
     std::ofstream(source) << to_c(smallest->made);
