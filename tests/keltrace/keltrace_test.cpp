@@ -16,11 +16,14 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace {
 
 using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
 using words = std::vector<std::string>;
 
 tools::process_result run(const words &calls, const words &environment)
@@ -45,11 +48,11 @@ std::string output(const words &calls, const std::string &faults,
 
 class keltrace : public testing::Test {
 protected:
-    // A file of this test's own.
+    // A file of this process's own.
     static std::string path(const std::string &what)
     {
-        const auto *test = testing::UnitTest::GetInstance()->current_test_info();
-        return testing::TempDir() + "keltrace_" + test->name() + "." + what;
+        static const support::scratch_folder scratch;
+        return scratch.file(what);
     }
 
     static std::string content(const std::string &path)
@@ -81,6 +84,13 @@ protected:
             if (line.starts_with("census ") || line.starts_with("swept ")) kept += line + "\n";
         }
         return kept;
+    }
+
+    // What the shim says of objects that are left or swept.
+    static std::string left(const words &calls, const std::string &faults = "")
+    {
+        run(calls, {"KELTRACE_FAULTS=" + faults, "KELTRACE_LEFT=" + path("left"), "STUB="});
+        return content(path("left"));
     }
 
     // The trace in the order of the calls: lines stand in the order in which calls returned.
@@ -428,6 +438,23 @@ TEST_F(keltrace, census_counts_what_the_system_gives)
     EXPECT_EQ(census({"malloc_kept", "malloc", "pthread_create", "open", "open64"}),
               "census packet 1 0 1\ncensus memory 2 1 1\ncensus thread 1 1 0\n"
               "census descriptor 2 1 1\n");
+}
+
+TEST_F(keltrace, names_the_calls_of_what_is_left_and_swept)
+{
+    EXPECT_EQ(left({"get_packet", "get_buffer", "free_bufchain"},
+                   "get_packet#1:result=0x101 get_buffer#1:result=0x101"),
+              "keltrace: left packet 0x101 by 1 t1 kel_get_packet(client=0x101, group=0x102, "
+              "size=259, contiguous=1, error=&)\n");
+    EXPECT_THAT(left({"register_client", "register_tag", "deregister_client"},
+                     "register_client#1:arg1=257"),
+                MatchesRegex("keltrace: swept tag 0x[0-9a-f]+ by 2 t1 kel_register_tag\\(.*\\)\n"));
+    // Under the name that a chain has in the end, by the call that it is of.
+    EXPECT_THAT(left({"get_buffer", "buf_trim_head"},
+                     "get_buffer#1:result=0x200 buf_trim_head#1:arg1=0x102"),
+                StartsWith("keltrace: left buffer 0x102 by 1 t1 kel_get_buffer("));
+    EXPECT_EQ(left({"malloc_kept", "open"}), "")
+        << "the system's own objects are not the library's";
 }
 
 TEST_F(keltrace, traces_each_call_with_what_it_stored)

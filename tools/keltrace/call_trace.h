@@ -48,6 +48,9 @@ public:
         trace::returned(line_);
     }
 
+    // Before `after` the call as it was made.
+    const char *text() const { return line_.text(); }
+
 private:
     static constexpr auto indices() { return std::make_index_sequence<info(Id).argument_count>(); }
 

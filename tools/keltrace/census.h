@@ -7,6 +7,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "kelapi/types.h"
 
@@ -49,8 +50,12 @@ struct count {
 
 void start();
 bool wanted();
+// From now on the calls that obtain are kept, to be written there at the end.
+void keep_calls(int descriptor);
+bool calls_wanted();
 
-void obtain(const key &which, kel_client owner);
+// `call` is its line in a trace; looked at only where calls are kept.
+void obtain(const key &which, kel_client owner, std::string_view call = {});
 void release(const key &which);
 // Everything of that kind and scope, e.g. the TLVs of a packet.
 void release_scope(census::kind kind, std::uint64_t scope);
@@ -64,6 +69,8 @@ kel_client owner_of(const key &which);
 const char *name(census::kind kind);
 // Safe in a signal handler.
 count counted(census::kind kind);
+// The library's objects that are left or were swept, each with its call. Not for signal handlers.
+void write_left();
 
 } // namespace census
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -65,12 +66,13 @@ public:
         }
     }
 
-    // After a call that succeeded.
-    template <typename Result> void after(Result result) const
+    // After a call that succeeded; `call` is its line in a trace.
+    template <typename Result> void after(Result result, std::string_view call)
     {
+        call_ = call;
         constexpr auto returned = info(info(Id).result);
         if constexpr (returned.effect == effect::obtains) {
-            census::obtain({census_kind(returned.object), 0, result, 0}, owner());
+            census::obtain({census_kind(returned.object), 0, result, 0}, owner(), call_);
         }
         each(std::make_index_sequence<info(Id).argument_count>());
     }
@@ -135,10 +137,10 @@ private:
         } else if constexpr (about.object == object::packet) {
             give_packet(value);
         } else if constexpr (Kind == argument_kind::new_client) {
-            census::obtain({kind, 0, *value, 0}, *value);
+            census::obtain({kind, 0, *value, 0}, *value, call_);
         } else if constexpr (std::is_pointer_v<Value>) {
             census::obtain({kind, about.object == object::bufgroup ? scope() : 0, *value, 0},
-                           owner());
+                           owner(), call_);
         } else {
             number<about.effect>({kind, scope_of<about.object>(), value, 0});
         }
@@ -153,7 +155,7 @@ private:
     template <effect Does> void number(const census::key &which) const
     {
         if constexpr (Does == effect::obtains) {
-            census::obtain(which, owner());
+            census::obtain(which, owner(), call_);
         } else {
             census::release(which);
         }
@@ -183,7 +185,7 @@ private:
         const auto client = static_cast<kel_client>(scope());
         if (event.type == KEL_EVENT_NONE) return;
         if constexpr (Does == effect::obtains) {
-            census::obtain(event_key(client, event), client);
+            census::obtain(event_key(client, event), client, call_);
         } else if (event.type == KEL_EVENT_ALL) {
             census::release_scope(census::kind::event, client);
         } else {
@@ -203,11 +205,11 @@ private:
         census::sweep(client);
     }
 
-    static void obtain_packets(const kel_packet_list &list)
+    void obtain_packets(const kel_packet_list &list) const
     {
         for (std::size_t i = 0; i < std::min<std::size_t>(list.count, KEL_LIST_MAX); ++i) {
             if (list.results[i].packet != 0) {
-                census::obtain(packet_key(list.results[i].packet), list.requests[i].client);
+                census::obtain(packet_key(list.results[i].packet), list.requests[i].client, call_);
             }
         }
     }
@@ -215,11 +217,12 @@ private:
     void obtain_buffers(const kel_buffer_list &list) const
     {
         for (std::size_t i = 0; i < std::min<std::size_t>(list.allocated, KEL_LIST_MAX); ++i) {
-            if (list.buffers[i] != 0) census::obtain(buffer_key(list.buffers[i]), owner());
+            if (list.buffers[i] != 0) census::obtain(buffer_key(list.buffers[i]), owner(), call_);
         }
     }
 
     const Arguments &arguments_;
+    std::string_view call_{};
     kel_buffer old_head_ = 0;
 };
 

@@ -74,7 +74,7 @@ auto observed_call(Result (*function)(Arguments...), std::uint64_t number, Argum
     std::optional<census_rules<Id, tuple>> account;
     std::optional<record::call> recorded;
 
-    if (trace::wanted()) line.emplace(seen).before();
+    if (trace::wanted() || census::calls_wanted()) line.emplace(seen).before();
     if (census::wanted()) account.emplace(seen).before();
     if (record::wanted()) recorded.emplace(static_cast<sequence::operation>(Id), record::raw(seen));
     faults.before();
@@ -82,7 +82,7 @@ auto observed_call(Result (*function)(Arguments...), std::uint64_t number, Argum
     faults.after();
 
     const bool succeeded = has_succeeded<Id>(faults.result);
-    if (account && succeeded) account->after(faults.result);
+    if (account && succeeded) account->after(faults.result, line ? line->text() : "");
     if (recorded) recorded->returned(widened(faults.result));
     if (line) line->after(number, faults.result, succeeded);
     yield_if_refused_again(Id, succeeded);

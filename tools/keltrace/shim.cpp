@@ -47,6 +47,15 @@ const char *setting(const char *variable)
     return value != nullptr && *value != 0 ? value : nullptr;
 }
 
+// What goes there is appended; "-" or "2" is standard error.
+int file_of(const char *variable, const char *path)
+{
+    if (strcmp(path, "-") == 0 || strcmp(path, "2") == 0) return STDERR_FILENO;
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+    if (file < 0) refuse(variable, std::string(path) + ": " + strerror(errno));
+    return file;
+}
+
 void write_all_of_it()
 {
     if (getpid() != self) return;
@@ -123,12 +132,7 @@ void read_ring()
         }
         count = static_cast<std::size_t>(parsed->magnitude);
     }
-    int file = STDERR_FILENO;
-    if (path != nullptr) {
-        file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-        if (file < 0) refuse("KELTRACE_RING_FILE", std::string(path) + ": " + strerror(errno));
-    }
-    trace::keep_ring(count, file);
+    trace::keep_ring(count, file_of("KELTRACE_RING_FILE", path == nullptr ? "2" : path));
 }
 
 [[gnu::constructor]] void set_up()
@@ -139,7 +143,10 @@ void read_ring()
     read_faults();
     read_ring();
     if (const char *path = setting("KELTRACE_TRACE")) {
-        if (auto wrong = trace::open_file(path); !wrong.empty()) refuse("KELTRACE_TRACE", wrong);
+        trace::write_to(file_of("KELTRACE_TRACE", path));
+    }
+    if (const char *path = setting("KELTRACE_LEFT")) {
+        census::keep_calls(file_of("KELTRACE_LEFT", path));
     }
     const char *path = setting("KELTRACE_REPORT");
     if (path != nullptr) {
@@ -158,6 +165,7 @@ void read_ring()
 [[gnu::destructor]] void finish()
 {
     write_all_of_it();
+    if (getpid() == self) census::write_left();
 }
 
 } // namespace

@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <memory>
 #include <mutex>
 #include <unistd.h>
@@ -131,15 +129,9 @@ void restore(const trace_line &line)
 
 } // namespace
 
-std::string open_file(const char *path)
+void write_to(int descriptor)
 {
-    if (strcmp(path, "-") == 0 || strcmp(path, "2") == 0) {
-        file = STDERR_FILENO;
-        return {};
-    }
-    file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-    if (file >= 0) return {};
-    return std::string(path) + ": " + strerror(errno);
+    file = descriptor;
 }
 
 void keep_ring(std::size_t calls, int descriptor)

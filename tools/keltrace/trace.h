@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 #include "tools/keltrace/operations.h"
 
@@ -46,8 +45,8 @@ private:
 
 namespace trace {
 
-// Where lines go. Returns what is wrong, or an empty text.
-std::string open_file(const char *path);
+// Where lines go, as the calls return.
+void write_to(int descriptor);
 void keep_ring(std::size_t calls, int descriptor);
 
 bool wanted();
