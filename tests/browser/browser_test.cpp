@@ -34,7 +34,6 @@ class pages : public run_test {
 protected:
     void SetUp() override
     {
-        run_test::SetUp();
         for (const std::string name : {"chromium", "chromium-browser", "google-chrome"}) {
             if (tools::run_process({.arguments = {name, "--version"}}).exited_with(0)) {
                 browser = name;

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -14,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/scratch.h"
 #include "tools/common/process.h"
 
 namespace fs = std::filesystem;
@@ -35,6 +35,12 @@ inline std::vector<std::string> lines_of(const std::string &text)
     return lines;
 }
 
+// The line of a source that a report names, "file:line".
+inline std::string line_at(const std::string &file, int line)
+{
+    return lines_of(content_of(TAVOR_SOURCE_DIR "/" + file)).at(static_cast<std::size_t>(line - 1));
+}
+
 inline int count_of(const std::string &text, const std::string &part)
 {
     int count = 0;
@@ -46,14 +52,6 @@ inline int count_of(const std::string &text, const std::string &part)
 
 class run_test : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        std::string name = fs::temp_directory_path() / "tavor-run-test-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder = name;
-    }
-    void TearDown() override { fs::remove_all(folder); }
-
     std::string file(const std::string &name) const { return folder / name; }
 
     tools::process_options process(std::vector<std::string> arguments) const
@@ -62,7 +60,7 @@ protected:
         options.arguments = std::move(arguments);
         options.arguments.insert(options.arguments.begin(), TAVOR_RUN);
         options.environment = {"XDG_STATE_HOME=" + folder.string(), "FAKE_TAVOR=" + script,
-                               "LC_ALL=C"};
+                               "LC_ALL=C", "GITHUB_STEP_SUMMARY=" + summary};
         return options;
     }
 
@@ -102,6 +100,8 @@ protected:
         return "none";
     }
 
-    fs::path folder;
+    const support::scratch_folder scratch;
+    const fs::path folder = scratch.path();
     std::string script;
+    std::string summary; // of a step of GitHub, when there is one
 };

@@ -7,7 +7,7 @@
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
 #include "tools/tavor-run/formats/facts.h"
-#include "tools/tavor-run/formats/writer.h"
+#include "tools/tavor-run/formats/github.h"
 
 namespace tavor_run {
 
@@ -81,18 +81,7 @@ public:
     void end(const run_record &record) override
     {
         const std::vector<case_history> cases = by_case(record.results);
-        std::vector<const case_history *> bad;
-        std::vector<const case_history *> fixed;
-        for (const case_history &each : cases) {
-            const case_result &what = each.worst();
-            if (what.against_baseline == standing::fixed) fixed.push_back(&each);
-            if (!is_good(what.state) && what.state != verdict::not_run && !is_excused(what)) {
-                bad.push_back(&each);
-            }
-        }
-        std::stable_sort(bad.begin(), bad.end(), [](const auto *one, const auto *other) {
-            return rank_of(one->worst()) < rank_of(other->worst());
-        });
+        auto [bad, fixed] = told_cases_of(cases);
         const auto shown = std::min(bad.size(), MOST_ERRORS);
         std::string text;
         for (std::size_t i = 0; i < shown; i++) {
@@ -121,6 +110,22 @@ private:
 };
 
 } // namespace
+
+told_cases told_cases_of(const std::vector<case_history> &cases)
+{
+    told_cases told;
+    for (const case_history &each : cases) {
+        const case_result &what = each.worst();
+        if (what.against_baseline == standing::fixed) told.fixed.push_back(&each);
+        if (!is_good(what.state) && what.state != verdict::not_run && !is_excused(what)) {
+            told.bad.push_back(&each);
+        }
+    }
+    std::stable_sort(told.bad.begin(), told.bad.end(), [](const auto *one, const auto *other) {
+        return rank_of(one->worst()) < rank_of(other->worst());
+    });
+    return told;
+}
 
 std::unique_ptr<writer> make_github_writer(const std::string &path)
 {

@@ -9,6 +9,7 @@
 
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/formats/format_table.h"
+#include "tools/tavor-run/formats/github.h"
 #include "tools/tavor-run/run/selection.h"
 
 namespace tavor_run {
@@ -89,8 +90,13 @@ void add_writers(reporter &report, const output_arguments &given)
     if (on_terminal == 0) {
         report.add(make_writer("text:-", given));
     }
+    bool is_for_github = false;
     for (const std::string &output : given.outputs) {
         report.add(make_writer(output, given));
+        is_for_github |= parse_target(output).format == "github";
+    }
+    if (is_for_github && !step_summary_path().empty()) {
+        report.add(make_github_summary(step_summary_path()));
     }
 }
 
