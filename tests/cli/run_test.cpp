@@ -12,6 +12,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
@@ -543,6 +544,49 @@ TEST_F(real_tavor, the_last_calls_of_a_failed_case_are_shown)
     EXPECT_THAT(done.output, HasSubstr(" = EINVAL"));
     options.arguments.emplace_back("--isolate");
     EXPECT_THAT(tools::run_process(options).output, HasSubstr("last library calls (this run):\n"));
+}
+
+// The case leaves its packet to its client's deregistration.
+TEST_F(real_tavor, the_objects_that_a_case_does_not_release_are_named)
+{
+    const std::string name = "kel_bufgroup_get_bufcount_add_trim";
+    const auto done = tavor_run({"--tavor",
+                                 TAVOR_BINARY,
+                                 "--shim",
+                                 KELTRACE_LIBRARY,
+                                 "--census",
+                                 "--trace",
+                                 "0",
+                                 name,
+                                 "kel_tlv_alloc",
+                                 "--out",
+                                 "text",
+                                 "--out",
+                                 "jsonl:" + file("r.jsonl"),
+                                 "--out",
+                                 "junit:" + file("j.xml"),
+                                 "--out",
+                                 "html:" + file("h.html"),
+                                 "--out",
+                                 "tap:" + file("r.tap"),
+                                 "--out",
+                                 "lava:" + file("r.lava")});
+    EXPECT_TRUE(done.exited_with(0)) << done.output << done.errors;
+    EXPECT_THAT(done.output, MatchesRegex("(.|\n)*" + name +
+                                          " does not release:\n"
+                                          "    swept packet 0x[0-9a-f]+ by [0-9]+ t1 "
+                                          "kel_get_packet\\(client=[^\n]*\\)\n(.|\n)*"));
+    EXPECT_THAT(done.output, Not(HasSubstr("kel_tlv_alloc does")));
+    for (const char *const each : {"r.jsonl", "j.xml", "h.html", "r.tap", "r.lava"}) {
+        EXPECT_EQ(count_of(content_of(file(each)), "swept packet 0x"), 1) << each;
+    }
+}
+
+TEST_F(real_tavor, a_census_needs_the_shim)
+{
+    const auto done = tavor_run({"--tavor", TAVOR_BINARY, "--shim", file("none"), "--census"});
+    EXPECT_TRUE(done.exited_with(3));
+    EXPECT_THAT(done.errors, HasSubstr("--shim: "));
 }
 #endif
 

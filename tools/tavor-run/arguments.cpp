@@ -36,6 +36,7 @@ launch_options launch_options_of(const launch_arguments &given)
     options.through = given.through;
     options.library_folder = given.library_folder;
     options.traced_calls = given.traced_calls;
+    options.census = given.census;
     options.tavor = given.tavor;
     options.shim = given.shim;
     const bool here = given.through.empty();
@@ -49,9 +50,12 @@ launch_options launch_options_of(const launch_arguments &given)
     if (here && options.shim.empty()) {
         options.shim = tools::find_shim(tools::found_in_path(options.tavor));
     }
-    if (here && !options.shim.empty() && options.traced_calls > 0) {
+    if (given.census && options.shim.empty()) {
+        throw usage_error("--census: name libkeltrace.so with --shim");
+    }
+    if (here && !options.shim.empty() && (options.traced_calls > 0 || given.census)) {
         const std::string why = tools::why_not_preloaded(options.shim);
-        if (!why.empty() && !given.shim.empty()) {
+        if (!why.empty() && (!given.shim.empty() || given.census)) {
             throw usage_error("--shim: " + why);
         }
         if (!why.empty()) {
@@ -71,7 +75,7 @@ run_options run_options_of(const run_arguments &given)
     }
     options.timeout = std::chrono::milliseconds(static_cast<int>(milliseconds));
     options.print_limit = std::size_t{given.launch.print_limit} << 20;
-    options.isolate = given.launch.isolate;
+    options.isolate = given.launch.isolate || given.launch.census;
     options.fail_fast = given.fail_fast;
     options.until_fail = given.until_fail;
     options.repeat = given.repeat.value_or(given.until_fail ? 0 : 1);

@@ -30,6 +30,7 @@ struct launch_arguments {
     double timeout_scale = 1;
     unsigned print_limit = 16; // MiB; 0: no limit
     bool isolate = false;
+    bool census = false;
     bool closed = false;
 };
 

@@ -26,6 +26,9 @@ std::vector<text_section> sections_of(const case_result &what)
     if (!what.backtrace.empty()) {
         sections.push_back({"backtrace (gdb, a second run of this case alone)", what.backtrace});
     }
+    if (!what.left.empty()) {
+        sections.push_back({"not released", what.left});
+    }
     return sections;
 }
 

@@ -16,7 +16,7 @@ explain::place place_of(const case_result &what);
 // "suites/kel_tlv.cpp:120"; empty when it is not known.
 std::string text_of(const explain::place &where);
 
-// What a second look at a case brought, to be shown under titles.
+// What the shim and second looks at a case brought, to be shown under titles.
 struct text_section {
     std::string title{};
     std::vector<std::string> lines{};

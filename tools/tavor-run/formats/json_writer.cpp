@@ -97,6 +97,7 @@ public:
                {"calls", what.calls},
                {"calls_from", what.calls_from},
                {"backtrace", what.backtrace},
+               {"left", what.left},
                {"explanation", what.explanation}});
     }
 

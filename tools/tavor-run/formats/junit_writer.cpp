@@ -64,6 +64,18 @@ struct suite_totals {
     }
 };
 
+std::string sections_text(const case_result &what)
+{
+    std::string text;
+    for (const text_section &section : sections_of(what)) {
+        text += section.title + ":\n";
+        for (const std::string &line : section.lines) {
+            text += line + "\n";
+        }
+    }
+    return text;
+}
+
 std::string body_text(const case_history &each)
 {
     const case_result &what = each.worst();
@@ -74,12 +86,7 @@ std::string body_text(const case_history &each)
     if (each.runs > 1) {
         text += "in " + std::to_string(each.bad) + " of " + std::to_string(each.runs) + " runs\n";
     }
-    for (const text_section &section : sections_of(what)) {
-        text += section.title + ":\n";
-        for (const std::string &line : section.lines) {
-            text += line + "\n";
-        }
-    }
+    text += sections_text(what);
     if (!what.repeat_command.empty()) {
         text += "again: " + what.repeat_command + "\n";
     }
@@ -103,12 +110,14 @@ std::string failed(std::string_view element, const case_history &each)
            escaped(body_text(each)) + "</" + std::string(element) + ">\n";
 }
 
-// What the case printed, and how it compares where its element does not say so.
+// What the case printed, and what its element does not say.
 std::string printed(std::string_view element, const case_result &what)
 {
     std::string text = is_good(what.state) ? "" : what.output;
-    if (!what.difference.empty() && element != FAILURE && element != ERROR) {
-        text = "baseline: " + what.difference + "\n" + text;
+    if (element != FAILURE && element != ERROR) {
+        const std::string baseline =
+            what.difference.empty() ? "" : "baseline: " + what.difference + "\n";
+        text = baseline + text + sections_text(what);
     }
     return text.empty() ? "" : "      <system-out>" + escaped(text) + "</system-out>\n";
 }

@@ -111,7 +111,9 @@ public:
 
     void details(const run_record &, const case_result &what) override
     {
-        std::string text = comment(what.name + ": " + what.message);
+        std::string text =
+            comment(what.name + ": " +
+                    (what.message.empty() ? std::string(name_of(what.state)) : what.message));
         for (const text_section &each : sections_of(what)) {
             text += comment(each.title + ":");
             for (const std::string &line : each.lines) {

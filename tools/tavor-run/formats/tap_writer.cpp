@@ -78,7 +78,10 @@ public:
 
     void details(const run_record &, const case_result &what) override
     {
-        std::string text = "# " + what.name + ": " + printable(what.message) + "\n";
+        std::string text =
+            "# " + what.name + ": " +
+            (what.message.empty() ? std::string(name_of(what.state)) : printable(what.message)) +
+            "\n";
         for (const text_section &each : sections_of(what)) {
             text += "# " + printable(each.title) + ":\n";
             for (const std::string &line : each.lines) {

@@ -113,7 +113,7 @@ public:
                 text += section(each);
             }
         }
-        text += unseen_cases() + durations(record);
+        text += left_objects(record) + unseen_cases() + durations(record);
         const tally counts = count(record.results);
         text += std::to_string(record.results.size()) + " results: " + counts_text(counts) + "\n";
         if (record.has_baseline) {
@@ -123,6 +123,20 @@ public:
     }
 
 private:
+    // Of the cases that have no section.
+    static std::string left_objects(const run_record &record)
+    {
+        std::string text;
+        for (const case_result &each : record.results) {
+            if (each.left.empty() || !(is_good(each.state) || is_excused(each))) continue;
+            text += each.name + " does not release:\n";
+            for (const std::string &object : each.left) {
+                text += "    " + printable(object) + "\n";
+            }
+        }
+        return text;
+    }
+
     // The slowest of a long run only.
     std::string durations(const run_record &record) const
     {

@@ -74,6 +74,7 @@ struct case_result : outcome {
     std::vector<std::string> calls{};     // the last calls of the library
     std::string calls_from{};             // which run made them
     std::vector<std::string> backtrace{}; // of a crash, the innermost frame first
+    std::vector<std::string> left{};      // objects that it did not release, and their calls
     std::string explanation{};            // the call that is to blame, in lines
 
     std::string_view suite() const;

@@ -71,7 +71,10 @@ command launcher::tavor(const std::vector<std::string> &arguments, bool traced) 
     }
     if (traced) {
         what.environment.push_back(list("LD_PRELOAD", options.shim));
-        what.environment.push_back("KELTRACE_RING=" + std::to_string(options.traced_calls));
+        if (options.traced_calls > 0) {
+            what.environment.push_back("KELTRACE_RING=" + std::to_string(options.traced_calls));
+        }
+        if (options.census) what.environment.emplace_back("KELTRACE_LEFT=2");
     }
     what.arguments = {options.tavor};
     what.arguments.insert(what.arguments.end(), arguments.begin(), arguments.end());

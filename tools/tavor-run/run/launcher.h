@@ -18,6 +18,7 @@ struct launch_options {
     std::string library_folder{}; // where libkel.so is looked for first
     std::string shim{};           // libkeltrace.so, empty: none
     unsigned traced_calls = 12;
+    bool census = false; // the shim tells which objects are left
 };
 
 struct command {
@@ -40,7 +41,10 @@ public:
 
     // On this machine, not through a command.
     bool is_here() const { return options.through.empty(); }
-    bool can_trace() const { return !options.shim.empty() && options.traced_calls > 0; }
+    bool can_trace() const
+    {
+        return !options.shim.empty() && (options.traced_calls > 0 || options.census);
+    }
 
     program_identity identify() const;
 

@@ -291,33 +291,35 @@ void runner::explain_odd_end(const attempt &now)
         with_last_error("tavor " + how + " behind " + name_of_row(now.last_row), process));
 }
 
-// Second runs of the cases that failed: the whole message, the calls that led to it.
 void runner::look_closer(const attempt &now)
 {
     std::vector<case_result> &results = report.record().results;
+    const bool is_alone = results.size() == now.first_result + 1;
     for (std::size_t i = now.first_result; options.look_closer && i < results.size(); i++) {
         case_result &what = results[i];
-        const bool wanted = (what.state == verdict::fail && !is_excused(what)) ||
-                            what.state == verdict::crash || what.state == verdict::hang;
-        if (!wanted || tools::asked_to_stop() != tools::stop::no) {
-            continue;
-        }
-        if (looked_at == LOOK_CLOSER_AT) {
-            report.note("further failures are not run a second time for their calls");
-        }
-        if (looked_at++ >= LOOK_CLOSER_AT) {
-            return;
-        }
-        const bool has_message = fetch_message(what);
-        const bool has_calls = fetch_calls(what, now);
-        const bool has_trace = fetch_backtrace(what);
-        if (options.explain && has_calls && explained++ < EXPLAIN_AT) {
-            what.explanation = options.explain(what);
-        }
-        if (has_message || has_calls || has_trace) {
-            report.details(what);
-        }
+        if (now.traced && is_alone) what.left = left_objects(now.process.errors);
+        const bool has_more = look_closer_at(what, now);
+        if (has_more || !what.left.empty()) report.details(what);
     }
+}
+
+// A second run of a case that failed: the whole message, the calls that led to it.
+bool runner::look_closer_at(case_result &what, const attempt &now)
+{
+    const bool wanted = (what.state == verdict::fail && !is_excused(what)) ||
+                        what.state == verdict::crash || what.state == verdict::hang;
+    if (!wanted || tools::asked_to_stop() != tools::stop::no) return false;
+    if (looked_at == LOOK_CLOSER_AT) {
+        report.note("further failures are not run a second time for their calls");
+    }
+    if (looked_at++ >= LOOK_CLOSER_AT) return false;
+    const bool has_message = fetch_message(what);
+    const bool has_calls = fetch_calls(what, now);
+    const bool has_trace = fetch_backtrace(what);
+    if (options.explain && has_calls && explained++ < EXPLAIN_AT) {
+        what.explanation = options.explain(what);
+    }
+    return has_message || has_calls || has_trace;
 }
 
 bool runner::fetch_message(case_result &what)
@@ -391,11 +393,26 @@ std::vector<std::string> traced_calls(const std::string &errors)
         if (line.starts_with("keltrace: the last ")) {
             calls.clear();
             inside = true;
+        } else if (line.starts_with("keltrace: ")) {
+            inside = false;
         } else if (inside) {
             calls.push_back(line);
         }
     }
     return calls;
+}
+
+std::vector<std::string> left_objects(const std::string &errors)
+{
+    constexpr std::string_view SHIM = "keltrace: ";
+    std::vector<std::string> objects;
+    std::istringstream lines(errors);
+    for (std::string line; std::getline(lines, line);) {
+        const bool is_object =
+            line.starts_with("keltrace: left ") || line.starts_with("keltrace: swept ");
+        if (is_object) objects.push_back(line.substr(SHIM.size()));
+    }
+    return objects;
 }
 
 } // namespace tavor_run

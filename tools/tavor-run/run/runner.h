@@ -58,7 +58,9 @@ private:
     case_result open_case_result(const attempt &now, int row) const;
     void add(const attempt &now, case_result what);
     void leave_out(const std::vector<int> &rows, const std::string &reason);
+    // What can be told of its cases once a process has ended.
     void look_closer(const attempt &now);
+    bool look_closer_at(case_result &what, const attempt &now);
     bool fetch_message(case_result &what);
     bool fetch_calls(case_result &what, const attempt &now);
     bool fetch_backtrace(case_result &what);
@@ -77,5 +79,7 @@ private:
 
 // The calls that the shim printed, from a standard error stream.
 std::vector<std::string> traced_calls(const std::string &errors);
+// The objects that it says are left or swept, with their calls.
+std::vector<std::string> left_objects(const std::string &errors);
 
 } // namespace tavor_run
