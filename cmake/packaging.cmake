@@ -55,7 +55,7 @@ file(GLOB catalogued CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/fixtures/*.h"
      "${PROJECT_SOURCE_DIR}/suites/*.h" "${PROJECT_SOURCE_DIR}/suites/*.cpp")
 set(catalogue "${prepared}/cases.md")
 set(catalogue_parts "${packaging}/make_catalogue.awk" "${PROJECT_SOURCE_DIR}/runner/test_list.def"
-    ${catalogued})
+    "${PROJECT_SOURCE_DIR}/kelapi/operations.def" ${catalogued})
 add_custom_command(
   OUTPUT "${catalogue}"
   COMMAND "${AWK}" -v total=0 -f ${catalogue_parts} > "${catalogue}"
@@ -79,18 +79,28 @@ function(install_man component)
 endfunction()
 
 # Completion: all names, so that tavor need not be run to know them.
-tavor_read_cases(cases)
-set(suites ${cases})
-list(TRANSFORM suites REPLACE " .*" "")
-list(REMOVE_DUPLICATES suites)
-list(TRANSFORM cases REPLACE ".* " "")
-list(JOIN suites " " TAVOR_SUITES)
-list(JOIN cases " " TAVOR_CASES)
+function(read_names list prefix)
+  set(TAVOR_TEST_LIST "${PROJECT_SOURCE_DIR}/${list}")
+  tavor_read_cases(cases)
+  set(suites ${cases})
+  list(TRANSFORM suites REPLACE " .*" "")
+  list(REMOVE_DUPLICATES suites)
+  list(TRANSFORM cases REPLACE ".* " "")
+  list(JOIN suites " " suites)
+  list(JOIN cases " " cases)
+  set(${prefix}_SUITES "${suites}" PARENT_SCOPE)
+  set(${prefix}_CASES "${cases}" PARENT_SCOPE)
+endfunction()
+read_names(runner/test_list.def TAVOR)
+read_names(more/test_list.def TAVOR_MORE)
+file(READ "${packaging}/completions/options.awk" TAVOR_OPTIONS_AWK)
 configure_file("${packaging}/completions/tavor.bash.in" "${prepared}/completions/tavor" @ONLY)
-configure_file("${packaging}/completions/_tavor.in" "${prepared}/completions/_tavor" @ONLY)
-configure_file("${packaging}/completions/tavor-run.bash.in" "${prepared}/completions/tavor-run"
-               @ONLY)
-configure_file("${packaging}/completions/_tavor-run.in" "${prepared}/completions/_tavor-run" @ONLY)
+configure_file("${packaging}/completions/tools.bash.in" "${prepared}/completions/tavor-run" @ONLY)
+foreach(name IN ITEMS _tavor _tavor-settings _tavor-tools)
+  configure_file("${packaging}/completions/${name}.in" "${prepared}/completions/${name}" @ONLY)
+endforeach()
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+                                       "${packaging}/completions/options.awk")
 set(bash_completions "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 # Debian's zsh looks for what packages bring elsewhere than others do.
 set(zsh_completions "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
@@ -101,6 +111,8 @@ endif()
 # tavor
 install_man(tavor tavor.1 tavor-more.1)
 install(FILES "${prepared}/completions/tavor" DESTINATION "${bash_completions}" COMPONENT tavor)
+install(FILES "${prepared}/completions/tavor" DESTINATION "${bash_completions}" RENAME tavor-more
+        COMPONENT tavor)
 install(FILES "${prepared}/completions/_tavor" DESTINATION "${zsh_completions}" COMPONENT tavor)
 
 # tools
@@ -123,11 +135,14 @@ if(TARGET kel-explore)
 endif()
 if(TARGET tavor-run)
   install_man(tools tavor-run.1)
-  install(FILES "${prepared}/completions/tavor-run" DESTINATION "${bash_completions}"
-          COMPONENT tools)
-  install(FILES "${prepared}/completions/_tavor-run" DESTINATION "${zsh_completions}"
-          COMPONENT tools)
 endif()
+# One file for all of them; bash looks for one under the name of the program.
+foreach(tool IN ITEMS tavor-run kel-campaign kel-campaign-spread kel-explore kel-sequence)
+  install(FILES "${prepared}/completions/tavor-run" DESTINATION "${bash_completions}"
+          RENAME ${tool} COMPONENT tools)
+endforeach()
+install(FILES "${prepared}/completions/_tavor-tools" "${prepared}/completions/_tavor-settings"
+        DESTINATION "${zsh_completions}" COMPONENT tools)
 
 # reference
 if(NOT KEL_LIBRARY)

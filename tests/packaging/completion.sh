@@ -2,22 +2,24 @@
 # SPDX-License-Identifier: MIT
 #
 # What shells offer, and what the page explains, is what the programs know:
-# completion.sh <folder of completions> <tavor> <tavor-run> <tavor-run's page>
+# completion.sh <folder of completions> <tavor> <tavor-more> <tavor-run> <tavor-run's page>
 set -eu
 # shellcheck source=/dev/null
 . "$1/tavor"
 # shellcheck source=/dev/null
 . "$1/tavor-run"
+completions=$(realpath "$1")
 tavor=$2
-tavor_run=$3
-page=$4
-zsh=$1/_tavor-run
+tavor_more=$3
+tavor_run=$(realpath "$4")
+page=$(realpath "$5")
 completer=_tavor
+program=tavor
 failures=0
 
 # offered <word...>: the completions of the last word, which may be empty, in lines.
 offered() {
-    COMP_WORDS=("${completer#_}" "$@")
+    COMP_WORDS=("$program" "$@")
     COMP_CWORD=$#
     COMPREPLY=()
     "$completer"
@@ -52,48 +54,97 @@ expect 'nothing that is no name' '' "$(offered nothing)"
 cases=$(for suite in $suites; do offered "${suite}_"; done | sort -u | grep -vxF "$suites")
 expect 'all cases' "$(sort <<<"$guide" | md5sum)" "$(md5sum <<<"$cases")"
 
-# options_of <command>: as its help has them, in lines.
-options_of() {
-    "$tavor_run" "$1" --help | grep -oE '^ +(-.,)?--[^ ]*' | grep -oE -- '--[a-z-]+' |
-        grep -vx -- --help | sort
-}
+program="tavor-more"
+expect 'cases of tavor-more' "$("$tavor_more" -g | sed -n 's/^\(kel_more_packet[^ ]*\) .*/\1/p' | sort)" \
+    "$(offered kel_more_packet | grep -vx kel_more_packet | sort)"
+
+completer=_tavor_tools
+program=$tavor_run
+
 # formats_of <command> <argument...>: as the error of a wrong one has them, in lines.
 formats_of() {
     "$tavor_run" "$@" --out nonsense 2>&1 | sed -n 's/.*no such format: nonsense (\(.*\))/\1/p' |
         sed 's/, /\n/g' | sort
 }
 
-completer=_tavor_run
-for command in run list report compare bisect history explain reproduce diagnose; do
-    expect "options of $command" \
-        "$(options_of "$command")" "$(offered "$command" -- | sort)"
-    for option in $(options_of "$command"); do
-        grep -qE -- "$option\\b" "$zsh" || expect "$option for zsh" there missing
-        grep -qE -- "(^|, |\[)\`?$option\\b" "$page" || expect "$option on the page" there missing
-    done
-done
-expect 'options without a command' "$(offered run -- | sort)" "$(offered -- | sort)"
 expect commands 'report reproduce' "$(offered rep | sort | paste -sd ' ')"
-expect 'suites behind a command' 'kel_reg_client kel_reg_tag' "$(offered run kel_reg_ | paste -sd ' ')"
+expect 'options of list' '--failed --help --last --shard --shuffle --suites --tavor' \
+    "$(offered list -- | sort -u | paste -sd ' ')"
+expect 'options without a command' "$(offered run -- | sort)" "$(offered -- | sort)"
+expect 'an option of several names' '--out --output' "$(offered --out | sort | paste -sd ' ')"
+expect 'suites after a command' 'kel_reg_client kel_reg_tag' "$(offered run kel_reg_ | paste -sd ' ')"
 expect 'a case' 'kel_packet_append_null_pkt' "$(offered --isolate kel_packet_append_null_p)"
-formats=$(formats_of report /dev/null)
-expect 'a format' text "$(grep -x text <<<"$formats")"
-expect formats "$formats" "$(offered --out '' | tr -d : | sort)"
-expect 'formats for zsh' "$formats" \
-    "$(sed -n 's/^formats=(\(.*\))/\1/p' "$zsh" | tr -d : | tr ' ' '\n' | sort)"
-# shellcheck disable=SC2016
-expect 'formats on the page' "$formats" \
-    "$(sed -n '/^| Format | What/,/^$/s/^| `\([a-z0-9]*\)`.*/\1/p' "$page" | sort)"
-empty=$(mktemp)
-"$tavor_run" report /dev/null --out "jsonl:$empty" >/dev/null || :
-for command in compare history; do
-    formats=$(formats_of "$command" "$empty" "$empty")
+expect 'no command after an option' '' "$(offered --isolate repo)"
+expect 'a case of an option' 'kel_packet_append_null_pkt' \
+    "$(offered run --bisect kel_packet_append_null_p)"
+expect 'a case after =' 'kel_packet_append_null_pkt' \
+    "$(offered run --gdb = kel_packet_append_null_p)"
+expect 'when' 'auto always never' "$(offered --color '' | paste -sd ' ')"
+expect 'cases for bisect' "$(sort <<<"$guide" | md5sum)" "$(offered bisect '' | sort | md5sum)"
+expect 'nothing of a number' '' "$(offered --trace '')"
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch"
+mkdir folder
+touch file.jsonl
+"$tavor_run" report /dev/null --out jsonl:empty >/dev/null || :
+expect 'files of report' 'empty file.jsonl folder' "$(offered report '' | sort | paste -sd ' ')"
+expect 'and then names' "$suites" "$(offered report file.jsonl '')"
+expect 'files of compare' 'file.jsonl' "$(offered compare empty fil)"
+expect 'a file of an option' 'file.jsonl' "$(offered --baseline fil)"
+expect 'a folder of an option' 'folder' "$(offered --lib '')"
+expect 'a file of a format' 'file.jsonl' "$(offered --out html : fil)"
+for command in report compare history; do
+    logs=(empty empty)
+    [[ $command == report ]] && logs=(/dev/null)
+    formats=$(formats_of "$command" "${logs[@]}")
     expect "a format of $command" text "$(grep -x text <<<"$formats")"
     expect "formats of $command" "$formats" "$(offered "$command" a --out '' | tr -d : | sort)"
-    expect "formats of $command for zsh" "$formats" \
-        "$(sed -n "/^$command)/,/;;/s/.*formats=(\\(.*\\))/\\1/p" "$zsh" | tr -d : |
-            tr ' ' '\n' | sort)"
 done
-rm -f "$empty"
-expect 'cases for bisect' "$(sort <<<"$guide" | md5sum)" "$(offered bisect '' | sort | md5sum)"
+# shellcheck disable=SC2016
+expect 'formats on the page' "$(formats_of report /dev/null)" \
+    "$(sed -n '/^| Format | What/,/^$/s/^| `\([a-z0-9]*\)`.*/\1/p' "$page" | sort)"
+
+# specified <word...>: what the file for zsh asks of zsh's own function, in lines.
+specified() {
+    # shellcheck disable=SC2016 # for zsh
+    zsh -f -c '_arguments() { print -rl -- "$@" }
+        eval "_completer() { $(<$1)
+        }"
+        shift
+        complete() { local -a words=("$@"); local -i CURRENT=$#; _completer }
+        complete "$@"' zsh "$completions/_tavor-tools" "$program" "$@"
+}
+
+# Each option of the help of each program and command, as lines of "command --option".
+folder=${tavor_run%/*}
+tools=$(sed -n 's/^#compdef //p' "$completions/_tavor-tools")
+expect 'the same tools in both shells' "$tools" \
+    "$(sed -n '/complete -F _tavor_tools/,$p' "$completions/tavor-run" | tr '\n' ' ' |
+        sed 's/.*_tavor_tools //; s/ *\\ */ /g; s/ $//')"
+for tool in $tools; do
+    program=$folder/$tool
+    test -x "$program" || continue
+    commands=$("$program" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p')
+    expect "commands of $tool" "$(sort <<<"$commands")" \
+        "$(offered '' | grep -vE '^kel_|^(empty|file.jsonl|folder)$' | sort)"
+    for command in $commands; do
+        options=$("$program" "$command" --help | grep -oE '^ +(-.,)?--[^ ]*' |
+            grep -oE -- '--[a-z-]+' | sort)
+        expect "options of $tool $command" "$options" "$(offered "$command" -- | sort)"
+        if command -v zsh >/dev/null; then
+            expect "options of $tool $command for zsh" "$options" \
+                "$(specified "$command" '' | sed -nE 's/^\*?(--[a-z-]+)\[.*/\1/p' | sort)"
+        fi
+    done
+done
+if command -v zsh >/dev/null; then
+    program=$tavor_run
+    expect 'what zsh knows of an option' '*--baseline[earlier jsonl results to compare with]:FILE:_files' \
+        "$(specified run '' | grep -F -- '--baseline')"
+    expect 'what zsh knows of a log' '2:log:_files' "$(specified report '' | grep :log:)"
+else
+    echo "zsh is not installed: its completion was not tried"
+fi
 exit $((failures > 0))
