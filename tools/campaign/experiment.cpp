@@ -106,9 +106,11 @@ void read_verdict(const std::string &output, observation &seen)
     }
 }
 
-// Lines "calls <operation> <count>", "fault <text> hits <n> fired <n>" and
-// "census <kind> <obtained> <released> <left>".
-void read_shim_report(const std::string &text, observation &seen)
+// Lines "calls <operation> <count>", "fault <text> hits <n> fired <n>",
+// "census <kind> <obtained> <released> <left>", and "swept <kind> <count>" of what a client's
+// deregistration released. Of the library's objects the reference library tells itself, and sees
+// them all.
+void read_shim_report(const setting &where, const std::string &text, observation &seen)
 {
     std::istringstream report(text);
     for (std::string line; std::getline(report, line);) {
@@ -129,10 +131,16 @@ void read_shim_report(const std::string &text, observation &seen)
             long released = 0;
             long left = 0;
             words >> kind >> obtained >> released >> left;
-            // The library's own objects are told by its census, which sees them all.
             const bool is_systems = kind == "memory" || kind == "thread" || kind == "descriptor";
-            if (is_systems && left > 0) {
+            if ((is_systems || !where.has_reference) && left > 0) {
                 seen.left.push_back(kind + " " + std::to_string(left));
+            }
+        } else if (word == "swept" && !where.has_reference) {
+            std::string kind;
+            long count = 0;
+            words >> kind >> count;
+            if (kind == "packet" || kind == "buffer") {
+                seen.left.push_back("released_by_deregistration " + std::to_string(count));
             }
         }
     }
@@ -199,7 +207,7 @@ observation observe(const setting &where, const experiment &what,
     if (result.exited_with(0) && !result.timed_out) {
         require_whole(where, what, calls, left);
     }
-    read_shim_report(calls, seen);
+    read_shim_report(where, calls, seen);
     read_reference_census(left, seen);
     return seen;
 }
