@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -13,17 +14,22 @@
 #include <vector>
 
 #include "tests/support/scratch.h"
+#include "tests/support/stopping.h"
 #include "tools/common/process.h"
 
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 tools::process_result explore(const std::vector<std::string> &arguments,
                               const std::vector<std::string> &environment = {})
 {
     tools::process_options options;
-    options.arguments = {KEL_EXPLORE, "--lib", KEL_REFERENCE_LIBRARY, "--jobs", "1"};
+    options.arguments = {KEL_EXPLORE, "--jobs", "1"};
+    if (std::ranges::find(arguments, "--lib") == arguments.end()) {
+        options.arguments.insert(options.arguments.end(), {"--lib", KEL_REFERENCE_LIBRARY});
+    }
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     options.environment = environment;
     options.timeout = std::chrono::seconds(100);
@@ -34,8 +40,8 @@ class fault : public testing::TestWithParam<const char *> {};
 
 TEST_P(fault, is_found)
 {
-    const auto run =
-        explore({"--sequences", "6000"}, {std::string("KEL_REFERENCE_FAULTS=") + GetParam()});
+    const auto run = explore({"--sequences", "6000", "--fail-fast"},
+                             {std::string("KEL_REFERENCE_FAULTS=") + GetParam()});
     EXPECT_TRUE(run.exited_with(1)) << run.output << run.errors;
     EXPECT_THAT(run.output, HasSubstr("finding 1: kel_"));
 }
@@ -60,6 +66,17 @@ INSTANTIATE_TEST_SUITE_P(explore, choice,
                          testing::Values("piece_size=5462", "event_group_flags=2",
                                          "threshold_governs=1", "tlv_size_max=237",
                                          "data_kinds=1 own_tag_error=22 stale_client_error=1"));
+
+// Its time is short, so that whoever looked at the clock alone would tell of hangs.
+TEST(explore, finds_nothing_on_a_busy_machine)
+{
+    const support::stopping now_and_then(std::chrono::milliseconds(200));
+    const auto run =
+        explore({"--sequences", "100", "--timeout", "0.05", "--lib", SLOW_LIBRARY},
+                {"RACY_FAULT=is_slow", std::string("RACY_LIBRARY=") + KEL_REFERENCE_LIBRARY});
+    EXPECT_TRUE(run.exited_with(0)) << run.output << run.errors;
+    EXPECT_THAT(run.output, Not(HasSubstr("did not come again")));
+}
 
 // All but the time that it took.
 std::vector<std::string> lines_without_time(const std::string &path)
@@ -99,11 +116,13 @@ TEST(explore, keeps_findings_and_makes_them_first)
     const support::scratch_folder scratch;
     const std::string folder = scratch.path();
     const std::vector<std::string> fault = {"KEL_REFERENCE_FAULTS=free_packet#1+:wrong_error"};
-    const auto first = explore(
-        {"--sequences", "1500", "--resume", folder + "/corpus", "-o", folder + "/found"}, fault);
+    const auto first = explore({"--sequences", "1500", "--resume", folder + "/corpus", "-o",
+                                folder + "/found", "--fail-fast"},
+                               fault);
     EXPECT_TRUE(first.exited_with(1)) << first.output << first.errors;
     EXPECT_FALSE(std::filesystem::is_empty(folder + "/found"));
-    const auto again = explore({"--sequences", "1", "--resume", folder + "/corpus"}, fault);
+    const auto again =
+        explore({"--sequences", "1", "--resume", folder + "/corpus", "--fail-fast"}, fault);
     EXPECT_TRUE(again.exited_with(1)) << again.output << again.errors;
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "tests/support/scratch.h"
+#include "tests/support/stopping.h"
 #include "tools/common/usage_error.h"
 #include "tools/histories/exploration.h"
 #include "tools/sequence/parser.h"
@@ -154,6 +155,17 @@ TEST(histories_of, a_library_that_is_right_and_slow_are_legal)
     const totals all = explore(asked);
     EXPECT_EQ(all.legal, 40U);
     EXPECT_EQ(all.late, 0U);
+}
+
+TEST(histories_of, a_right_library_on_a_busy_machine_are_legal)
+{
+    const setting fault("RACY_FAULT", "is_slow");
+    const setting library("RACY_LIBRARY", KEL_REFERENCE_LIBRARY);
+    const support::stopping now_and_then(std::chrono::milliseconds(200));
+    settings asked = usual(20);
+    asked.library = RACY_LIBRARY;
+    asked.stillness = std::chrono::milliseconds(30);
+    EXPECT_EQ(explore(asked).legal, 20U);
 }
 
 TEST(histories_of, no_library_are_refused)

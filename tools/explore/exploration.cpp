@@ -100,8 +100,11 @@ private:
     {
         if (tools::asked_to_stop() != tools::stop::no) return true;
         if (asked_.seconds && seconds_since(start_) >= *asked_.seconds) return true;
+        if (has_enough()) return true;
         return std::ranges::all_of(lanes_, [](const auto &each) { return each->is_done(); });
     }
+
+    bool has_enough() const { return asked_.fails_fast && !findings_.empty(); }
 
     void look()
     {
@@ -182,7 +185,7 @@ private:
         const bool was_asked = tools::asked_to_stop() != tools::stop::no;
         while (!is_idle() && steady::now() < limit) {
             if (tools::asked_to_stop() == tools::stop::now) break;
-            if (was_asked && !findings_.empty()) break;
+            if (has_enough() || (was_asked && !findings_.empty())) break;
             look();
             show_progress();
             std::this_thread::sleep_for(milliseconds(2));

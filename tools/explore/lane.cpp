@@ -18,8 +18,6 @@ namespace explore {
 
 namespace {
 
-using steady = std::chrono::steady_clock;
-
 template <typename work> pid_t in_a_child(work carry_out)
 {
     const pid_t id = fork();
@@ -47,7 +45,8 @@ bool has_ended(pid_t &id)
 } // namespace
 
 lane::lane(std::string library, making what, std::chrono::milliseconds limit)
-    : shared_(make_exchange()), library_(std::move(library)), what_(std::move(what)), limit_(limit)
+    : shared_(make_exchange()), library_(std::move(library)), what_(std::move(what)), limit_(limit),
+      watch_(limit)
 {
     start_maker();
     start_tested();
@@ -70,7 +69,7 @@ void lane::start_tested()
     shared_.wants_replacement = false;
     shared_.is_calling = false;
     shared_.is_started = false;
-    moved_at_ = steady::now();
+    watch_ = tools::hang_watch(limit_);
     tested_ = in_a_child([this] { be_tested(shared_, library_); });
 }
 
@@ -130,11 +129,10 @@ std::optional<suspect> lane::look_after_tested()
     }
     if (has_ended(tested_)) return replace();
     const std::uint64_t moves = shared_.moves;
-    const auto now = steady::now();
     if (moves != moves_ || !shared_.is_calling) {
         moves_ = moves;
-        moved_at_ = now;
-    } else if (now - moved_at_ > limit_) {
+        watch_ = tools::hang_watch(limit_);
+    } else if (watch_.is_hang(tested_)) {
         end(tested_);
         return replace();
     }

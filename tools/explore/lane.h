@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/common/hang_watch.h"
 #include "tools/explore/exchange.h"
 #include "tools/explore/maker.h"
 #include "tools/sequence/sequence.h"
@@ -60,7 +61,7 @@ private:
     pid_t tested_ = -1;
     bool is_done_ = false;
     std::uint64_t moves_ = 0;
-    std::chrono::steady_clock::time_point moved_at_{};
+    tools::hang_watch watch_;
 };
 
 } // namespace explore

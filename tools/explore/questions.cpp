@@ -337,7 +337,7 @@ select(descriptor1, 0, {microseconds=250000})
 client1 = register_client("client", ALWAYS, 8)
 descriptor1 = getfd(client1)
 register_tag(client1, 5)
-set_client_signal_interval(client1, 800)
+set_client_signal_interval(client1, 1800)
 packet1 = get_packet(client1, 0, 10, 1)
 set_tag(packet1, 5)
 pkt_no_sig_required(packet1, 1)
@@ -347,20 +347,20 @@ select(descriptor1, 0, {microseconds=250000})
     // Waits that another thread ends.
     R"(
 client1 = register_client("client", ALWAYS, 8)
-event_wait(client1, {microseconds=150000}) ...
+event_wait(client1, {seconds=1}) ...
 @2 event_clear(client1)
 returned()
 )",
     R"(
 client1 = register_client("client", ALWAYS, 8)
-event_wait(client1, {microseconds=150000}) ...
+event_wait(client1, {seconds=1}) ...
 @2 deregister_client(client1)
 returned()
 )",
     R"(
 client1 = register_client("client", ALWAYS, 8)
 event_add(client1, {type=4, context1=1, context2=2, object=5})
-event_wait(client1, {microseconds=150000}) ...
+event_wait(client1, {seconds=1}) ...
 @2 register_tag(client1, 5)
 returned()
 )",

@@ -19,6 +19,7 @@ struct settings {
     std::optional<std::uint64_t> sequences{}; // at most so many
     std::uint64_t seed = 1;
     unsigned jobs = 1;
+    bool fails_fast = false; // the first finding ends the run
     tools::shard part{};
     std::string profile{};                 // a file; empty: nothing is known
     std::string output{};                  // a folder for what is found; empty: none

@@ -8,12 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <system_error>
 #include <vector>
 
@@ -28,7 +24,7 @@ constexpr char ANSWER = 'a';
 constexpr char REFUSAL = 'r';
 
 constexpr std::size_t MESSAGE_MAX = std::size_t{1} << 17;
-constexpr int LOOK_MILLISECONDS = 20;
+constexpr int LOOK_MILLISECONDS = 5;
 
 void send_to(int socket, std::string_view message)
 {
@@ -105,28 +101,6 @@ std::optional<std::string> child::ask(std::string_view message,
         }
         return room.substr(1, static_cast<std::size_t>(count) - 1);
     }
-}
-
-std::chrono::nanoseconds child::used_time() const
-{
-    clockid_t clock{};
-    timespec used{};
-    if (clock_getcpuclockid(id_, &clock) == 0) clock_gettime(clock, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
-
-bool child::wants_to_run() const
-{
-    std::error_code gone;
-    const std::filesystem::directory_iterator threads("/proc/" + std::to_string(id_) + "/task",
-                                                      gone);
-    return std::ranges::any_of(threads, [](const auto &each) {
-        std::ifstream file(each.path() / "stat");
-        std::string text;
-        std::getline(file, text);
-        const std::size_t at = text.rfind(')');
-        return at != std::string::npos && at + 2 < text.size() && text[at + 2] == 'R';
-    });
 }
 
 int child::end()

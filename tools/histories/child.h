@@ -5,7 +5,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -33,10 +32,7 @@ public:
     std::optional<std::string> ask(
         std::string_view message, const std::function<bool()> &is_over = [] { return false; });
 
-    // The processor time of all its threads.
-    std::chrono::nanoseconds used_time() const;
-    // Whether a thread of it wants the processor.
-    bool wants_to_run() const;
+    pid_t id() const { return id_; }
 
     // Kills it, if it has not ended by itself, and tells the signal that ended it; 0: it left.
     int end();

@@ -4,18 +4,24 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include "tools/common/hang_watch.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output_file.h"
+#include "tools/common/usage_error.h"
 #include "tools/histories/checker.h"
 #include "tools/histories/child.h"
 #include "tools/histories/finding.h"
@@ -66,13 +72,21 @@ progress &shared_progress()
     return *new (memory) progress{};
 }
 
-// In the process of the library under test: a history's number, and the history.
+// All that a plan depends on.
+struct plan_number {
+    std::uint64_t seed = 0;
+    std::uint64_t index = 0;
+    shape size{};
+
+    plan made() const { return make_plan(seed, index, size); }
+};
+
+// In the process of the library under test: a plan's number, and the history.
 answering tested_side(const settings &asked, progress &shown)
 {
     auto tested = std::make_shared<sequence::library>(asked.library);
-    return [asked, tested, &shown](std::string_view message) {
-        const auto index = taken<std::uint64_t>(message);
-        return to_message(record(*tested, make_plan(asked.seed, index, asked.size), shown));
+    return [tested, &shown](std::string_view message) {
+        return to_message(record(*tested, taken<plan_number>(message).made(), shown));
     };
 }
 
@@ -106,6 +120,7 @@ public:
         : asked_(asked), shown_(shared_progress()), start_(steady::now())
     {
         if (!asked.json.empty()) json_.emplace(asked.json);
+        if (!asked.corpus.empty()) open_corpus();
         model_ = std::make_unique<child>([this] { return model_side(asked_); });
     }
     ~run() { munmap(&shown_, sizeof shown_); }
@@ -114,20 +129,39 @@ public:
 
     totals carry_out()
     {
+        for (const plan_number &each : kept_) {
+            if (!is_over(0)) make(each);
+        }
         for (std::uint64_t i = 0; !is_over(i); i++) {
-            make(i * asked_.part.count + asked_.part.index - 1);
+            make({asked_.seed, i * asked_.part.count + asked_.part.index - 1, asked_.size});
             show_progress();
         }
         decide_again();
         totals_.seconds = seconds_since(start_);
         totals_.undecided = undecided_.size();
-        totals_.kinds = findings_.size();
+        for (const auto &[kind, each] : findings_) totals_.findings.push_back(each);
         if (is_shown_) std::fputs("\r\033[K", stderr);
         conclude();
         return totals_;
     }
 
 private:
+    // A line a plan: seed, index, threads, calls.
+    void open_corpus()
+    {
+        std::filesystem::create_directories(asked_.corpus);
+        const std::string path = asked_.corpus + "/histories.txt";
+        std::ifstream before(path);
+        for (plan_number one;
+             before >> one.seed >> one.index >> one.size.threads >> one.size.calls;) {
+            const bool is_plan = one.size.threads <= THREADS_MAX && one.size.calls <= CALLS_MAX;
+            if (!is_plan) throw tools::usage_error(path + ": no number of a history");
+            kept_.push_back(one);
+        }
+        corpus_.open(path, std::ios::app);
+        if (!corpus_) throw tools::usage_error("cannot write " + path);
+    }
+
     bool is_over(std::uint64_t made) const
     {
         if (tools::asked_to_stop() != tools::stop::no) return true;
@@ -135,46 +169,36 @@ private:
         return asked_.seconds && seconds_since(start_) >= *asked_.seconds;
     }
 
-    void make(std::uint64_t index)
+    void make(const plan_number &number)
     {
         if (!tested_) {
             tested_ = std::make_unique<child>([this] { return tested_side(asked_, shown_); });
         }
         bool is_still = false;
         std::uint64_t moves = shown_.moves;
-        auto moved_at = steady::now();
-        auto used = tested_->used_time();
-        const auto given = tested_->ask(bytes_of(index), [&] {
+        tools::hang_watch watch(asked_.stillness);
+        const auto given = tested_->ask(bytes_of(number), [&] {
             if (tools::asked_to_stop() == tools::stop::now) return true;
             const std::uint64_t now = shown_.moves;
-            if (now != moves) {
-                moves = now;
-                moved_at = steady::now();
-                used = tested_->used_time();
-            }
-            if (steady::now() - moved_at <= asked_.stillness) return false;
-            // A machine that does not let its threads run makes no hang.
-            is_still =
-                !tested_->wants_to_run() || tested_->used_time() - used > asked_.stillness / 2;
-            return is_still;
+            if (std::exchange(moves, now) != now) watch = tools::hang_watch(asked_.stillness);
+            return is_still = watch.is_hang(tested_->id());
         });
         if (!given) {
             if (tools::asked_to_stop() == tools::stop::now) return;
-            return note_end(index, is_still);
+            return note_end(number, is_still);
         }
-        judge(index, *given, asked_.decision);
+        judge(number, *given, asked_.decision);
     }
 
     // The library's process has ended, or is still.
-    void note_end(std::uint64_t index, bool is_hang)
+    void note_end(const plan_number &number, bool is_hang)
     {
         const int signal = tested_->end();
         tested_.reset();
-        note(finding_of(make_plan(asked_.seed, index, asked_.size), shown_, is_hang, signal),
-             index);
+        note(finding_of(number.made(), shown_, is_hang, signal), number);
     }
 
-    void judge(std::uint64_t index, const std::string &given, milliseconds limit)
+    void judge(const plan_number &number, const std::string &given, milliseconds limit)
     {
         const auto milliseconds_given = static_cast<std::uint32_t>(limit.count());
         const auto told = model_->ask(bytes_of(milliseconds_given) + given,
@@ -185,31 +209,43 @@ private:
         }
         if (limit == asked_.decision) totals_.calls += calls_of(given);
         if (told->front() == UNDECIDED) {
-            undecided_.emplace_back(index, given);
+            undecided_.emplace_back(number, given);
         } else if (told->front() == LEGAL) {
             totals_.legal++;
         } else {
             tested_.reset(); // it may hold something that nothing accounts for
-            note(found_from_message(std::string_view(*told).substr(1)), index);
+            note(found_from_message(std::string_view(*told).substr(1)), number);
         }
     }
 
     static std::uint64_t calls_of(std::string_view given) { return taken<std::uint64_t>(given); }
 
-    void note(found one, std::uint64_t index)
+    void note(found one, const plan_number &number)
     {
         totals_.illegal++;
-        one.index = index;
+        one.index = number.index;
         const auto [known, is_new] = findings_.try_emplace(one.kind(), one);
+        if (is_new && corpus_.is_open()) keep(number);
         if (!is_new && one.calls < known->second.calls) known->second = std::move(one);
+    }
+
+    void keep(const plan_number &number)
+    {
+        const auto is_same = [&](const plan_number &each) {
+            return each.seed == number.seed && each.index == number.index;
+        };
+        if (std::ranges::any_of(kept_, is_same)) return;
+        corpus_ << number.seed << ' ' << number.index << ' ' << number.size.threads << ' '
+                << number.size.calls << std::endl;
+        if (!corpus_) throw tools::usage_error("cannot write to " + asked_.corpus);
     }
 
     void decide_again()
     {
         if (undecided_.size() > DECIDED_AGAIN) return;
-        for (auto &[index, given] : std::exchange(undecided_, {})) {
+        for (auto &[number, given] : std::exchange(undecided_, {})) {
             const std::size_t before = undecided_.size();
-            judge(index, given, SECOND_DECISION);
+            judge(number, given, SECOND_DECISION);
             if (undecided_.size() == before) totals_.late++;
         }
     }
@@ -242,8 +278,8 @@ private:
                               {"calls", each.calls},
                               {"sequence", each.text}});
         }
-        for (const auto &[index, given] : undecided_) {
-            std::cout << "history " << index << " is undecided\n";
+        for (const auto &[number_of, given] : undecided_) {
+            std::cout << "history " << number_of.index << " is undecided\n";
         }
         const std::uint64_t all = totals_.legal + totals_.illegal + totals_.undecided;
         lines += line_of({{"sequences", all},
@@ -258,7 +294,7 @@ private:
         std::cout << all << " histories of " << asked_.size.threads << " threads, " << totals_.calls
                   << " calls in " << totals_.seconds << " s: " << totals_.legal << " legal, "
                   << totals_.illegal << " illegal, " << totals_.undecided << " undecided, "
-                  << totals_.late << " decided late; findings: " << totals_.kinds << "\n"
+                  << totals_.late << " decided late; findings: " << findings_.size() << "\n"
                   << std::flush;
     }
 
@@ -281,7 +317,9 @@ private:
     std::unique_ptr<child> model_;
     std::unique_ptr<child> tested_;
     std::map<std::string, found> findings_;
-    std::vector<std::pair<std::uint64_t, std::string>> undecided_; // number and message
+    std::vector<std::pair<plan_number, std::string>> undecided_; // and its message
+    std::vector<plan_number> kept_;
+    std::ofstream corpus_;
     totals totals_;
     const bool is_terminal_ = isatty(STDERR_FILENO) != 0;
     bool is_shown_ = false;

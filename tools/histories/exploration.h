@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/common/shard.h"
+#include "tools/histories/finding.h"
 #include "tools/histories/plan.h"
 #include "tools/sequence/oracle.h"
 
@@ -23,8 +25,9 @@ struct settings {
     std::optional<std::uint64_t> histories{}; // at most so many
     std::uint64_t seed = 1;
     tools::shard part{};
-    std::string json{}; // a file for findings and summary; empty: none
-    // Without any call's beginning or ending for so long, the library hangs.
+    std::string json{};   // a file for findings and summary; empty: none
+    std::string corpus{}; // a folder: histories that had findings come first; empty: none
+    // How long all threads may sleep, or compute, without the end of any call.
     std::chrono::milliseconds stillness{10000};
     // Of processor time for one history.
     std::chrono::milliseconds decision{1000};
@@ -37,8 +40,8 @@ struct totals {
     std::uint64_t undecided = 0; // after more time at the end, too
     std::uint64_t late = 0;      // decided only then
     std::uint64_t calls = 0;
-    std::uint64_t kinds = 0; // of findings
     double seconds = 0;
+    std::vector<found> findings{}; // one of each kind
 };
 
 // Prints findings and a summary. Throws tools::usage_error for what cannot be. To be called from a

@@ -1,19 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "tools/sequence/executor.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <set>
-#include <string>
 #include <thread>
+
+#include "tools/common/hang_watch.h"
 
 namespace sequence {
 
@@ -64,35 +60,21 @@ public:
         changed_.wait(guard, [this] { return current_ == nullptr; });
     }
 
-    // Until the call has returned or waits for something; not for ever.
+    // Until the call has returned, or waits for something and no other thread can end the wait; not
+    // for ever, if one of them computes without end.
     void wait_for_sleep()
     {
-        constexpr int TRIES = 200;
-        for (int i = 0; i < TRIES; i++) {
-            {
-                std::unique_lock guard(lock_);
-                const auto returned = [this] { return current_ == nullptr; };
-                if (changed_.wait_for(guard, std::chrono::microseconds(500), returned)) return;
-            }
-            if (is_asleep()) return;
-        }
+        const tools::other_threads others;
+        const auto returned = [this] { return current_ == nullptr; };
+        do {
+            std::unique_lock guard(lock_);
+            if (changed_.wait_for(guard, std::chrono::microseconds(500), returned)) return;
+        } while (others.are_busy());
     }
 
 private:
-    bool is_asleep() const
-    {
-        const long id = id_.load();
-        if (id == 0) return false;
-        std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const std::size_t at = text.rfind(')');
-        return at != std::string::npos && at + 2 < text.size() && text[at + 2] == 'S';
-    }
-
     void run(const library &tested)
     {
-        id_ = syscall(SYS_gettid);
         std::unique_lock guard(lock_);
         while (true) {
             changed_.wait(guard, [this] { return ended_ || current_ != nullptr; });
@@ -110,7 +92,6 @@ private:
     std::condition_variable changed_;
     pending *current_ = nullptr;
     bool ended_ = false;
-    std::atomic<long> id_{0};
     std::thread thread_;
 };
 

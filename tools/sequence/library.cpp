@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "tools/common/hang_watch.h"
 #include "tools/common/usage_error.h"
 
 namespace sequence {
@@ -69,6 +70,10 @@ std::uint64_t negative_error()
 struct watched {
     explicit watched(std::uint64_t descriptor) : number(static_cast<int>(descriptor))
     {
+        set_again();
+    }
+    void set_again()
+    {
         FD_ZERO(&set);
         if (is_watched()) FD_SET(number, &set);
     }
@@ -86,8 +91,16 @@ std::uint64_t call_select(const raw_arguments &arguments)
     watched exceptional(arguments[1]);
     auto *timeout = narrowed<timeval *>(arguments[2]);
     const int count = std::max(readable.number, exceptional.number) + 1;
-    const int result =
-        ::select(count, readable.for_select(), nullptr, exceptional.for_select(), timeout);
+    const bool waits = timeout != nullptr && (timeout->tv_sec != 0 || timeout->tv_usec != 0);
+    int result = ::select(count, readable.for_select(), nullptr, exceptional.for_select(), timeout);
+    // On a busy machine a thread of the library may be due and have got no processor.
+    const tools::other_threads others;
+    while (result == 0 && waits && others.are_busy()) {
+        readable.set_again();
+        exceptional.set_again();
+        timeval moment{0, 1000};
+        result = ::select(count, readable.for_select(), nullptr, exceptional.for_select(), &moment);
+    }
     if (result < 0) return negative_error();
     if (arguments[3] != 0) {
         *narrowed<std::uint32_t *>(arguments[3]) = result ? readable.is_set() : 0;

@@ -23,6 +23,7 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/common/hang_watch.h"
 #include "tools/common/usage_error.h"
 #include "tools/sequence/executor.h"
 #include "tools/sequence/library.h"
@@ -31,7 +32,6 @@ namespace sequence {
 
 namespace {
 
-using steady = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // So many children at a time, and as many more whenever none of them has had anything to say for a
@@ -173,7 +173,7 @@ milliseconds told_time(const call &made)
 class child {
 public:
     child(const call_sequence &made, const job &what, const limits &allowed)
-        : made_(made), allowed_(allowed)
+        : made_(made), allowed_(allowed), watch_(START)
     {
         end_ = std::min(what.end, made.calls.size());
         given_.resize(end_);
@@ -186,7 +186,6 @@ public:
         if (id_ == 0) be_child(ends[1], made, what);
         close(ends[1]);
         pipe_ = ends[0];
-        deadline_ = steady::now() + START;
     }
     child(const child &) = delete;
     child &operator=(const child &) = delete;
@@ -196,7 +195,7 @@ public:
     }
 
     int pipe() const { return pipe_; }
-    steady::time_point deadline() const { return deadline_; }
+    bool is_hang() { return watch_.is_hang(id_); }
 
     // Takes what has come; false when nothing more will.
     bool read_on()
@@ -258,7 +257,7 @@ private:
         while (first_missing_ < end_ && given_[first_missing_]) first_missing_++;
         const milliseconds told =
             first_missing_ < end_ ? told_time(made_.calls[first_missing_]) : milliseconds{0};
-        deadline_ = steady::now() + allowed_.call + told;
+        watch_ = tools::hang_watch(allowed_.call + told);
     }
 
     int finish()
@@ -281,7 +280,7 @@ private:
     std::vector<std::optional<answer>> given_;
     std::size_t first_missing_ = 0;
     answers result_;
-    steady::time_point deadline_;
+    tools::hang_watch watch_;
 };
 
 } // namespace
@@ -321,20 +320,13 @@ std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed
             next++;
         }
         std::vector<pollfd> watched;
-        auto soonest = steady::time_point::max();
-        for (const auto &[index, each] : running) {
-            watched.push_back({each->pipe(), POLLIN, 0});
-            soonest = std::min(soonest, each->deadline());
-        }
-        auto left = std::chrono::duration_cast<milliseconds>(soonest - steady::now());
-        if (next < jobs.size()) left = std::min(left, QUIET);
-        const int count = poll(watched.data(), watched.size(),
-                               static_cast<int>(std::max<std::int64_t>(left.count() + 1, 0)));
+        for (const auto &[index, each] : running) watched.push_back({each->pipe(), POLLIN, 0});
+        const int count = poll(watched.data(), watched.size(), static_cast<int>(QUIET.count()));
         if (count == 0) at_once = std::min(at_once + AT_ONCE, MOST_AT_ONCE);
         for (std::size_t i = running.size(); i-- > 0;) {
             auto &[index, each] = running[i];
             const bool has_more = watched[i].revents == 0 || each->read_on();
-            const bool is_late = has_more && steady::now() >= each->deadline();
+            const bool is_late = has_more && each->is_hang();
             if (has_more && !is_late) continue;
             all[index] = each->end(is_late);
             running.erase(running.begin() + static_cast<std::ptrdiff_t>(i));
