@@ -62,6 +62,7 @@ private:
     bool is_tag_shared(const scalar &tag) const;
 
     // numbers.cpp
+    struct number_draws;
     std::uint64_t number_for(op which, std::size_t index, const arguments &all);
     std::uint64_t near(std::uint64_t boundary);
     std::uint32_t obtained_size();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Numbers, records and data: mostly at the boundaries of what an object holds.
+// Sizes, ids, records and data: mostly at the boundaries of what an object holds.
 #include <algorithm>
 #include <array>
 
@@ -47,11 +47,6 @@ private:
 };
 
 constexpr std::uint32_t BEYOND_ALL = 0x7fffffff;
-
-std::uint64_t negative(std::uint64_t number)
-{
-    return static_cast<std::uint64_t>(-static_cast<std::int64_t>(number));
-}
 
 } // namespace
 
@@ -112,154 +107,6 @@ std::uint32_t generator::tlv_id(op which)
     if (chance_.chance(3)) return 0;
     return chance_.chance(95) ? 1 + chance_.below(4)
                               : chance_.one_of<std::uint32_t>({9, 0xffffffff});
-}
-
-std::uint64_t generator::number_for(op which, std::size_t index, const arguments &all)
-{
-    const auto value = [&](std::size_t at) { return all[at].one.number; };
-    const std::uint32_t length = packet_ ? world_.length(*packet_) : 100;
-    const std::uint32_t chain = buffer_ ? world_.chain_length(buffer_->number) : 100;
-    const auto offset_kind = [&] {
-        return chance_.chance(94) ? chance_.below(4)
-                                  : chance_.one_of<std::uint32_t>({4, 5, 6, 7, 0xffffffff});
-    };
-    switch (which) {
-    case op::kel_get_packet:
-    case op::kel_get_buffer:
-        return index == 2 ? obtained_size() : chance_.below(2);
-    case op::kel_get_buffer_list:
-        if (index == 2) return 1 + chance_.below(600);
-        return index == 3 ? chance_.below(2)
-                          : chance_.one_of<std::uint32_t>({1, 2, 3, 5, 15, 16, 17});
-    case op::kel_get_packet_with_tlv:
-        if (index == 2) return obtained_size();
-        if (index == 3) return 0;
-        if (index == 4) return chance_.below(4);
-        return value(4) == 0 ? 0 : chance_.one_of<std::uint32_t>({1, 4, 100, 228, 238, 1024});
-    case op::kel_get_pkthdr_with_tlv:
-        if (index == 1) return chance_.below(4);
-        return value(1) == 0 ? 0 : chance_.one_of<std::uint32_t>({1, 4, 100, 228, 238, 1024});
-    case op::kel_buf_get_dptr: {
-        const std::uint32_t own = buffer_ ? world_.buffer_length(buffer_->number) : 0;
-        return chance_.chance(25) ? negative(near(64)) : near(own);
-    }
-    case op::kel_buf_set_length:
-        return near(chance_.chance(50) ? chain : chain + 64);
-    case op::kel_buf_reserve_space:
-        return near(buffer_ ? world_.buffer_length(buffer_->number) : 0);
-    case op::kel_buf_set_data:
-    case op::kel_buf_get_data:
-        if (index == 1) return chance_.chance(50) ? 0 : chance_.below(chain + 1);
-        return value(1) > chain ? 1 : near(chain - value(1));
-    case op::kel_buf_trim_head:
-    case op::kel_buf_trim_tail:
-        return near(chance_.chance(40) && buffer_ ? world_.buffer_length(buffer_->number) : chain);
-    case op::kel_buf_adj: {
-        const std::uint64_t size =
-            near(chance_.chance(40) && buffer_ ? world_.buffer_length(buffer_->number) : chain);
-        return chance_.chance(50) ? size : negative(size);
-    }
-    case op::kel_buf_add_head:
-    case op::kel_buf_add_tail:
-        return near(chance_.one_of<std::uint32_t>({16, 64, 200, 1000}));
-    case op::kel_buf_get_paddr_iov: {
-        const std::uint32_t count = buffer_ ? world_.chain_count(buffer_->number) : 1;
-        return chance_.chance(20) ? count - 1 : count + chance_.below(3);
-    }
-    case op::kel_buf_duplicate:
-        if (index == 1) return chance_.chance(40) ? 0 : near(chain);
-        return chance_.chance(35) ? KEL_COPY_ALL : near(value(1) > chain ? 1 : chain - value(1));
-    case op::kel_register_reserved_bufgroup:
-        if (index == 3) return chance_.one_of<std::uint32_t>({0, 64, 100, 512, 1700});
-        if (index == 4) return chance_.below(12);
-        return index == 5 ? 0 : chance_.below(2);
-    case op::kel_bufgroup_set_params:
-        return chance_.chance(4) ? chance_.one_of<std::uint32_t>({4, 7, 8}) : 1 + chance_.below(3);
-    case op::kel_register_client:
-        if (index == 2) return chance_.chance(4) ? 3 : chance_.one_of<std::uint32_t>({0, 0, 1, 2});
-        return chance_.one_of<std::uint32_t>({0, 1, 4, 8, 9, 12, 32});
-    case op::kel_client_ha_role_notify:
-        return chance_.chance(4) ? chance_.one_of<std::uint32_t>({3, 0xffffffff})
-                                 : chance_.below(3);
-    case op::kel_pkt_no_sig_required:
-        return chance_.below(2);
-    case op::kel_set_sig_threshold:
-        return chance_.below(10);
-    case op::kel_set_client_signal_interval:
-        return 60000 + chance_.below(10);
-    case op::kel_event_add_bufgroup:
-        if (index == 2) {
-            return chance_.chance(5) ? chance_.one_of<std::uint32_t>({0, 4, 7})
-                                     : 1 + chance_.below(3);
-        }
-        return chance_.below(0x10000);
-    case op::kel_event_remove_bufgroup:
-        return 1 + chance_.below(3);
-    case op::kel_set_length:
-        return near(chance_.chance(70) ? length : length + 64);
-    case op::kel_get_ifid:
-    case op::kel_set_ifid:
-        if (index == 1) {
-            return chance_.chance(94) ? chance_.below(4)
-                                      : chance_.one_of<std::uint32_t>({4, 0xffffffff});
-        }
-        return chance_.chance(50) ? chance_.next() : chance_.below(100);
-    case op::kel_get_offset:
-        return offset_kind();
-    case op::kel_set_offset:
-        return index == 1 ? offset_kind() : near(length);
-    case op::kel_adj_offset: {
-        if (index == 1) return offset_kind();
-        const std::uint64_t size = near(chance_.chance(50) ? length / 2 : length);
-        return chance_.chance(50) ? size : negative(size);
-    }
-    case op::kel_reserve_space:
-        return near(packet_ ? std::min(world_.first_length(*packet_), length) : 0);
-    case op::kel_add_head:
-        return near(packet_ && chance_.chance(50) ? world_.head_room(*packet_) : 100);
-    case op::kel_add_tail:
-        return near(chance_.one_of<std::uint32_t>({16, 64, 200, 1000}));
-    case op::kel_trim_head:
-    case op::kel_trim_tail:
-        return near(packet_ && chance_.chance(40) ? world_.first_length(*packet_) : length);
-    case op::kel_set_data:
-    case op::kel_get_data:
-        if (index == 1) return chance_.chance(70) ? 0 : offset_kind();
-        if (index == 2) return chance_.chance(50) ? 0 : chance_.below(length + 1);
-        return value(2) > length ? 1 : near(length - value(2));
-    case op::kel_duplicate:
-        if (index == 1) return chance_.chance(60) ? 0 : offset_kind();
-        if (index == 2) return chance_.chance(50) ? 0 : near(length);
-        return chance_.chance(40) ? KEL_COPY_ALL : near(value(2) > length ? 1 : length - value(2));
-    case op::kel_tlv_alloc:
-        return index == 1 ? tlv_id(which)
-                          : chance_.one_of<std::uint32_t>(
-                                {1, 2, 4, 16, 40, 100, 228, 228, 232, 237, 238, 1024});
-    case op::kel_tlv_getdata:
-    case op::kel_tlv_get_versioned_data:
-        if (index == 1) return tlv_id(which);
-        if (index == 3) {
-            return chance_.chance(70) ? 1024
-                                      : chance_.one_of<std::uint32_t>({0, 1, 3, 16, 227, 228});
-        }
-        return chance_.one_of<std::uint32_t>({0, 1, 2, 5, 0xffff, 0x10001, 0x10005});
-    case op::kel_tlv_setdata:
-    case op::kel_tlv_set_versioned_data:
-        if (index == 1) return tlv_id(which);
-        if (index == 4) return chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
-        return chance_.one_of<std::uint32_t>({1, 2, 4, 16, 40, 100, 228, 228, 229, 238});
-    case op::kel_tlv_version_set:
-        return index == 1 ? tlv_id(which) : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff});
-    case op::kel_tlv_version_check:
-        return index == 1 ? tlv_id(which)
-                          : chance_.one_of<std::uint32_t>({0, 1, 2, 3, 5, 0xffff, 0x10001});
-    case op::kel_tlv_free:
-    case op::kel_tlv_get_next:
-    case op::kel_tlv_version_get:
-        return tlv_id(which);
-    default:
-        return chance_.chance(50) ? chance_.below(1000) : chance_.next() & 0xffffffff;
-    }
 }
 
 flat_argument generator::thresholds_record()
