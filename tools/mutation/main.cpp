@@ -3,12 +3,8 @@
 // kel-mutate: shows that the fault campaign notices when a check is taken out of a suite. It
 // builds tavor with one small change in one suite at a time and runs the short campaign over
 // the suites of that file: a mutant lives if the campaign stays green.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -20,17 +16,16 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 
 #include "tools/campaign/pool.h"
 #include "tools/common/interrupt.h"
 #include "tools/common/output_file.h"
 #include "tools/common/printable.h"
-#include "tools/common/process.h"
 #include "tools/common/program.h"
 #include "tools/common/shim.h"
 #include "tools/mutation/explained.h"
+#include "tools/mutation/making.h"
 #include "tools/mutation/mutant.h"
 
 namespace {
@@ -61,29 +56,6 @@ struct judged_mutant {
     fate end = fate::survived;
     std::string by; // first finding, or the reason for surviving
 };
-
-std::string read_text(const fs::path &path)
-{
-    std::ifstream stream(path);
-    if (!stream) {
-        throw std::runtime_error(path.string() + ": cannot be read");
-    }
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// The result of a process that was started and not interrupted.
-tools::process_result finished(tools::process_options process)
-{
-    process.timeout_signal = SIGTERM;
-    tools::process_result result = tools::run_process(process);
-    if (result.interrupted) {
-        throw tools::interrupted{};
-    }
-    if (!result.started) {
-        throw std::runtime_error("cannot start " + result.errors);
-    }
-    return result;
-}
 
 // The suites whose cases a source defines.
 std::vector<std::string> suites_in(const std::string &text)
@@ -124,7 +96,8 @@ class builder {
 public:
     explicit builder(const arguments &given) : build(given.build_folder)
     {
-        const auto commands = nlohmann::json::parse(read_text(build / "compile_commands.json"));
+        const auto commands =
+            nlohmann::json::parse(mutation::read_text(build / "compile_commands.json"));
         for (const auto &entry : commands) {
             const std::string file = entry.at("file");
             const std::string command = entry.at("command");
@@ -157,10 +130,11 @@ public:
         const fs::path changed = folder / file;
         std::ofstream(changed) << text;
         std::string line = command;
-        replace(line, " -c " + path, " -c " + changed.string());
-        replace(line, " " + objects.at(file) + " ", " " + (folder / "mutant.o").string() + " ");
+        mutation::replace(line, " -c " + path, " -c " + changed.string());
+        mutation::replace(line, " " + objects.at(file) + " ",
+                          " " + (folder / "mutant.o").string() + " ");
         line += " -w -Wno-error";
-        if (!shell(line)) {
+        if (!mutation::succeeds(build, line)) {
             return false;
         }
         std::string link = "cc -o " + (folder / "tavor").string();
@@ -168,57 +142,20 @@ public:
             link += " " + (name == file ? (folder / "mutant.o").string() : object);
         }
         link += " lib/libkel.so -Wl,-rpath," + (build / "lib").string() + " -pthread";
-        return shell(link);
+        return mutation::succeeds(build, link);
     }
 
 private:
-    static void replace(std::string &text, const std::string &from, const std::string &to)
-    {
-        const std::size_t at = text.find(from);
-        if (at == std::string::npos) {
-            throw std::runtime_error("unexpected compile command: " + text);
-        }
-        text.replace(at, from.size(), to);
-    }
-
-    bool shell(const std::string &line) const
-    {
-        return finished({.arguments = {"sh", "-c", "cd '" + build.string() + "' && " + line}})
-            .exited_with(0);
-    }
-
     fs::path build;
     std::map<std::string, std::string> objects; // by source file
     std::map<std::string, std::pair<std::string, std::string>> compile;
-};
-
-// A folder of its own, removed at the end.
-class scratch_folder {
-public:
-    scratch_folder()
-    {
-        std::string name = fs::temp_directory_path() / "kel-mutate-XXXXXX";
-        if (!mkdtemp(name.data())) {
-            throw std::system_error(errno, std::generic_category(), name);
-        }
-        path = name;
-    }
-    scratch_folder(const scratch_folder &) = delete;
-    scratch_folder &operator=(const scratch_folder &) = delete;
-    ~scratch_folder()
-    {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-
-    fs::path path;
 };
 
 judged_mutant judge(const arguments &given, const builder &made, const mutation::mutant &what,
                     const std::string &text, const std::vector<mutation::explanation> &known)
 {
     judged_mutant judged{what, fate::survived, ""};
-    const scratch_folder folder;
+    const mutation::scratch_folder folder;
     if (!made.make(what.file, mutation::mutated(text, what), folder.path)) {
         judged.end = fate::does_not_compile;
         return judged;
@@ -240,7 +177,7 @@ judged_mutant judge(const arguments &given, const builder &made, const mutation:
     for (const std::string &suite : suites_in(text)) {
         campaign.arguments.push_back(suite);
     }
-    const tools::process_result result = finished(campaign);
+    const tools::process_result result = mutation::finished(campaign);
     if (result.exited_with(CAMPAIGN_FAILED)) {
         throw std::runtime_error("the campaign did not run: " + result.errors);
     }
@@ -278,7 +215,7 @@ int run(const arguments &given)
     std::map<std::string, std::string> texts;
     std::vector<mutation::mutant> all;
     for (const std::string &file : given.files.empty() ? made.suite_files() : given.files) {
-        texts[file] = read_text(fs::path(given.source_folder) / "suites" / file);
+        texts[file] = mutation::read_text(fs::path(given.source_folder) / "suites" / file);
         for (mutation::mutant &found : mutation::mutants_of(file, texts[file])) {
             all.push_back(std::move(found));
         }
