@@ -15,6 +15,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
+using testing::SizeIs;
 using testing::StartsWith;
 
 class trouble : public run_test {
@@ -246,6 +247,25 @@ TEST_F(trouble, a_library_that_the_loader_passes_over_is_refused)
         EXPECT_TRUE(done.exited_with(3)) << done.output;
         EXPECT_THAT(done.errors, HasSubstr("--lib: the loader takes /"));
     }
+}
+
+// Whichever ends first: the name leads to the run that began last.
+TEST_F(trouble, two_runs_at_once_keep_their_last_results_apart)
+{
+    const std::string last = file("tavor-run/last.jsonl");
+    script = "hang=kel_role_always";
+    std::thread first([&] { run({"kel_role", "--timeout", "3"}); });
+    while (content_of(last).find("kel_role_basic") == std::string::npos) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    script = "";
+    EXPECT_TRUE(run({"kel_tlv"}).exited_with(0));
+    const std::string second = content_of(last);
+    first.join();
+    EXPECT_EQ(content_of(last), second);
+    EXPECT_THAT(results(last), SizeIs(49));
+    EXPECT_EQ(std::distance(fs::directory_iterator(file("tavor-run")), fs::directory_iterator()), 1)
+        << "something is left behind";
 }
 
 #ifdef KELTRACE_LIBRARY

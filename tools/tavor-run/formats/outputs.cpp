@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "tools/tavor-run/formats/outputs.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
+#include "tools/common/unique_fd.h"
 #include "tools/tavor-run/commands.h"
 #include "tools/tavor-run/formats/format_table.h"
 #include "tools/tavor-run/formats/github.h"
@@ -46,6 +49,23 @@ std::unique_ptr<writer> make_writer(const std::string &output, const output_argu
 {
     const auto &[format, path] = parse_target(output);
     return format_named(FORMATS, format).make(path, text_style_of(given, path));
+}
+
+// A file of this run's own takes the place at once: of two runs at the same time each writes to its
+// own, and the name leads to the one that began last.
+std::unique_ptr<writer> make_last_writer(const std::string &path)
+{
+    std::error_code error;
+    const std::string place = fs::weakly_canonical(path, error);
+    const bool is_special = fs::exists(place, error) && !fs::is_regular_file(place, error);
+    const std::string draft = place + "." + std::to_string(getpid());
+    const tools::unique_fd made(
+        is_special ? -1 : open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (made.get() < 0) return make_json_writer(path);
+    std::unique_ptr<writer> last = make_json_writer(draft);
+    if (std::rename(draft.c_str(), place.c_str()) == 0) return last;
+    unlink(draft.c_str());
+    return make_json_writer(path);
 }
 
 // Alone on standard output. Annotations are meant to be between other lines.
@@ -109,7 +129,7 @@ void add_last_results(reporter &report, const selection_arguments &given)
     }
     try {
         if (!path.empty()) {
-            report.add(make_json_writer(path), !given.last.empty());
+            report.add(make_last_writer(path), !given.last.empty());
         }
     } catch (const usage_error &) {
         if (!given.last.empty()) {
