@@ -93,16 +93,14 @@ std::string table_of(const std::string &rows)
 std::string status_bar(const run_record &record)
 {
     const tally counts = count(record.results);
-    const std::string text = escaped(counts_text(counts));
-    std::string bar = "<div class=\"bar\" role=\"img\" aria-label=\"" + text + "\">";
+    std::vector<bar_part> parts;
     for (std::size_t i = 0; i < counts.size(); i++) {
-        if (counts[i] == 0) continue;
-        bar += "<span class=\"" + std::string(name_of(static_cast<verdict>(i))) +
-               "\" style=\"flex-grow:" + std::to_string(counts[i]) + "\"></span>";
+        parts.push_back({name_of(static_cast<verdict>(i)), counts[i]});
     }
     const std::string baseline =
         record.has_baseline ? "<p>" + baseline_text(record.results) + "</p>\n" : "";
-    return "<p><strong>" + text + "</strong></p>\n" + bar + "</div>\n" + baseline;
+    return "<p><strong>" + escaped(counts_text(counts)) + "</strong></p>\n" + bar_of(parts) +
+           baseline;
 }
 
 bool is_quiet(const case_history &each)

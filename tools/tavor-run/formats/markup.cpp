@@ -44,6 +44,8 @@ svg { max-width: 100%; color: var(--ink); }
     .stacks tr { display: block; border-bottom: 1px solid var(--line); padding: 0.3rem 0; }
     .stacks td, .stacks th { display: block; border: 0; padding: 0; }
     td.time { text-align: left; }
+    .case td:first-child::before { content: "number "; }
+    .case td.time:not(:empty)::before { content: "seconds "; }
     .label { display: inline-block; min-width: 6rem; color: var(--quiet); }
     body { overflow-wrap: anywhere; }
 }
@@ -63,6 +65,17 @@ std::string html_head(std::string_view title)
     const std::string text = escaped(title);
     return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + text +
            "</title>\n" + std::string(STYLE) + "</head>\n<body>\n<h1>" + text + "</h1>\n";
+}
+
+std::string bar_of(const std::vector<bar_part> &parts)
+{
+    std::string bar = "<div class=\"bar\" aria-hidden=\"true\">";
+    for (const bar_part &each : parts) {
+        if (each.count == 0) continue;
+        bar += "<span class=\"" + std::string(each.style) +
+               "\" style=\"flex-grow:" + std::to_string(each.count) + "\"></span>";
+    }
+    return bar + "</div>\n";
 }
 
 std::string escaped(std::string_view text)

@@ -23,6 +23,12 @@ std::string cell(const std::string &text)
     return "<td>" + text + "</td>";
 }
 
+// Where columns have no room for titles.
+std::string label(const std::string &text)
+{
+    return "<span class=\"label\">" + text + "</span>";
+}
+
 std::string table(const std::vector<std::string> &titles, const std::string &rows)
 {
     std::string text = "<div class=\"wide\"><table class=\"stacks\">\n<thead><tr>";
@@ -98,30 +104,36 @@ std::string attention(const history &all)
                                                 std::to_string(each->judged) + " runs<br>"
                                           : "";
             rows += "<tr>" + cell(mark(each->what)) + cell(link_to(*each)) +
-                    cell(when(all, each->since)) + cell(share + escaped(each->last_message())) +
-                    "</tr>\n";
+                    cell(label("since") + when(all, each->since)) +
+                    cell(share + escaped(each->last_message())) + "</tr>\n";
         }
     }
     return rows.empty() ? "<p>Nothing: every case is good.</p>\n"
                         : table({"", "Case", "Since", "Message"}, rows);
 }
 
+// A row for each case and state, however often it came.
 std::string hangs_and_crashes(const history &all)
 {
     std::string rows;
-    for (std::size_t run = all.runs.size(); run-- > 0;) {
-        for (const outcome &each : all.runs[run].run.results) {
-            if (each.state != verdict::crash && each.state != verdict::hang &&
-                each.state != verdict::flood) {
-                continue;
+    for (const case_trend &of : all.cases) {
+        for (const verdict state : {verdict::crash, verdict::hang, verdict::flood}) {
+            std::size_t runs = 0;
+            std::size_t newest = 0;
+            for (std::size_t run = 0; run < of.results.size(); run++) {
+                if (!of.results[run] || of.results[run]->state != state) continue;
+                runs++;
+                newest = run;
             }
-            const std::string state(name_of(each.state));
-            rows += "<tr>" + cell("<span class=\"" + state + "\">" + state + "</span>") +
-                    cell(escaped(each.name)) + cell(when(all, run)) + cell(escaped(each.message)) +
-                    "</tr>\n";
+            if (runs == 0) continue;
+            const std::string name(name_of(state));
+            rows += "<tr>" + cell("<span class=\"" + name + "\">" + name + "</span>") +
+                    cell(link_to(of)) + cell(label("runs") + std::to_string(runs)) +
+                    cell(label("newest") + when(all, newest)) +
+                    cell(escaped(of.results[newest]->message)) + "</tr>\n";
         }
     }
-    return rows.empty() ? "" : table({"", "Case", "Run", "Message"}, rows);
+    return rows.empty() ? "" : table({"", "Case", "Runs", "Newest", "Message"}, rows);
 }
 
 // The newest run of each device.
@@ -175,9 +187,10 @@ std::string plot(const std::vector<double> &values, const std::string &title)
             continue;
         }
         const double steps = std::max<double>(1, static_cast<double>(values.size() - 1));
-        path += is_drawing ? "L" : "M";
-        path += std::to_string(std::lround(static_cast<double>(i) * WIDTH / steps)) + " " +
-                std::to_string(std::lround(HEIGHT - values[i] / most * (HEIGHT - 2)));
+        const std::string where =
+            std::to_string(std::lround(static_cast<double>(i) * WIDTH / steps)) + " " +
+            std::to_string(std::lround(HEIGHT - values[i] / most * (HEIGHT - 2)));
+        path += is_drawing ? "L" + where : "M" + where + "h0"; // a dot, where it stays alone
         is_drawing = true;
     }
     return "<svg viewBox=\"-2 0 604 42\" width=\"604\" height=\"42\" role=\"img\" aria-label=\"" +
@@ -281,7 +294,12 @@ std::string counts_line(const history &all)
         text +=
             (i == 0 ? "" : ", ") + std::to_string(counts[i]) + " " + mark(static_cast<trend>(i));
     }
-    return text + "</p>\n";
+    std::vector<bar_part> parts;
+    for (std::size_t i = 0; i < TREND_COUNT; i++) {
+        const auto which = static_cast<trend>(i);
+        parts.push_back({which == trend::good ? "pass" : name_of(which), counts[i]});
+    }
+    return text + "</p>\n" + bar_of(parts);
 }
 
 } // namespace
