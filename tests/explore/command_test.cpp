@@ -72,10 +72,32 @@ TEST(explore, finds_nothing_on_a_busy_machine)
 {
     const support::stopping now_and_then(std::chrono::milliseconds(200));
     const auto run =
-        explore({"--sequences", "100", "--timeout", "0.05", "--lib", SLOW_LIBRARY},
+        explore({"--sequences", "100", "--timeout", "0.05", "--lib", PLANTED_LIBRARY},
                 {"RACY_FAULT=is_slow", std::string("RACY_LIBRARY=") + KEL_REFERENCE_LIBRARY});
     EXPECT_TRUE(run.exited_with(0)) << run.output << run.errors;
     EXPECT_THAT(run.output, Not(HasSubstr("did not come again")));
+}
+
+tools::process_result explore_wrong(const char *fault)
+{
+    return explore(
+        {"--sequences", "3000", "--timeout", "0.1", "--fail-fast", "--lib", PLANTED_LIBRARY},
+        {std::string("RACY_FAULT=") + fault, std::string("RACY_LIBRARY=") + KEL_REFERENCE_LIBRARY});
+}
+
+TEST(explore, finds_a_library_that_changes_its_mind)
+{
+    const auto run = explore_wrong("changes_its_mind");
+    EXPECT_TRUE(run.exited_with(1)) << run.output << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("kel_deregister_tag, call 1 of it: expected ENOENT"));
+    EXPECT_THAT(run.output, HasSubstr("got EINVAL"));
+}
+
+TEST(explore, finds_a_call_that_does_not_return)
+{
+    const auto run = explore_wrong("stops");
+    EXPECT_TRUE(run.exited_with(1)) << run.output << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("kel_set_cause, call 1 of it: expected 0, got hang"));
 }
 
 // All but the time that it took.

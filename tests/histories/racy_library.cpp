@@ -2,11 +2,13 @@
 //
 // A libkel that is right for one thread and wrong for several: it hands each call to the library
 // that RACY_LIBRARY names and, as RACY_FAULT says, has a window in which a second call does harm. A
-// thread sleeps in the window, so that others come into it on every machine.
+// thread sleeps in the window, so that others come into it on every machine. Some faults need one
+// thread only.
 #include <dlfcn.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
@@ -133,6 +135,21 @@ struct racy : right {
         const std::uint32_t error = right::kel_free_packet(packet);
         if (error == 0 || error == KEL_LOW_THRESHOLD_REACHED) count(-1);
         return error;
+    }
+
+    // What the contract leaves open, answered in two ways.
+    static std::uint32_t kel_deregister_tag(kel_client client, kel_tag tag)
+    {
+        constexpr kel_tag LATER = 50;
+        const std::uint32_t error = right::kel_deregister_tag(client, tag);
+        const bool is_other = is_fault("changes_its_mind") && error == ENOENT && tag > LATER;
+        return is_other ? EINVAL : error;
+    }
+
+    static std::uint32_t kel_set_cause(kel_packet packet, std::uint32_t cause)
+    {
+        if (is_fault("stops") && cause > 500) pause();
+        return right::kel_set_cause(packet, cause);
     }
 
     static std::uint32_t kel_get_bufcount_byclient(kel_client client, std::uint32_t *buffers,

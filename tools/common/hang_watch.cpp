@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace tools {
 
@@ -17,7 +18,9 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-constexpr int LOOKS = 16;
+// In the limit there are no more looks than MOST, and no hang is told by fewer than LEAST.
+constexpr int MOST = 16;
+constexpr int LEAST = 4;
 
 // The letter after the name, which may hold blanks and brackets.
 char state_of(const std::filesystem::path &thread)
@@ -75,12 +78,13 @@ hang_watch::hang_watch(std::chrono::milliseconds limit) : limit_(limit), looked_
 bool hang_watch::is_hang(pid_t process)
 {
     const auto now = steady::now();
-    if (now - looked_ < limit_ / LOOKS) return false;
-    looked_ = now;
+    if (now - looked_ < limit_ / MOST) return false;
+    const auto passed =
+        std::min<std::chrono::nanoseconds>(now - std::exchange(looked_, now), limit_ / LEAST);
     const auto used = used_time(process);
     if (!used_) used_ = used;
-    asleep_ = may_go_on(process) ? std::max(asleep_ - 1, 0) : asleep_ + 1;
-    return asleep_ >= LOOKS || used - *used_ >= limit_;
+    asleep_ = may_go_on(process) ? std::max(asleep_ - passed, passed.zero()) : asleep_ + passed;
+    return asleep_ >= limit_ || used - *used_ >= limit_;
 }
 
 } // namespace tools

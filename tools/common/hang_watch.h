@@ -37,15 +37,14 @@ public:
     // `limit`: how long the call may sleep, and how long it may compute.
     explicit hang_watch(std::chrono::milliseconds limit);
 
-    // Whether the process hangs by now; to be asked often while the call lasts. Of the looks at its
-    // threads, of which there are at most 16 in `limit`, 16 more have found all asleep than not; or
-    // it has computed for `limit`.
+    // Whether the process hangs by now; to be asked often while the call lasts. Looks at its
+    // threads have found all asleep for `limit` longer than not, or it has computed for `limit`.
     bool is_hang(pid_t process);
 
 private:
     std::chrono::milliseconds limit_;
     std::chrono::steady_clock::time_point looked_;
-    int asleep_ = 0;
+    std::chrono::nanoseconds asleep_{};
     std::optional<std::chrono::nanoseconds> used_{}; // at the first look
 };
 

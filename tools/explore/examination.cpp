@@ -75,7 +75,8 @@ std::string key_of(const found &one)
     return one.operation + "/" + one.part + "/" + class_of(one.expected) + "/" + class_of(one.got);
 }
 
-examined examine(const call_sequence &given, const examination_setup &how)
+examined examine(const call_sequence &given, const examination_setup &how,
+                 const std::function<void(const examined &)> &early)
 {
     call_sequence made = given;
     made.answers = run_one(made, {{how.library}}, how.allowed);
@@ -98,6 +99,7 @@ examined examine(const call_sequence &given, const examination_setup &how)
         shown = first_difference(expected, made);
     }
     if (!shown) return {};
+    early({outcome::finding, false, described(made, shown->call, *shown), {}});
     sequence::reduction_setup smaller{
         {how.library}, sequence::content_setup(how.reference, kept), how.allowed};
     smaller.shadow = sequence::shadow_setup(how.reference, kept);

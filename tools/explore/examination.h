@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "tools/explore/profile.h"
@@ -49,7 +50,10 @@ struct examination_setup {
     sequence::limits allowed{};
 };
 
-examined examine(const sequence::call_sequence &made, const examination_setup &how);
+// `early` gets a finding before it is reduced, which may take long.
+examined examine(
+    const sequence::call_sequence &made, const examination_setup &how,
+    const std::function<void(const examined &)> &early = [](const examined &) {});
 
 // To another process and back.
 std::string to_message(const examined &one);

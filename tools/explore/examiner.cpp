@@ -64,8 +64,12 @@ void examiner::start()
         setpgid(0, 0);
         int status = 0;
         try {
-            const bool is_written =
-                tools::write_all(ends[1], to_message(examine(chosen.made, how_)));
+            // A line a message; the last one counts.
+            bool is_written = true;
+            const auto tell = [&](const examined &one) {
+                is_written = tools::write_all(ends[1], to_message(one) + "\n") && is_written;
+            };
+            tell(examine(chosen.made, how_, tell));
             status = is_written ? 0 : 1;
         } catch (const std::exception &) {
             status = 1;
@@ -93,15 +97,32 @@ std::optional<examined> examiner::look()
             received_.append(piece, static_cast<std::size_t>(count));
             continue;
         }
-        close(pipe_);
-        while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) continue;
-        child_ = -1;
-        examined done = from_message(received_);
-        done.finding.index = index_;
-        done.was_known = was_known_;
-        return done;
+        return take();
     }
     return std::nullopt;
+}
+
+examined examiner::take()
+{
+    close(pipe_);
+    while (waitpid(child_, nullptr, 0) < 0 && errno == EINTR) continue;
+    child_ = -1;
+    received_.resize(received_.rfind('\n') + 1);
+    const std::size_t last = received_.find_last_of('\n', received_.size() - 2) + 1;
+    examined done = from_message(received_.substr(std::min(last, received_.size())));
+    done.finding.index = index_;
+    done.was_known = was_known_;
+    return done;
+}
+
+std::optional<examined> examiner::give_up()
+{
+    if (child_ < 0) return std::nullopt;
+    kill(-child_, SIGKILL);
+    examined done = take();
+    // What no sequence of the run has shown must show more than once.
+    if (done.outcome != outcome::finding || done.was_known) return std::nullopt;
+    return done;
 }
 
 } // namespace explore

@@ -29,6 +29,8 @@ public:
 
     // What is finished since the last time.
     std::optional<examined> look();
+    // Ends what is looked into: a finding that is only left to be reduced.
+    std::optional<examined> give_up();
 
     bool is_idle() const { return child_ < 0 && waiting_.empty(); }
     std::size_t left() const { return waiting_.size() + (child_ < 0 ? 0 : 1); }
@@ -37,6 +39,7 @@ public:
 
 private:
     void start();
+    examined take();
     // Crashes and hangs of an operation are counted apart from its answers.
     using kind = std::pair<sequence::operation, bool>;
     static kind kind_of(const suspect &one)

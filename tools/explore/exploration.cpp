@@ -190,10 +190,13 @@ private:
             show_progress();
             std::this_thread::sleep_for(milliseconds(2));
         }
+        const std::size_t left = examiner_->left();
+        const auto half_done = examiner_->give_up();
+        if (half_done) note(*half_done);
         retire_lanes();
         totals_.seconds = explored_;
         totals_.not_again = not_again_;
-        totals_.not_looked_into = examiner_->left();
+        totals_.not_looked_into = left - (half_done ? 1 : 0);
     }
 
     void conclude()
