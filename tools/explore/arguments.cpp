@@ -2,6 +2,7 @@
 //
 // Arguments: handles of what lives, seldom one that is wrong, and what goes with them.
 #include <algorithm>
+#include <array>
 #include <string>
 
 #include "tools/explore/generator.h"
@@ -169,8 +170,14 @@ flat_argument generator::text_for(op which)
 
 flat_argument generator::timeout()
 {
-    const scalar none[2] = {};
-    return out_.record(none);
+    return out_.record(std::array<scalar, 2>{});
+}
+
+// More microseconds than a second has.
+flat_argument generator::wrong_timeout()
+{
+    const std::uint64_t beyond = chance_.one_of<std::uint32_t>({1000000, 1000001, 0x7fffffff});
+    return out_.record(std::array<scalar, 2>{{{0}, {beyond}}});
 }
 
 bool generator::make_argument(op which, std::size_t index, const sequence::parameter &where,
@@ -205,7 +212,7 @@ bool generator::make_argument(op which, std::size_t index, const sequence::param
         made = packet_list_record();
         return made.kind != value_kind::absent;
     case form::timeout:
-        made = timeout();
+        made = which == op::kel_event_wait && chance_.chance(3) ? wrong_timeout() : timeout();
         return true;
     case form::bytes:
         return true; // with its length

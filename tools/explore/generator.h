@@ -58,6 +58,7 @@ private:
     flat_argument wrong_handle(role what);
     flat_argument text_for(op which);
     flat_argument timeout();
+    flat_argument wrong_timeout();
     bool is_meaningful(op which, const arguments &all) const;
     bool is_tag_shared(const scalar &tag) const;
 

@@ -202,7 +202,7 @@ struct generator::number_draws {
         {op::kel_buf_duplicate, ALL, copied},
         {op::kel_register_reserved_bufgroup, 3, one_of<0, 64, 100, 512, 1700>},
         {op::kel_register_reserved_bufgroup, 4, below<12>},
-        {op::kel_register_reserved_bufgroup, 5, below<1>},
+        {op::kel_register_reserved_bufgroup, 5, one_of<0, 0, 16, 64>},
         {op::kel_register_reserved_bufgroup, ALL, below<2>},
         {op::kel_bufgroup_set_params, ALL, seldom<4, one_of<4, 7, 8>, below<3, 1>>},
         {op::kel_register_client, 2, seldom<4, one_of<3>, one_of<0, 0, 1, 2>>},

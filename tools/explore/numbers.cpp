@@ -181,7 +181,8 @@ flat_argument generator::event_record(op which)
 flat_argument generator::packet_list_record()
 {
     constexpr std::size_t REQUEST = 6;
-    std::array<scalar, 1 + REQUEST * KEL_LIST_MAX> fields{};
+    constexpr std::size_t REQUESTS_END = 1 + REQUEST * KEL_LIST_MAX;
+    std::array<scalar, REQUESTS_END + 2 * KEL_LIST_MAX + 1> fields{};
     const std::uint32_t count = chance_.one_of<std::uint32_t>({1, 2, 3, 9, 16, 17});
     fields[0].number = count;
     const std::uint32_t filled = std::min<std::uint32_t>(count, KEL_LIST_MAX);
@@ -197,7 +198,10 @@ flat_argument generator::packet_list_record()
         request[4].number = chance_.below(3);
         if (request[4].number) request[5].number = chance_.one_of<std::uint32_t>({4, 228, 1024});
     }
-    return out_.record(std::span(fields).first(1 + REQUEST * filled));
+    if (chance_.chance(80)) return out_.record(std::span(fields).first(1 + REQUEST * filled));
+    // What the library has to write is not as it will be.
+    for (std::size_t i = REQUESTS_END; i < fields.size(); i++) fields[i].number = 77;
+    return out_.record(fields);
 }
 
 } // namespace explore

@@ -344,6 +344,40 @@ pkt_no_sig_required(packet1, 1)
 send(client1, packet1)
 select(descriptor1, 0, {microseconds=250000})
 )",
+    // None of a packet that has been received before.
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+register_tag(client1, 5)
+set_client_signal_interval(client1, 50)
+packet1 = get_packet(client1, 0, 10, 1)
+set_tag(packet1, 5)
+pkt_no_sig_required(packet1, 1)
+send(client1, packet1)
+recv(client1)
+select(descriptor1, 0, {microseconds=150000})
+)",
+    // Of two clients at the same time.
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+client2 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+descriptor2 = getfd(client2)
+register_tag(client1, 5)
+register_tag(client2, 6)
+set_client_signal_interval(client1, 50)
+set_client_signal_interval(client2, 50)
+packet1 = get_packet(client1, 0, 10, 1)
+set_tag(packet1, 5)
+pkt_no_sig_required(packet1, 1)
+packet2 = get_packet(client1, 0, 10, 1)
+set_tag(packet2, 6)
+pkt_no_sig_required(packet2, 1)
+send(client1, packet1)
+send(client1, packet2)
+select(descriptor1, 0, {microseconds=250000})
+select(descriptor2, 0, {microseconds=250000})
+)",
     // Waits that another thread ends.
     R"(
 client1 = register_client("client", ALWAYS, 8)

@@ -247,39 +247,51 @@ void generator::use_device()
     const auto request = [&](std::uint32_t what, std::string_view record) {
         call(op::ioctl, {named(device), number(what), out_.data(record)});
     };
-    std::array<kel_region_desc, 2> regions{};
-    for (std::uint32_t i = 0; i < regions.size(); i++) {
-        regions[i] = {4000 + i, 10 + chance_.below(2), 1024 + chance_.below(4096), {}, "region"};
-    }
-    kel_subregion_desc subregion{5000, 4000, 512, {512, 512}, {}, "subregion"};
-    for (int i = 0; i < 12; i++) {
-        kel_region_desc &region = regions[chance_.below(2)];
-        const std::uint32_t id = chance_.chance(80) ? region.id : 4009;
-        kel_region_desc asked{};
-        asked.id = id;
-        kel_subregion_desc asked_subregion{};
-        asked_subregion.id = chance_.chance(80) ? subregion.id : 5009;
+    constexpr std::uint32_t REGION = 4000;
+    constexpr std::uint32_t SUBREGION = 5000;
+    constexpr std::uint32_t UNKNOWN = 9;
+    std::array<bool, 2> are_added{};
+    bool is_divided = false; // the first region has a subregion
+    for (int i = 0; i < 16; i++) {
+        const std::uint32_t which = chance_.below(2);
+        const std::uint32_t id = REGION + (chance_.chance(80) ? which : UNKNOWN);
+        kel_region_desc region{id, 10 + chance_.below(2), 1024 + chance_.below(4096), {}, "region"};
+        kel_subregion_desc subregion{SUBREGION, REGION, 512, {512, 512}, {}, "subregion"};
+        // What is there is not added again, and a region not deleted before its subregion: what
+        // comes of that the contract does not say.
         switch (chance_.below(6)) {
         case 0:
+            if (id != REGION + which || are_added[which]) break;
             request(KEL_IOCTL_ADD_REGION, bytes_of(region));
+            are_added[which] = true;
             break;
         case 1:
-            request(KEL_IOCTL_GET_REGION_INFO, bytes_of(asked));
+            region = {id, 0, 0, {}, {}};
+            request(KEL_IOCTL_GET_REGION_INFO, bytes_of(region));
             break;
         case 2:
+            if (id == REGION && is_divided) break;
             request(KEL_IOCTL_DELETE_REGION, bytes_of(id));
+            if (id == REGION + which) are_added[which] = false;
             break;
         case 3:
+            if (is_divided || !are_added[0]) break;
             request(KEL_IOCTL_ADD_SUBREGION, bytes_of(subregion));
+            is_divided = true;
             break;
         case 4:
-            request(KEL_IOCTL_GET_SUBREGION_INFO, bytes_of(asked_subregion));
+            subregion = {chance_.chance(80) ? SUBREGION : SUBREGION + UNKNOWN, 0, 0, {}, {}, {}};
+            request(KEL_IOCTL_GET_SUBREGION_INFO, bytes_of(subregion));
             break;
         default:
-            request(KEL_IOCTL_DELETE_SUBREGION, bytes_of(asked_subregion.id));
+            request(KEL_IOCTL_DELETE_SUBREGION, bytes_of(SUBREGION));
+            is_divided = false;
         }
     }
-    for (const kel_region_desc &each : regions) request(KEL_IOCTL_DELETE_REGION, bytes_of(each.id));
+    request(KEL_IOCTL_DELETE_SUBREGION, bytes_of(SUBREGION));
+    for (std::uint32_t i = 0; i < are_added.size(); i++) {
+        request(KEL_IOCTL_DELETE_REGION, bytes_of(REGION + i));
+    }
     call(op::close_device, {named(device)});
 }
 
@@ -289,8 +301,8 @@ void generator::empty_reserved()
     const std::uint32_t size = chance_.one_of<std::uint32_t>({64, 100, 512});
     const std::uint32_t count = 1 + chance_.below(6);
     call(op::kel_register_reserved_bufgroup,
-         {named(client), OUT, out_.data("set aside"), number(size), number(count), number(0),
-          number(chance_.below(2))});
+         {named(client), OUT, out_.data("set aside"), number(size), number(count),
+          number(chance_.one_of<std::uint32_t>({0, 0, 16, 64})), number(chance_.below(2))});
     if (out_.named().empty()) return;
     const std::int32_t group = out_.named().back();
     std::vector<std::int32_t> held;
