@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Reserved buffer groups: elements that are taken as packets have memory of their own, and without
-// poison a freed buffer's memory is left as it was.
+// poison a freed buffer's memory is left as it was; lists are written whole, whatever they held
+// before.
 #include <string.h>
 
 #include "fixtures/pattern.h"
@@ -21,6 +22,8 @@ constexpr uint32_t ELEMENTS = 4;
 struct element_objects {
     kel_packet packets[ELEMENTS];
     kel_buffer buffer;
+    kel_buffer_list buffer_list;
+    kel_packet_list packet_list;
     kel_bufgroup group;
     kel_client client;
 };
@@ -42,6 +45,10 @@ void release(element_objects &held)
         if (packet) free_packet(packet);
     }
     if (held.buffer) free_buffer(held.buffer);
+    for (uint32_t i = 0; i < ELEMENTS; i++) {
+        if (held.buffer_list.buffers[i]) free_buffer(held.buffer_list.buffers[i]);
+        if (held.packet_list.results[i].packet) free_packet(held.packet_list.results[i].packet);
+    }
     if (held.group) kel_deregister_bufgroup(held.client, held.group);
     cleanup_client(held.client);
 }
@@ -100,3 +107,42 @@ CASE(kel_more_bufgroup_reserved, packets_apart, with_elements)
 
 CASE(kel_more_bufgroup_reserved, buffer_kept, with_elements, data_is_kept(held, kel_free_buffer))
 CASE(kel_more_bufgroup_reserved, chain_kept, with_elements, data_is_kept(held, kel_free_bufchain))
+
+CASE(kel_more_bufgroup_reserved, buffer_list, with_elements)
+{
+    kel_buffer_list list;
+
+    memset(&list, 0xff, sizeof(list));
+    if (kel_get_buffer_list(held.client, held.group, ELEMENT_SIZE, 1, ELEMENTS, &list)) {
+        return "kel_get_buffer_list failed";
+    }
+    held.buffer_list = list;
+    if (list.allocated != ELEMENTS) return "wrong number of buffers";
+    for (uint32_t i = ELEMENTS; i < KEL_LIST_MAX; i++) {
+        if (list.buffers[i]) return "a buffer where none was given";
+    }
+    return nullptr;
+}
+
+// The last request cannot be met.
+CASE(kel_more_bufgroup_reserved, packet_list, with_elements)
+{
+    constexpr uint16_t REQUESTS = ELEMENTS;
+    kel_packet_list list;
+
+    memset(&list, 0xff, sizeof(list));
+    list.count = REQUESTS;
+    for (uint32_t i = 0; i < REQUESTS; i++) {
+        list.requests[i] = {.client = i + 1 < REQUESTS ? held.client : 0,
+                            .group = held.group,
+                            .size = ELEMENT_SIZE,
+                            .flag = 0,
+                            .padding = {},
+                            .tlv = 0,
+                            .tlv_size = 0};
+    }
+    if (kel_get_packet_list(&list)) return "kel_get_packet_list failed";
+    held.packet_list = list;
+    if (list.allocated != REQUESTS - 1) return "wrong number of packets";
+    return list.results[REQUESTS - 1].packet ? "a packet where none was given" : nullptr;
+}
