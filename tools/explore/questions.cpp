@@ -378,6 +378,15 @@ send(client1, packet2)
 select(descriptor1, 0, {microseconds=250000})
 select(descriptor2, 0, {microseconds=250000})
 )",
+    // The end of the last client, which sequences leave out: one more is registered there.
+    R"(
+client1 = register_client("client", ALWAYS, 8)
+descriptor1 = getfd(client1)
+select(descriptor1, 0, {microseconds=10000})
+deregister_client(client1)
+client2 = register_client("client", ALWAYS, 8)
+deregister_client(client2)
+)",
     // Waits that another thread ends.
     R"(
 client1 = register_client("client", ALWAYS, 8)

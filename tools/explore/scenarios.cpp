@@ -109,6 +109,12 @@ void generator::fill_queue()
         call(op::kel_send, {named(sender), named(packets[i])});
         if (chance_.chance(10)) look_at(role::client, chance_.chance(50) ? sender : receiver);
     }
+    // Nobody receives the tag: that is no room.
+    if (chance_.chance(15)) {
+        call(op::kel_deregister_tag, {named(receiver), number(tag)});
+        call(op::kel_event_wait, {named(sender), OUT, timeout()});
+        call(op::kel_event_clear, {named(sender)});
+    }
     for (std::uint32_t i = 0; i < count && !chance_.chance(5); i++) {
         if (chance_.chance(10)) call(op::kel_free_packet, {named(packets[chance_.below(count)])});
         call(op::kel_recv, {named(receiver)});
