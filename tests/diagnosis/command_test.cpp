@@ -11,7 +11,6 @@
 
 #include "tests/support/scratch.h"
 #include "tests/support/tavor.h"
-#include "tools/common/process.h"
 
 namespace {
 
@@ -20,11 +19,7 @@ using testing::HasSubstr;
 tools::process_result tavor_run(const std::vector<std::string> &words,
                                 const std::vector<std::string> &environment = {})
 {
-    tools::process_options process;
-    process.arguments = {TAVOR_RUN};
-    process.arguments.insert(process.arguments.end(), words.begin(), words.end());
-    process.environment = environment;
-    return tools::run_process(process);
+    return support::run(TAVOR_RUN, words, environment);
 }
 
 class diagnose_command : public testing::Test {

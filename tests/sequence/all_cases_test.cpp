@@ -31,17 +31,10 @@ class legal_switches : public testing::Test {
 protected:
     static bool waits(const call_sequence &made)
     {
-        for (const call &each : made.calls) {
-            const auto &which = schema_of(each.operation);
-            if (each.operation == SLEEP) return true;
-            for (std::size_t i = 0; i < which.parameters.size(); i++) {
-                const value &given = each.arguments[i];
-                const bool is_long = given.scalars.size() == 2 && (given.scalars[0].number > 0 ||
-                                                                   given.scalars[1].number > 20000);
-                if (which.parameters[i].name == "timeout" && is_long) return true;
-            }
-        }
-        return made.calls.size() > 2000;
+        const auto is_long = [](const call &each) {
+            return told_time(each) > std::chrono::milliseconds(20);
+        };
+        return std::ranges::any_of(made.calls, is_long) || made.calls.size() > 2000;
     }
 
     static bool is_named(const verdict &judged, const configuration &chosen)

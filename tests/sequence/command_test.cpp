@@ -10,20 +10,16 @@
 
 #include "tests/sequence/recording.h"
 #include "tests/support/scratch.h"
-#include "tools/common/process.h"
+#include "tests/support/tavor.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-tools::process_result kel_sequence(const std::vector<std::string> &arguments,
+tools::process_result kel_sequence(const std::vector<std::string> &words,
                                    const std::vector<std::string> &environment = {})
 {
-    tools::process_options process;
-    process.arguments = {KEL_SEQUENCE};
-    process.arguments.insert(process.arguments.end(), arguments.begin(), arguments.end());
-    process.environment = environment;
-    return tools::run_process(process);
+    return support::run(KEL_SEQUENCE, words, environment);
 }
 
 class kel_sequence_command : public testing::Test {
@@ -71,6 +67,17 @@ TEST_F(kel_sequence_command, says_by_its_status_whether_there_is_a_difference)
     EXPECT_TRUE(
         kel_sequence({"diff", path, "--lib", KEL_REFERENCE_LIBRARY, "--lib", KEL_REFERENCE_LIBRARY})
             .exited_with(0));
+}
+
+TEST_F(kel_sequence_command, has_a_flood_as_an_answer)
+{
+    std::ofstream(path) << "sequence version=1 library=\"\" program=\"\"\nget_length(1)\n";
+    const auto run = kel_sequence({"run", path, "--lib", FLOODING_LIBRARY});
+    EXPECT_TRUE(run.exited_with(1)) << run.errors;
+    EXPECT_THAT(run.output, testing::EndsWith("get_length(0x1) -> flood\n"));
+    const auto found = kel_sequence({"diff", path, "--lib", FLOODING_LIBRARY});
+    EXPECT_TRUE(found.exited_with(1)) << found.errors;
+    EXPECT_THAT(found.output, HasSubstr("expected 0, got flood\n"));
 }
 
 TEST_F(kel_sequence_command, refuses_what_it_cannot_do)

@@ -13,7 +13,7 @@
 
 #include "tests/sequence/recording.h"
 #include "tests/support/scratch.h"
-#include "tools/common/process.h"
+#include "tests/support/tavor.h"
 #include "tools/common/registry.h"
 #include "tools/explain/checks.h"
 #include "tools/explain/clauses.h"
@@ -26,11 +26,7 @@ using testing::HasSubstr;
 tools::process_result tavor_run(const std::vector<std::string> &words,
                                 const std::vector<std::string> &environment = {})
 {
-    tools::process_options process;
-    process.arguments = {TAVOR_RUN};
-    process.arguments.insert(process.arguments.end(), words.begin(), words.end());
-    process.environment = environment;
-    return tools::run_process(process);
+    return support::run(TAVOR_RUN, words, environment);
 }
 
 const std::vector<std::string> KEEPS_OFFSETS = {"KEL_REFERENCE_FAULTS=trim_head#1+:keeps_offsets"};
@@ -61,6 +57,15 @@ TEST(explain, is_one_object_for_programs)
     EXPECT_EQ(object.at("difference").at("expected"), "offset=0");
     EXPECT_EQ(object.at("difference").at("got"), "offset=64");
     EXPECT_EQ(object.at("profile"), nlohmann::json::array());
+}
+
+TEST(explain, names_the_call_that_floods)
+{
+    const auto said = tavor_run({"explain", "kel_packet_append"}, {"LD_PRELOAD=" FLOODING_CALL});
+    EXPECT_TRUE(said.exited_with(1)) << said.errors;
+    EXPECT_THAT(said.output, HasSubstr("kel_packet_append: flood\n"));
+    EXPECT_THAT(said.output, HasSubstr("first call that differs: the 1st get_length\n"));
+    EXPECT_THAT(said.output, HasSubstr(", got flood\n"));
 }
 
 TEST(explain, says_when_no_call_differs)

@@ -105,6 +105,19 @@ TEST(run, tells_crashes_and_hangs)
     EXPECT_EQ(run_one(fatal, {{KEL_REFERENCE_LIBRARY, {}}}).size(), 2U);
 }
 
+// Also one that prints little more slowly than a pipe is read, and then nothing.
+TEST(run, tells_a_flood_from_a_hang)
+{
+    const auto made = from_text(HEADER + "nocrash_set()\nget_length(1)\n");
+    const auto outcome_with = [&](const std::string &setting) {
+        const answers given = run_one(made, {{FLOODING_LIBRARY, {setting}}});
+        return given.size() == 2 ? given.back().outcome : outcome::returned;
+    };
+    EXPECT_EQ(outcome_with("FLOODING_BYTES"), outcome::flood);
+    EXPECT_EQ(outcome_with("FLOODING_BYTES=100000"), outcome::flood);
+    EXPECT_EQ(outcome_with("FLOODING_BYTES=1000"), outcome::hang);
+}
+
 TEST(judge, notices_a_call_that_should_have_returned)
 {
     const std::string start = HEADER +
@@ -116,6 +129,24 @@ TEST(judge, notices_a_call_that_should_have_returned)
     EXPECT_EQ(wrong.finding->difference.got, "not returned");
     const auto endless = from_text(start + "event_wait(client1, null) ...\n");
     EXPECT_FALSE(judge(endless, KEL_REFERENCE_LIBRARY, {std::chrono::milliseconds(500)}).finding);
+}
+
+TEST(first_difference, is_none_where_nobody_has_written)
+{
+    auto made = from_text(HEADER + "nocrash_set()\nclient1 = register_client(\"a\", ALWAYS, 8)\n"
+                                   "packet1 = get_packet(client1, 0, 64, 1)\n"
+                                   "set_data(packet1, OFFSET_DATA, 0, hex(01020304), 4)\n"
+                                   "get_data(packet1, OFFSET_DATA, 0, 64)\n");
+    auto other = made;
+    made.answers = run_one(made, {content_setup(KEL_REFERENCE_LIBRARY, {})});
+    other.answers = run_one(made, {shadow_setup(KEL_REFERENCE_LIBRARY, {})});
+    EXPECT_TRUE(first_difference(made, other));
+    made.shadow = shadow_for(made, KEL_REFERENCE_LIBRARY);
+    EXPECT_FALSE(first_difference(made, other));
+    other.answers.back().stored[3].bytes[2] = 7;
+    const auto found = first_difference(made, other);
+    ASSERT_TRUE(found);
+    EXPECT_THAT(found->difference.got, HasSubstr("at byte 2 of 64"));
 }
 
 TEST(run, is_refused_where_there_is_no_library)

@@ -12,7 +12,7 @@
 
 #include "tests/sequence/recording.h"
 #include "tests/support/scratch.h"
-#include "tools/common/process.h"
+#include "tests/support/tavor.h"
 #include "tools/sequence/dependencies.h"
 #include "tools/sequence/export_c.h"
 #include "tools/sequence/parser.h"
@@ -23,6 +23,7 @@
 namespace {
 
 using namespace sequence;
+using support::run;
 namespace fs = std::filesystem;
 
 struct wrong_library {
@@ -39,7 +40,7 @@ class reduced_case : public testing::TestWithParam<wrong_library> {
 protected:
     reduced_case()
         : setting(std::string("KEL_REFERENCE_FAULTS=") + GetParam().fault),
-          how{{KEL_REFERENCE_LIBRARY, {setting}}, reference_setup(KEL_REFERENCE_LIBRARY, {})}
+          how{{KEL_REFERENCE_LIBRARY, {setting}}, KEL_REFERENCE_LIBRARY}
     {
         const call_sequence made = support::recorded(GetParam().case_name, {setting});
         const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
@@ -57,7 +58,7 @@ protected:
 // Whether the library answers the last call as it did, and all before it rightly.
 bool still_shows(const call_sequence &made, const finding &shown, const reduction_setup &how)
 {
-    const auto both = run_all(made, {{how.tested}, {how.reference}});
+    const auto both = run_all(made, {{how.tested}, {reference_setup(how.reference, {})}});
     const std::size_t last = made.calls.size() - 1;
     if (made.calls.empty() || both[0].size() != made.calls.size()) return false;
     for (std::size_t i = 0; i < last; i++) {
@@ -82,30 +83,56 @@ TEST_P(reduced_case, shows_the_same_difference_with_no_call_to_spare)
     }
 }
 
-tools::process_result run(const std::vector<std::string> &words,
-                          const std::vector<std::string> &environment = {})
+// The path of the program; empty where it does not compile without a warning.
+std::string program_of(const call_sequence &made, const support::scratch_folder &scratch)
 {
-    tools::process_options process;
-    process.arguments = words;
-    process.environment = environment;
-    return tools::run_process(process);
+    const std::string folder = fs::path(KEL_REFERENCE_LIBRARY).parent_path();
+    const std::string program = scratch.file("reduced");
+    std::ofstream(program + ".c") << to_c(made);
+    const auto compiled =
+        run(C_COMPILER,
+            {"-std=c11", "-Wall", "-Wextra", "-Werror", "-I" TAVOR_SOURCE_DIR, program + ".c", "-o",
+             program, "-L" + folder, "-lkel", "-lpthread", "-Wl,-rpath," + folder});
+    EXPECT_TRUE(compiled.exited_with(0)) << compiled.errors;
+    return compiled.exited_with(0) ? program : "";
 }
 
 TEST_P(reduced_case, becomes_a_program_with_the_same_verdict)
 {
     ASSERT_TRUE(smallest);
     const support::scratch_folder scratch;
-    const fs::path source = scratch.file("reduced.c");
-    const std::string folder = fs::path(KEL_REFERENCE_LIBRARY).parent_path();
-    const std::string program = fs::path(source).replace_extension();
-    std::ofstream(source) << to_c(smallest->made);
-    const auto compiled =
-        run({C_COMPILER, "-std=c11", "-Wall", "-Wextra", "-Werror", "-I" TAVOR_SOURCE_DIR, source,
-             "-o", program, "-L" + folder, "-lkel", "-lpthread", "-Wl,-rpath," + folder});
-    ASSERT_TRUE(compiled.exited_with(0)) << compiled.errors;
-    EXPECT_TRUE(run({program}, {setting}).exited_with(1));
-    const auto right = run({program});
+    const std::string program = program_of(smallest->made, scratch);
+    EXPECT_TRUE(run(program, {}, {setting}).exited_with(1));
+    const auto right = run(program, {});
     EXPECT_TRUE(right.exited_with(0)) << right.output;
+}
+
+// Memory that nobody has written holds what the library likes, in the tested one and in others.
+TEST(reduced_data, is_held_to_what_was_written)
+{
+    const std::string filled = "KEL_REFERENCE_OPTIONS=unwritten_byte=165";
+    const std::string wrong = "KEL_REFERENCE_FAULTS=set_data#1+:first_buffer_only";
+    const library_setup tested{KEL_REFERENCE_LIBRARY, {filled, wrong}};
+    auto made = from_text("sequence version=1 library=\"x\" program=\"y\"\n"
+                          "client1 = register_client(\"c\", ACTIVE, 4)\n"
+                          "packet1 = get_packet(client1, 0, 20000, 0)\n"
+                          "set_data(packet1, OFFSET_DATA, 64, pattern(1, 19000), 19000)\n"
+                          "get_data(packet1, OFFSET_DATA, 0, 20000)\n");
+    made.answers = run_one(made, {tested});
+    const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
+    ASSERT_TRUE(judged.finding);
+    EXPECT_EQ(judged.finding->call, 3U);
+    const auto smallest =
+        reduce(made, *judged.finding, {tested, KEL_REFERENCE_LIBRARY, judged.profile.front()});
+    ASSERT_TRUE(smallest);
+    const support::scratch_folder scratch;
+    const std::string program = program_of(smallest->made, scratch);
+    EXPECT_TRUE(run(program, {}, {wrong}).exited_with(1));
+    for (const char *const byte : {"0", "90", "165"}) {
+        const auto right =
+            run(program, {}, {std::string("KEL_REFERENCE_OPTIONS=unwritten_byte=") + byte});
+        EXPECT_TRUE(right.exited_with(0)) << right.output;
+    }
 }
 
 // The wait of another thread's making: what would end it belongs to the difference.
@@ -124,9 +151,9 @@ TEST(reduced_wait, keeps_the_calls_that_end_it)
     ASSERT_TRUE(judged.finding);
     EXPECT_EQ(judged.finding->difference.expected, "EINTR");
     EXPECT_EQ(judged.finding->difference.got, "not returned");
-    const auto smallest = reduce(
-        made, *judged.finding,
-        {{KEL_REFERENCE_LIBRARY, {setting}}, reference_setup(KEL_REFERENCE_LIBRARY, {}), {}, 2});
+    const auto smallest =
+        reduce(made, *judged.finding,
+               {{KEL_REFERENCE_LIBRARY, {setting}}, KEL_REFERENCE_LIBRARY, {}, {}, 2});
     ASSERT_TRUE(smallest);
     EXPECT_EQ(smallest->made.calls.size(), 3U) << to_text(smallest->made, printed::calls);
     EXPECT_EQ(smallest->finding.call, 1U);

@@ -42,6 +42,14 @@ tools::process_result run_tavor(const std::vector<std::string> &arguments,
     return tools::run_process(process);
 }
 
+tools::process_result run(const std::string &program, const std::vector<std::string> &words,
+                          const std::vector<std::string> &environment)
+{
+    tools::process_options process{.arguments = {program}, .environment = environment};
+    process.arguments.insert(process.arguments.end(), words.begin(), words.end());
+    return tools::run_process(process);
+}
+
 std::vector<std::string> lines_of(const std::string &text)
 {
     std::vector<std::string> lines;

@@ -21,6 +21,10 @@ struct run_options {
 tools::process_result run_tavor(const std::vector<std::string> &arguments,
                                 const run_options &options = {});
 
+// Runs a program; the environment is added to this process's own.
+tools::process_result run(const std::string &program, const std::vector<std::string> &words,
+                          const std::vector<std::string> &environment = {});
+
 // The lines of a text, without their ends.
 std::vector<std::string> lines_of(const std::string &text);
 

@@ -23,7 +23,7 @@ class search {
 public:
     search(const call_sequence &recorded, const sequence::verdict &judged, std::string reference)
         : recorded_(recorded), guilty_(judged.finding->call), judged_(judged),
-          setup_(sequence::reference_setup(reference, judged.profile.front()))
+          setup_(sequence::content_setup(reference, judged.profile.front()))
     {
     }
 

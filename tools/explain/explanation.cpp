@@ -121,31 +121,21 @@ std::string profile_text(const explanation &one)
 // Whether looking for causes would wait for long.
 bool waits(const call_sequence &made)
 {
-    std::uint64_t milliseconds = 0;
-    for (const sequence::call &each : made.calls) {
-        const auto &which = sequence::schema_of(each.operation);
-        if (each.operation == sequence::SLEEP) {
-            milliseconds += 1000 * each.arguments[0].one().number;
-        }
-        for (std::size_t i = 0; i < which.parameters.size(); i++) {
-            const sequence::value &given = each.arguments[i];
-            if (which.parameters[i].name != "timeout" || given.scalars.empty()) continue;
-            milliseconds += 1000 * given.scalars[0].number + given.scalars[1].number / 1000;
-        }
-    }
-    constexpr std::uint64_t LONG = 300;
-    return milliseconds > LONG;
+    constexpr std::chrono::milliseconds LONG{300};
+    std::chrono::milliseconds told{0};
+    for (const sequence::call &each : made.calls) told += sequence::told_time(each);
+    return told > LONG;
 }
 
 } // namespace
 
 explanation explain(const case_outcome &outcome, call_sequence recorded,
-                    const std::string &reference)
+                    const std::string &reference, bool with_causes)
 {
     explanation one{
         outcome, place_of_check(outcome.name, outcome.message), std::move(recorded), {}, {}};
     one.judged = judge(one.recorded, reference);
-    if (!one.judged.finding) return one;
+    if (!one.judged.finding || !with_causes) return one;
     if (waits(one.recorded)) {
         for (std::size_t i = 0; i <= one.judged.finding->call; i++) one.why.led_there.push_back(i);
     } else {

@@ -22,12 +22,13 @@ struct explanation {
     place check;
     sequence::call_sequence recorded;
     sequence::verdict judged;
-    causes why; // where there is a finding
+    causes why; // where there is a finding, and somebody to read it
 };
 
 // Throws tools::usage_error where the recording or the library is none.
+// `with_causes`: to_text and guilty_text show them; looking for them takes its time.
 explanation explain(const case_outcome &outcome, sequence::call_sequence recorded,
-                    const std::string &reference);
+                    const std::string &reference, bool with_causes);
 
 std::string to_text(const explanation &one);
 // Of that the finding alone; there is one.

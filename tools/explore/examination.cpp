@@ -100,10 +100,7 @@ examined examine(const call_sequence &given, const examination_setup &how,
     }
     if (!shown) return {};
     early({outcome::finding, false, described(made, shown->call, *shown), {}});
-    sequence::reduction_setup smaller{
-        {how.library}, sequence::content_setup(how.reference, kept), how.allowed};
-    smaller.shadow = sequence::shadow_setup(how.reference, kept);
-    auto smallest = reduce(made, *shown, smaller);
+    auto smallest = reduce(made, *shown, {{how.library}, how.reference, kept, how.allowed});
     if (!smallest) return {};
     const std::size_t guilty = smallest->finding.call;
     return {outcome::finding, false, described(std::move(smallest->made), guilty, *shown), {}};

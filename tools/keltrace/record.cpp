@@ -199,12 +199,6 @@ sequence::variable give_name(sequence::role what)
     return static_cast<sequence::variable>(current->variables.size() - 1);
 }
 
-bool may_wait(sequence::operation which)
-{
-    return which == sequence::SELECT || which == sequence::SLEEP ||
-           which == static_cast<sequence::operation>(operation::kel_event_wait);
-}
-
 // What a refused call was to copy does not matter, and may never have been written.
 void forget_unread_data(sequence::call &made, std::uint64_t result)
 {
@@ -242,7 +236,7 @@ call::call(sequence::operation which, const raw_arguments &passed) : passed_(pas
 {
     const int error = errno;
     const auto &schema = sequence::schema_of(which);
-    if (!may_wait(which)) turn_ = std::unique_lock(current->turn);
+    if (!sequence::may_wait(which)) turn_ = std::unique_lock(current->turn);
     const std::lock_guard guard(current->lock);
     made_.operation = which;
     made_.thread = own_thread();

@@ -15,13 +15,6 @@ namespace {
 
 using interface::form;
 
-std::string hexadecimal(std::uint64_t number)
-{
-    std::array<char, 24> text;
-    std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(number));
-    return text.data();
-}
-
 std::string plain_number(std::size_t width, std::uint64_t number, bool is_signed, bool is_decimal)
 {
     if (width > 4) return "UINT64_C(" + hexadecimal(number) + ")";
@@ -82,10 +75,12 @@ void wipe_sources(std::string &body, const call &made)
     const operation_schema &which = schema_of(made.operation);
     for (std::size_t i = 0; i < which.parameters.size(); i++) {
         const parameter &where = which.parameters[i];
-        const bool is_source = where.shape == shape::bytes && !where.is_written();
+        if (where.is_written()) continue;
         const std::string name(where.name);
-        if (is_source && made.arguments[i].kind == value_kind::bytes) {
+        if (made.arguments[i].kind == value_kind::bytes && where.shape == shape::bytes) {
             body += "    memset(" + name + ", 0xee, sizeof " + name + ");\n";
+        } else if (made.arguments[i].kind == value_kind::record) {
+            body += "    memset(&" + name + ", 0, sizeof " + name + ");\n";
         }
     }
 }
@@ -191,7 +186,7 @@ std::string c_calls::passed_record(std::string &body, const value &given,
                                    const parameter &where) const
 {
     const std::string name(where.name);
-    add(body, c_type(where) + " " + name + ";");
+    add(body, "static " + c_type(where) + " " + name + ";");
     add(body, "memset(&" + name + ", 0, sizeof " + name + ");");
     for (std::size_t i = 0; i < given.scalars.size(); i++) {
         if (given.scalars[i] == scalar{}) continue;
@@ -306,17 +301,48 @@ void c_calls::check_stored_record(std::string &body, const checked &what, const 
     }
 }
 
-void c_calls::check_stored(std::string &body, const call &made, const answer &given, std::size_t i)
+// Without the bytes that nobody has written, which `other` has otherwise; null: there are none.
+void c_calls::check_stored_bytes(std::string &body, const checked &what, const std::string &bytes,
+                                 const std::string *other)
 {
+    const auto is_meant = [&](std::size_t at) {
+        return other == nullptr || other->size() != bytes.size() || (*other)[at] == bytes[at];
+    };
+    const std::string name(what.where->name);
+    bool is_filled = false;
+    for (std::size_t begin = 0; begin < bytes.size();) {
+        std::size_t end = begin;
+        while (end < bytes.size() && is_meant(end)) end++;
+        if (end == begin) {
+            begin++;
+            continue;
+        }
+        if (!is_filled) {
+            add(body, "static unsigned char expected_" + name + "[" +
+                          std::to_string(bytes.size() + 1) + "];");
+            fill_bytes(body, "expected_" + name, bytes);
+            is_filled = true;
+        }
+        const std::string from = begin == 0 ? "" : " + " + std::to_string(begin);
+        const std::string part = begin == 0 ? "" : " from byte " + std::to_string(begin);
+        check_bytes(body, {what.made, what.where, what.part + part}, "expected_" + name + from,
+                    name + from, end - begin);
+        begin = end;
+    }
+}
+
+void c_calls::check_stored(std::string &body, std::size_t index, std::size_t i)
+{
+    const call &made = whole_.calls[index];
     const parameter &where = schema_of(made.operation).parameters[i];
-    const value &stored = given.stored[i];
+    const value &stored = whole_.answers[index].stored[i];
+    const answer *const shadow = whole_.shadow_of(index);
+    const std::string *const unwritten =
+        shadow && shadow->outcome == outcome::returned ? &shadow->stored[i].bytes : nullptr;
     const std::string name(where.name);
     const checked what{&made, &where, name};
     if (stored.kind == value_kind::bytes) {
-        add(body, "static unsigned char expected_" + name + "[" +
-                      std::to_string(stored.bytes.size() + 1) + "];");
-        fill_bytes(body, "expected_" + name, stored.bytes);
-        check_bytes(body, what, "expected_" + name, name, stored.bytes.size());
+        check_stored_bytes(body, what, stored.bytes, unwritten);
     } else if (stored.kind == value_kind::number) {
         check_stored_number(body, what, stored);
     } else if (stored.kind == value_kind::record) {
@@ -377,7 +403,7 @@ std::string c_calls::statements(std::size_t index)
     }
     check_result(body, made, given);
     for (std::size_t i = 0; i < which.parameters.size() && made.operation != SELECT; i++) {
-        if (given.stored[i].kind != value_kind::absent) check_stored(body, made, given, i);
+        if (given.stored[i].kind != value_kind::absent) check_stored(body, index, i);
     }
     return body;
 }

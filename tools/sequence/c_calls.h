@@ -14,7 +14,8 @@ namespace sequence {
 
 class c_calls {
 public:
-    // The sequence has the answers that the contract asks for; it outlives this.
+    // The sequence has the answers that the contract asks for, and perhaps their shadow; it
+    // outlives this.
     explicit c_calls(const call_sequence &whole) : whole_(whole) {}
     c_calls(const c_calls &) = delete;
     c_calls &operator=(const c_calls &) = delete;
@@ -60,7 +61,9 @@ private:
               const std::string &got, const scalar &given, bool is_compared);
     void check_result(std::string &body, const call &made, const answer &given);
     void check_select(std::string &body, const call &made, const answer &given);
-    void check_stored(std::string &body, const call &made, const answer &given, std::size_t i);
+    void check_stored(std::string &body, std::size_t index, std::size_t i);
+    void check_stored_bytes(std::string &body, const checked &what, const std::string &bytes,
+                            const std::string *other);
     void check_stored_number(std::string &body, const checked &what, const value &stored);
     void check_stored_record(std::string &body, const checked &what, const value &given,
                              const value &stored);

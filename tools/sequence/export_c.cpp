@@ -31,6 +31,7 @@ constexpr const char *HEAD = R"(#define _GNU_SOURCE
 #include "kelapi/kel.h"
 
 static int differences;
+static volatile sig_atomic_t hang_is_right;
 static const char *current_call = "the start";
 
 )";
@@ -87,8 +88,17 @@ constexpr auto HELPERS = std::to_array<helper_function>({
 }
 
 )"},
+    {"expect_hang", R"(static void expect_hang(void)
+{
+    hang_is_right = 0;
+    printf("%s\n  expected hang, got a return\n", current_call);
+    differences++;
+}
+
+)"},
     {"end_early", R"(static void end_early(int number)
 {
+    if (number == SIGALRM && hang_is_right) _exit(differences ? 1 : 0);
     const char *text = number == SIGALRM ? "hang" : "crash";
     const size_t length = strlen(current_call);
     if (write(1, current_call, length) < 0 || write(1, "\n  got ", 7) < 0 ||
@@ -171,12 +181,16 @@ private:
         return text;
     }
 
+    std::string naming(std::size_t index) const
+    {
+        const std::string text = call_text(whole().calls[index], whole().variables);
+        return "current_call = " + c_text(text.substr(0, 200)) + ";";
+    }
+
     std::string function(std::size_t index)
     {
-        const call &made = whole().calls[index];
         std::string body;
-        add(body,
-            "current_call = " + c_text(call_text(made, whole().variables).substr(0, 200)) + ";");
+        add(body, naming(index));
         body += statements(index);
         const std::string name = "call" + std::to_string(index);
         if (!begun_.contains(static_cast<std::uint32_t>(index))) {
@@ -202,9 +216,13 @@ private:
                 add(body, "usleep(100000);");
                 continue;
             }
-            add(body, "alarm(10);");
+            const bool hangs = whole().answers[each.call].outcome == outcome::hang;
+            if (hangs) add(body, "hang_is_right = 1;");
+            add(body, hangs ? "alarm(3);" : "alarm(10);");
+            if (each.phase == phase::end) add(body, naming(each.call));
             add(body, each.phase == phase::whole ? "call" + number + "();"
                                                  : "pthread_join(thread" + number + ", NULL);");
+            if (hangs) add(body, "expect_hang();");
         }
         add(body, R"(printf("answers that differ from the contract: %d\n", differences);)");
         add(body, "return differences ? 1 : 0;");

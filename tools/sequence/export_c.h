@@ -10,7 +10,8 @@
 
 namespace sequence {
 
-// The sequence has the answers that the contract asks for.
+// The sequence has the answers that the contract asks for; with their shadow, data that nobody has
+// written is not checked.
 std::string to_c(const call_sequence &expected);
 
 } // namespace sequence

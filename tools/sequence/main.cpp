@@ -55,10 +55,10 @@ int show(const arguments &given)
 }
 
 // The sequence with the answers that a library gives; those after a hang or a crash are missing.
-call_sequence answered(call_sequence made, const std::string &library, const limits &allowed)
+call_sequence answered(call_sequence made, const library_setup &library, const limits &allowed)
 {
-    made.answers = run_one(made, {{library}}, allowed);
-    made.header.library = library;
+    made.answers = run_one(made, {library}, allowed);
+    made.header.library = library.path;
     std::vector<bool> kept(made.calls.size(), false);
     std::fill_n(kept.begin(), made.answers.size(), true);
     made.answers.resize(made.calls.size());
@@ -68,11 +68,13 @@ call_sequence answered(call_sequence made, const std::string &library, const lim
 int run(const arguments &given)
 {
     const auto made = read_part(given);
-    const std::string library =
-        given.libraries.empty() ? reference_library(given.reference) : given.libraries.front();
+    const library_setup library = given.libraries.empty()
+                                      ? content_setup(reference_library(given.reference), {})
+                                      : library_setup{given.libraries.front()};
     const auto now = answered(made, library, limits_of(given));
     write_file("-", to_text(now, printed::calls_and_answers));
-    return now.answers.back().outcome == outcome::returned ? SAME : DIFFERS;
+    const auto has_returned = [](const answer &each) { return each.outcome == outcome::returned; };
+    return std::ranges::all_of(now.answers, has_returned) ? SAME : DIFFERS;
 }
 
 // Against the set of right answers; with two libraries against what the other one answers.
@@ -81,13 +83,14 @@ int diff(const arguments &given)
     auto made = read_part(given);
     const limits allowed = limits_of(given);
     if (given.libraries.size() == 2) {
-        const auto first = answered(made, given.libraries[0], allowed);
-        const auto second = answered(made, given.libraries[1], allowed);
+        auto first = answered(made, {given.libraries[0]}, allowed);
+        const auto second = answered(made, {given.libraries[1]}, allowed);
+        first.shadow = shadow_for(first, reference_library(given.reference), allowed);
         const auto found = first_difference(first, second);
         std::cout << difference_text(first, found);
         return found ? DIFFERS : SAME;
     }
-    if (given.libraries.size() == 1) made = answered(made, given.libraries[0], allowed);
+    if (given.libraries.size() == 1) made = answered(made, {given.libraries[0]}, allowed);
     if (!made.has_answers()) {
         throw tools::usage_error("the sequence has no answers: name a library with --lib");
     }
@@ -112,9 +115,7 @@ std::optional<reduced> reduced_from(const arguments &given, const call_sequence 
     const std::string reference = reference_library(given.reference);
     if (!judged.finding) return std::nullopt;
     return reduce(made, *judged.finding,
-                  {{given.libraries.front()},
-                   reference_setup(reference, judged.profile.front()),
-                   limits_of(given)});
+                  {{given.libraries.front()}, reference, judged.profile.front(), limits_of(given)});
 }
 
 int reduce_file(const arguments &given)
@@ -127,7 +128,7 @@ int reduce_file(const arguments &given)
         smallest = reduced_from(given, made, judge(made, reference, limits_of(given)));
     }
     if (!smallest) {
-        made = answered(made, given.libraries.front(), limits_of(given));
+        made = answered(made, {given.libraries.front()}, limits_of(given));
         const verdict judged = judge(made, reference, limits_of(given));
         if (!judged.finding) {
             std::cerr << "kel-sequence: " << difference_text(made, judged.finding);
@@ -144,17 +145,15 @@ int reduce_file(const arguments &given)
 // With the answers that the contract asks for; those in the file may be wrong.
 call_sequence rightly_answered(const arguments &given)
 {
-    auto made = read_part(given);
+    const auto made = read_part(given);
+    const std::string reference = reference_library(given.reference);
+    const limits allowed = limits_of(given);
     configuration chosen;
-    if (made.has_answers()) {
-        chosen = judge(made, reference_library(given.reference), limits_of(given)).profile.front();
-    }
-    const auto setup = reference_setup(reference_library(given.reference), chosen);
-    made.answers = run_one(made, {setup}, limits_of(given));
-    std::vector<bool> kept(made.calls.size(), false);
-    std::fill_n(kept.begin(), made.answers.size(), true);
-    made.answers.resize(made.calls.size());
-    return selection(made, kept);
+    if (made.has_answers()) chosen = judge(made, reference, allowed).profile.front();
+    auto right = answered(made, content_setup(reference, chosen), allowed);
+    right.shadow = run_one(made, {shadow_setup(reference, chosen)}, allowed);
+    right.header.library = made.header.library;
+    return right;
 }
 
 // The longest of tavor's and tavor-more's suites that the name begins with; empty when there is

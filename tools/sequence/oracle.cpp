@@ -41,11 +41,7 @@ call_sequence patient(call_sequence made)
         const operation_schema &which = schema_of(made.calls[each.call].operation);
         const answer &given = made.answers[each.call];
         if (given.outcome != outcome::returned) continue;
-        bool timed_out =
-            made.calls[each.call].operation == SELECT && given.result.one() == scalar{};
-        for (const value &stored : given.stored) {
-            if (stored.kind == value_kind::record) timed_out = stored.scalars[0] == scalar{};
-        }
+        const bool timed_out = has_timed_out(made.calls[each.call], given);
         for (std::size_t i = 0; i < which.parameters.size() && !timed_out; i++) {
             value &timeout = made.calls[each.call].arguments[i];
             if (which.parameters[i].name == "timeout" && timeout.kind == value_kind::record) {
@@ -200,6 +196,7 @@ private:
         verdict passed;
         for (attempt &each : last) passed.profile.push_back(each.chosen);
         passed.expected = std::move(last.front().expected);
+        passed.shadow = std::move(last.front().shadow);
         return passed;
     }
 
@@ -224,6 +221,7 @@ private:
         add_allowed(found, alternatives_, index);
         refused.finding = std::move(found);
         refused.expected = std::move(last.front().expected);
+        refused.shadow = std::move(last.front().shadow);
         return refused;
     }
 
@@ -301,6 +299,27 @@ library_setup shadow_setup(const std::string &library, configuration chosen)
 {
     chosen.insert(SHADOW.begin(), SHADOW.end());
     return reference_setup(library, chosen);
+}
+
+std::vector<answer> shadow_for(const call_sequence &made, const std::string &reference,
+                               const limits &allowed)
+{
+    const auto right =
+        run_all(made, {{content_setup(reference, {})}, {shadow_setup(reference, {})}}, allowed);
+    std::vector<answer> shadow = made.answers;
+    shadow.resize(std::min({shadow.size(), right[0].size(), right[1].size()}));
+    for (std::size_t i = 0; i < shadow.size(); i++) {
+        for (std::size_t j = 0; j < shadow[i].stored.size(); j++) {
+            std::string &bytes = shadow[i].stored[j].bytes;
+            const std::string &first = right[0][i].stored[j].bytes;
+            const std::string &second = right[1][i].stored[j].bytes;
+            if (bytes.size() != first.size() || bytes.size() != second.size()) continue;
+            for (std::size_t k = 0; k < bytes.size(); k++) {
+                if (first[k] != second[k]) bytes[k] = static_cast<char>(~bytes[k]);
+            }
+        }
+    }
+    return shadow;
 }
 
 verdict judge(const call_sequence &recorded, const std::string &reference, const limits &allowed,

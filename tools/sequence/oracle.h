@@ -40,6 +40,11 @@ library_setup reference_setup(const std::string &library, const configuration &c
 library_setup content_setup(const std::string &library, configuration chosen);
 library_setup shadow_setup(const std::string &library, configuration chosen);
 
+// The shadow of a library's answers, those of the sequence: they, with other bytes where the
+// reference library stores what nobody has written.
+std::vector<answer> shadow_for(const call_sequence &made, const std::string &reference,
+                               const limits &allowed = {});
+
 struct finding {
     std::size_t call = 0;
     sequence::difference difference{};  // expected: of all that were allowed, first the default's
@@ -50,8 +55,9 @@ struct verdict {
     std::optional<sequence::finding> finding{};
     // The combinations that answer alike up to the finding, or to the end.
     std::vector<configuration> profile{};
-    // The reference library's answers under the first of them.
+    // The reference library's answers under the first of them, and their shadow.
     answers expected{};
+    answers shadow{};
 };
 
 // Holds the sequence's answers to the set. `known` is a profile to begin with.

@@ -14,13 +14,6 @@ namespace {
 
 using interface::form;
 
-std::string hexadecimal(std::uint64_t number)
-{
-    std::array<char, 24> text;
-    std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(number));
-    return text.data();
-}
-
 std::string number_text(std::uint64_t number, form shown, bool is_signed)
 {
     if (const char *name = constant_name(shown, number)) return name;
@@ -103,6 +96,13 @@ std::string name_or_blank(variable name, const std::vector<variable_info> &varia
 }
 
 } // namespace
+
+std::string hexadecimal(std::uint64_t number)
+{
+    std::array<char, 24> text;
+    std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(number));
+    return text.data();
+}
 
 std::string header_text(const header &printed)
 {

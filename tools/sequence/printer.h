@@ -13,6 +13,9 @@ enum class printed : std::uint8_t { calls, calls_and_answers };
 
 std::string header_text(const header &printed);
 
+// "0x2a"
+std::string hexadecimal(std::uint64_t number);
+
 // Parts of lines, for messages and for recording. `variables` are those of the whole.
 std::string scalar_text(const scalar &one, role what, interface::form shown, bool is_signed,
                         const std::vector<variable_info> &variables);

@@ -7,6 +7,8 @@
 #include "tools/sequence/reduction.h"
 
 #include <algorithm>
+#include <chrono>
+#include <deque>
 #include <functional>
 #include <set>
 #include <utility>
@@ -20,7 +22,7 @@ namespace {
 // So many candidates at a time, on two libraries each; more where they take their time, as they
 // wait then.
 constexpr std::size_t AT_ONCE = 4;
-constexpr std::size_t WAITING_AT_ONCE = 24;
+constexpr std::size_t WAITING_AT_ONCE = 48;
 constexpr std::chrono::milliseconds LONG{60};
 // For a library that hangs: longer than a call takes.
 constexpr std::chrono::milliseconds QUICK{200};
@@ -77,22 +79,27 @@ bool is_timeout(const parameter &where)
     return where.name == "timeout";
 }
 
-// Waits of no length.
-std::optional<candidate> without_waits(candidate one)
+// The call waits no longer than that; without an end it still does.
+void shorten(call &made, std::chrono::milliseconds most)
 {
-    bool changed = false;
-    for (call &each : one.made.calls) {
-        const operation_schema &which = schema_of(each.operation);
-        for (std::size_t i = 0; i < which.parameters.size(); i++) {
-            if (!is_timeout(which.parameters[i]) && each.operation != SLEEP) continue;
-            for (scalar &time : each.arguments[i].scalars) {
-                changed = changed || time.number != 0;
-                time.number = 0;
-            }
-        }
+    if (told_time(made) <= most) return;
+    const operation_schema &which = schema_of(made.operation);
+    for (std::size_t i = 0; i < which.parameters.size(); i++) {
+        std::vector<scalar> &time = made.arguments[i].scalars;
+        if (made.operation == SLEEP) time = {{}};
+        if (!is_timeout(which.parameters[i])) continue;
+        time = {{}, {static_cast<std::uint64_t>(most.count()) * 1000}};
     }
-    if (!changed) return std::nullopt;
-    return one;
+}
+
+// Waits as short as the calls allow while they are looked at.
+call_sequence hasty(const candidate &one)
+{
+    call_sequence made = one.made;
+    for (std::size_t i = 0; i < made.calls.size(); i++) {
+        shorten(made.calls[i], i == one.guilty ? QUICK : std::chrono::milliseconds{0});
+    }
+    return made;
 }
 
 // Without calls `begin` to `end`. Those in front of them keep their places whatever goes with them.
@@ -232,7 +239,11 @@ void add_smaller(std::vector<change> &changes, const call_sequence &made, place_
 
 class reducer {
 public:
-    reducer(const finding &shown, const reduction_setup &how) : shown_(shown), how_(how) {}
+    reducer(const finding &shown, const reduction_setup &how)
+        : shown_(shown), how_(how), content_(content_setup(how.reference, how.profile)),
+          shadow_(shadow_setup(how.reference, how.profile))
+    {
+    }
 
     // `is_bold`: waits may become shorter, and what takes long counts as a hang at once.
     std::optional<reduced> run(const call_sequence &whole, bool is_bold)
@@ -243,9 +254,9 @@ public:
                            shown_.difference.got == "not returned" ||
                            shown_.difference.expected == "hang";
         if (is_bold && hangs) allowed_.call = std::min(allowed_.call, QUICK);
-        if (!first_showing({current_})) return std::nullopt;
+        is_hasty_ = is_bold;
+        if (!which_show({current_}).front()) return std::nullopt;
         apply({related_part});
-        if (is_bold) apply({without_waits});
         drop_operations();
         drop_lives();
         for (bool changed = true; changed;) {
@@ -263,22 +274,29 @@ private:
         std::fill_n(kept.begin(), begun_until_return(whole, shown_.call), true);
         current_ = {selection(whole, kept), shown_.call};
         call_sequence &made = current_.made;
+        // What the call that never returned should have answered is asked for at the end.
+        const auto is_guilty = [this](const step &each) { return each.call == current_.guilty; };
+        if (std::ranges::count_if(made.steps, is_guilty) == 1 &&
+            std::ranges::find_if(made.steps, is_guilty)->phase == phase::begin) {
+            made.steps.push_back({static_cast<std::uint32_t>(current_.guilty), phase::end});
+        }
         for (call &each : made.calls) each.comments.clear();
         made.closing_comments.clear();
         made.answers.resize(made.calls.size());
     }
 
     // Whether the guilty call, and none before it, differs in the same way.
-    // `shadow` may be null.
     bool shows(const candidate &one, const answers &got, const answers &expected,
-               const answers *shadow) const
+               const answers &shadow) const
     {
-        const auto other_content = [shadow](std::size_t index) {
-            return shadow && index < shadow->size() ? &(*shadow)[index] : nullptr;
+        const auto other_content = [&shadow](std::size_t index) {
+            return index < shadow.size() ? &shadow[index] : nullptr;
         };
         const call_sequence &made = one.made;
-        const bool is_whole =
-            expected.size() == made.calls.size() || expected.back().outcome != outcome::returned;
+        const bool is_whole = expected.size() == made.calls.size() ||
+                              std::ranges::any_of(expected, [](const answer &each) {
+                                  return each.outcome != outcome::returned;
+                              });
         if (!is_whole || expected.size() <= one.guilty || got.size() <= one.guilty) return false;
         for (std::size_t i = 0; i < one.guilty; i++) {
             if (compare(made.calls[i], expected[i], got[i], made.variables, other_content(i))) {
@@ -290,13 +308,26 @@ private:
         return found && is_same(*found);
     }
 
-    // What had not returned when it was recorded hangs when it is made again.
+    // A recording does not tell how a call that did not return ended.
     bool is_same(const difference &found) const
     {
         const difference &wanted = shown_.difference;
-        const bool never_returned = wanted.got == "not returned" && found.got == "hang";
+        const bool never_returned =
+            wanted.got == "not returned" &&
+            (found.got == "hang" || found.got == "flood" || found.got.starts_with("crash"));
         return found.part == wanted.part && found.expected == wanted.expected &&
                (found.got == wanted.got || never_returned);
+    }
+
+    // Whether the library gives data, which it may not all have been given.
+    static bool stores_data(const call_sequence &made)
+    {
+        return std::ranges::any_of(made.calls, [](const call &each) {
+            return std::ranges::any_of(schema_of(each.operation).parameters,
+                                       [](const parameter &where) {
+                                           return where.shape == shape::bytes && where.is_written();
+                                       });
+        });
     }
 
     // Makes each candidate so many times on both libraries: which of them show it every time.
@@ -304,36 +335,44 @@ private:
                                  const limits &allowed)
     {
         std::vector<job> jobs;
+        std::deque<call_sequence> shortened;
         for (const candidate &each : candidates) {
+            const call_sequence *made = &each.made;
+            if (is_hasty_) made = &shortened.emplace_back(hasty(each));
             for (std::size_t i = 0; i < times; i++) {
-                jobs.push_back({.setup = how_.tested, .made = &each.made});
-                jobs.push_back({.setup = how_.reference, .made = &each.made});
-                if (how_.shadow) jobs.push_back({.setup = *how_.shadow, .made = &each.made});
+                jobs.push_back({.setup = how_.tested, .made = made});
+                jobs.push_back({.setup = content_, .made = made});
             }
+            if (stores_data(*made)) jobs.push_back({.setup = shadow_, .made = made});
         }
         auto all = run_all(jobs, allowed);
-        const std::size_t libraries = how_.shadow ? 3 : 2;
-        std::vector<bool> showing(candidates.size(), true);
-        for (std::size_t i = 0; i < candidates.size(); i++) {
-            for (std::size_t j = 0; j < times; j++) {
-                const std::size_t at = libraries * (i * times + j);
-                const answers *shadow = how_.shadow ? &all[at + 2] : nullptr;
-                if (!shows(candidates[i], all[at], all[at + 1], shadow)) showing[i] = false;
+        std::vector<bool> showing;
+        std::size_t at = 0;
+        for (const candidate &each : candidates) {
+            const std::size_t end = at + 2 * times;
+            const bool has_shadow = stores_data(each.made);
+            const answers shadow = has_shadow ? std::move(all[end]) : answers{};
+            bool always = true;
+            for (std::size_t i = at; i < end; i += 2) {
+                always = always && shows(each, all[i], all[i + 1], shadow);
             }
-            if (showing[i]) expected_ = std::move(all[libraries * i * times + 1]);
+            showing.push_back(always);
+            if (always) {
+                expected_ = std::move(all[at + 1]);
+                expected_shadow_ = shadow;
+            }
+            at = has_shadow ? end + 1 : end;
         }
         runs_ += candidates.size() * times;
         return showing;
     }
 
-    std::optional<std::size_t> first_showing(const std::vector<candidate> &candidates)
+    std::vector<bool> which_show(const std::vector<candidate> &candidates)
     {
         const auto start = std::chrono::steady_clock::now();
-        const auto showing = which_show(candidates, 1, allowed_);
+        auto showing = which_show(candidates, 1, allowed_);
         at_once_ = std::chrono::steady_clock::now() - start < LONG ? AT_ONCE : WAITING_AT_ONCE;
-        const auto first = std::ranges::find(showing, true);
-        if (first == showing.end()) return std::nullopt;
-        return static_cast<std::size_t>(first - showing.begin());
+        return showing;
     }
 
     // Makes the changes in their order, each where the difference stays. They must mean the same
@@ -351,11 +390,27 @@ private:
                 made_by.push_back(next);
             }
             if (candidates.empty()) continue;
-            const auto first = first_showing(candidates);
-            if (!first) continue;
-            current_ = std::move(candidates[*first]);
-            next = made_by[*first] + 1;
+            const auto showing = which_show(candidates);
+            const auto first =
+                static_cast<std::size_t>(std::ranges::find(showing, true) - showing.begin());
+            if (first == showing.size()) continue;
             changed = true;
+            current_ = std::move(candidates[first]);
+            // Most changes do not matter to each other.
+            candidate all = current_;
+            bool has_more = false;
+            for (std::size_t i = first + 1; i < showing.size(); i++) {
+                if (!showing[i]) continue;
+                auto more = changes[made_by[i]](all);
+                if (!more) continue;
+                all = std::move(*more);
+                has_more = true;
+            }
+            if (has_more && which_show({all}).front()) {
+                current_ = std::move(all);
+            } else {
+                next = made_by[first] + 1;
+            }
         }
         return changed;
     }
@@ -399,22 +454,53 @@ private:
         return changes;
     }
 
+    // With their own time again for waits that do not last, and more for those that calls of others
+    // end: on a busy machine they need it.
+    candidate unhurried() const
+    {
+        constexpr std::uint64_t SECONDS = 2;
+        candidate one = current_;
+        for (std::size_t i = 0; i < one.made.calls.size(); i++) {
+            call &each = one.made.calls[i];
+            const bool lasts = i < expected_.size() && has_timed_out(each, expected_[i]);
+            if (each.operation == SLEEP || (lasts && i != one.guilty)) {
+                shorten(each, std::chrono::milliseconds{0});
+            }
+        }
+        for (const step &each : one.made.steps) {
+            call &made = one.made.calls[each.call];
+            const bool is_timed = told_time(made) > std::chrono::milliseconds{0};
+            if (each.phase != phase::begin || !is_timed || made.operation == SLEEP) continue;
+            for (value &given : made.arguments) {
+                if (given.kind == value_kind::record) given.scalars = {{SECONDS}, {}};
+            }
+        }
+        return one;
+    }
+
     std::optional<reduced> proved()
     {
+        if (is_hasty_) current_ = unhurried();
+        is_hasty_ = false;
         if (!which_show({current_}, how_.proofs, how_.allowed).front()) return std::nullopt;
         reduced result{std::move(current_.made), shown_, runs_};
         result.made.answers = std::move(expected_);
         // After a hang there is none.
-        result.made.answers.resize(result.made.calls.size());
+        result.made.answers.resize(result.made.calls.size(), {.outcome = outcome::unreturned});
+        result.made.shadow = std::move(expected_shadow_);
         result.finding.call = current_.guilty;
         return result;
     }
 
     const finding &shown_;
     const reduction_setup &how_;
+    library_setup content_;
+    library_setup shadow_;
     limits allowed_;
+    bool is_hasty_ = false;
     candidate current_;
     answers expected_;
+    answers expected_shadow_;
     std::size_t runs_ = 0;
     std::size_t at_once_ = AT_ONCE;
 };
@@ -428,7 +514,16 @@ std::optional<reduced> reduce(const call_sequence &whole, const finding &shown,
         reducer now(shown, how);
         if (auto smallest = now.run(whole, is_bold)) return smallest;
     }
-    return std::nullopt;
+    // A library that has kept an address finds there what the caller has meanwhile.
+    call_sequence again = whole;
+    again.answers = run_one(whole, {how.tested}, how.allowed);
+    again.answers.resize(again.calls.size(), {.outcome = outcome::unreturned});
+    const auto found = judge(again, how.reference, how.allowed, {how.profile}).finding;
+    if (!found || found->call != shown.call || found->difference.part != shown.difference.part ||
+        found->difference == shown.difference) {
+        return std::nullopt;
+    }
+    return reducer(*found, how).run(again, true);
 }
 
 } // namespace sequence

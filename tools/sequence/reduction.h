@@ -14,16 +14,14 @@ namespace sequence {
 
 struct reduction_setup {
     library_setup tested;
-    library_setup reference; // under the library's profile
+    std::string reference;
+    configuration profile{}; // the tested library's
     limits allowed{};
     std::size_t proofs = 10; // how often the result must show the difference
-    // Where it is given (shadow_setup, beside content_setup as the reference), data that means
-    // nothing is not compared.
-    std::optional<library_setup> shadow{};
 };
 
 struct reduced {
-    call_sequence made; // with the answers that the contract asks for
+    call_sequence made; // with the answers that the contract asks for, and their shadow
     sequence::finding finding{};
     std::size_t runs = 0;
 };

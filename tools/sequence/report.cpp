@@ -27,8 +27,8 @@ std::optional<finding> first_difference(const call_sequence &first, const call_s
     const std::size_t count = std::max(first.answers.size(), second.answers.size());
     for (std::size_t i = 0; i < count; i++) {
         if (i >= first.answers.size() || i >= second.answers.size()) break;
-        const auto found =
-            compare(first.calls[i], first.answers[i], second.answers[i], first.variables);
+        const auto found = compare(first.calls[i], first.answers[i], second.answers[i],
+                                   first.variables, first.shadow_of(i));
         if (found) return finding{i, *found, {found->expected}};
     }
     return std::nullopt;

@@ -408,6 +408,11 @@ operation number_of(const operation_schema &which)
     return static_cast<operation>(&which - operations().data());
 }
 
+bool may_wait(operation which)
+{
+    return which == SELECT || which == SLEEP || schema_of(which).name == "event_wait";
+}
+
 bool gives_new_object(const operation_schema &which, const parameter &where)
 {
     return where.effect == interface::effect::obtains && names_object(where.what) &&

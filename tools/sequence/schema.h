@@ -97,6 +97,9 @@ operation number_of(const operation_schema &which);
 // The system's calls.
 extern const operation SELECT, SLEEP, OPEN_DEVICE, CLOSE_DEVICE, IOCTL;
 
+// Whether the call may last while others are made.
+bool may_wait(operation which);
+
 // Whether the value at that place is a new object whatever its number: a library may give out
 // the number of one that is gone.
 bool gives_new_object(const operation_schema &which, const parameter &where);

@@ -72,6 +72,16 @@ std::vector<place> named_places(const call &made)
     return all;
 }
 
+bool has_timed_out(const call &made, const answer &given)
+{
+    if (given.outcome != outcome::returned) return false;
+    if (made.operation == SELECT && given.result.one() == scalar{}) return true;
+    return std::ranges::any_of(given.stored, [&made](const value &stored) {
+        return may_wait(made.operation) && stored.kind == value_kind::record &&
+               stored.scalars[0] == scalar{};
+    });
+}
+
 std::size_t ordinal_of(const call_sequence &whole, std::size_t index)
 {
     std::size_t count = 0;
@@ -102,6 +112,7 @@ call_sequence selection(const call_sequence &whole, const std::vector<bool> &kep
         if (!kept[i]) continue;
         part.calls.push_back(whole.calls[i]);
         if (whole.has_answers()) part.answers.push_back(whole.answers[i]);
+        if (const answer *other = whole.shadow_of(i)) part.shadow.push_back(*other);
     }
     for (const step &each : whole.steps) {
         if (kept[each.call]) part.steps.push_back({moved[each.call], each.phase});

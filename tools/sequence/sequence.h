@@ -93,10 +93,18 @@ struct call_sequence {
     std::vector<variable_info> variables{};
     std::vector<call> calls{};
     std::vector<answer> answers{}; // one a call, or none at all
+    // The same with other bytes in memory that nobody has written: data in which these two differ
+    // means nothing. May end before the calls do.
+    std::vector<answer> shadow{};
     std::vector<step> steps{};
     std::vector<std::string> closing_comments{};
 
     bool has_answers() const { return !answers.empty(); }
+    // Null where there is none.
+    const answer *shadow_of(std::size_t call) const
+    {
+        return call < shadow.size() ? &shadow[call] : nullptr;
+    }
     // The calls in the order in which they began.
     void add(call added);
 };
@@ -114,6 +122,9 @@ std::vector<place> named_places(const call &made);
 
 // The field that the scalar with that index belongs to.
 const field &field_at(const record_layout &layout, std::size_t index);
+
+// Whether the call waited in vain for as long as it was told to.
+bool has_timed_out(const call &made, const answer &given);
 
 // How many times the call's operation has been called up to and with it.
 std::size_t ordinal_of(const call_sequence &whole, std::size_t index);

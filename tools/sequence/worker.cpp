@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -41,6 +42,11 @@ constexpr std::size_t MOST_AT_ONCE = 256;
 constexpr milliseconds QUIET{20};
 // Opening a library on a busy machine.
 constexpr milliseconds START{20000};
+
+// A call that prints so much floods, whether it would return or not; so does one that does not
+// return when it has printed the lesser number. Bytes.
+constexpr std::size_t FLOOD = std::size_t{1} << 20;
+constexpr std::size_t UNRETURNED_FLOOD = std::size_t{64} << 10;
 
 // What a message is about, in place of a call's number.
 constexpr std::uint32_t REFUSED = ~std::uint32_t{0};
@@ -126,13 +132,12 @@ void send(int pipe, const std::string &message)
     }
 }
 
-[[noreturn]] void be_child(int pipe, const call_sequence &made, const job &what)
+[[noreturn]] void be_child(int pipe, int printed, const call_sequence &made, const job &what)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     for (const int number : {SIGINT, SIGTERM, SIGPIPE}) signal(number, SIG_DFL);
-    // What a library prints is no answer.
-    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
-    for (const int standard : {0, 1, 2}) dup2(nothing, standard);
+    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    for (const int standard : {STDOUT_FILENO, STDERR_FILENO}) dup2(printed, standard);
     set_environment(what.setup);
     try {
         const library tested(what.setup.path);
@@ -158,16 +163,13 @@ milliseconds record_time(const value &timeout)
     return milliseconds(timeout.scalars[0].number * 1000 + timeout.scalars[1].number / 1000);
 }
 
-// How long the call is told to wait.
-milliseconds told_time(const call &made)
+std::array<int, 2> new_pipe()
 {
-    if (made.operation == SLEEP) return std::chrono::seconds(made.arguments[0].one().number);
-    const operation_schema &which = schema_of(made.operation);
-    milliseconds told{0};
-    for (std::size_t i = 0; i < which.parameters.size(); i++) {
-        if (which.parameters[i].name == "timeout") told = record_time(made.arguments[i]);
+    std::array<int, 2> ends;
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
     }
-    return told;
+    return ends;
 }
 
 class child {
@@ -177,15 +179,15 @@ public:
     {
         end_ = std::min(what.end, made.calls.size());
         given_.resize(end_);
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        }
+        const auto [answers_read, answers_written] = new_pipe();
+        const auto [printed_read, printed_written] = new_pipe();
         id_ = fork();
         if (id_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
-        if (id_ == 0) be_child(ends[1], made, what);
-        close(ends[1]);
-        pipe_ = ends[0];
+        if (id_ == 0) be_child(answers_written, printed_written, made, what);
+        close(answers_written);
+        close(printed_written);
+        pipe_ = answers_read;
+        printed_ = printed_read;
     }
     child(const child &) = delete;
     child &operator=(const child &) = delete;
@@ -196,6 +198,8 @@ public:
 
     int pipe() const { return pipe_; }
     bool is_hang() { return watch_.is_hang(id_); }
+    // What the library prints: no answer, but too much of it is one. -1 when it prints no more.
+    int printed() const { return printed_; }
 
     // Takes what has come; false when nothing more will.
     bool read_on()
@@ -217,28 +221,39 @@ public:
         return true;
     }
 
-    // Ends the process; what has no answer hung, or crashed.
+    // Counts what has been printed since the last answer.
+    void read_printed()
+    {
+        char piece[65536];
+        const ssize_t count = read(printed_, piece, sizeof piece);
+        if (count > 0) printed_bytes_ += static_cast<std::size_t>(count);
+        if (count == 0) close_printed();
+    }
+
+    bool is_flooding() const { return printed_bytes_ > FLOOD; }
+
+    // Ends the process; what has no answer flooded, hung, or crashed.
     answers end(bool is_late)
     {
         if (is_late) kill(id_, SIGKILL);
         const int status = finish();
         if (!refusal_.empty()) throw tools::usage_error(refusal_);
-        for (std::size_t i = 0; i < end_; i++) {
+        const bool was_cut = !is_late && end_ < made_.calls.size() && given_[end_ - 1];
+        const auto [blocked, begun] = was_cut ? std::pair(end_, end_) : progress();
+        for (std::size_t i = 0; i < begun; i++) {
             if (given_[i]) {
                 result_.push_back(std::move(*given_[i]));
                 continue;
             }
-            answer missing;
+            answer missing{.outcome = outcome::unreturned};
             missing.stored.resize(made_.calls[i].arguments.size());
-            if (!is_late && end_ < made_.calls.size() && given_[end_ - 1]) {
-                missing.outcome = outcome::unreturned;
-                result_.push_back(std::move(missing));
-                continue;
+            if (i == blocked) {
+                missing.outcome = !is_late                            ? outcome::crash
+                                  : printed_bytes_ > UNRETURNED_FLOOD ? outcome::flood
+                                                                      : outcome::hang;
+                if (!is_late && WIFSIGNALED(status)) missing.signal = WTERMSIG(status);
             }
-            missing.outcome = is_late ? outcome::hang : outcome::crash;
-            if (!is_late && WIFSIGNALED(status)) missing.signal = WTERMSIG(status);
             result_.push_back(std::move(missing));
-            break;
         }
         return std::move(result_);
     }
@@ -253,6 +268,7 @@ private:
             return;
         }
         if (index < given_.size()) given_[index] = reader.take_answer();
+        printed_bytes_ = 0;
         // The time that the calls which follow may take; several may be under way.
         while (first_missing_ < end_ && given_[first_missing_]) first_missing_++;
         const milliseconds told =
@@ -260,14 +276,36 @@ private:
         watch_ = tools::hang_watch(allowed_.call + told);
     }
 
+    // The call whose answer is waited for, and how many calls have begun.
+    std::pair<std::size_t, std::size_t> progress() const
+    {
+        std::size_t begun = 0;
+        std::size_t open = end_;
+        for (const step &each : made_.steps) {
+            if (each.call >= end_) continue;
+            begun = std::max<std::size_t>(begun, each.call + 1);
+            if (given_[each.call]) continue;
+            open = each.call;
+            if (each.phase != phase::begin) break;
+        }
+        return {open, begun};
+    }
+
     int finish()
     {
         int status = 0;
         close(pipe_);
+        close_printed();
         kill(id_, SIGKILL);
         while (waitpid(id_, &status, 0) < 0 && errno == EINTR) continue;
         id_ = -1;
         return status;
+    }
+
+    void close_printed()
+    {
+        if (printed_ >= 0) close(printed_);
+        printed_ = -1;
     }
 
     const call_sequence &made_;
@@ -275,6 +313,8 @@ private:
     std::size_t end_ = 0;
     pid_t id_ = -1;
     int pipe_ = -1;
+    int printed_ = -1;
+    std::size_t printed_bytes_ = 0;
     std::string received_;
     std::string refusal_;
     std::vector<std::optional<answer>> given_;
@@ -284,6 +324,17 @@ private:
 };
 
 } // namespace
+
+milliseconds told_time(const call &made)
+{
+    if (made.operation == SLEEP) return std::chrono::seconds(made.arguments[0].one().number);
+    const operation_schema &which = schema_of(made.operation);
+    milliseconds told{0};
+    for (std::size_t i = 0; i < which.parameters.size(); i++) {
+        if (which.parameters[i].name == "timeout") told = record_time(made.arguments[i]);
+    }
+    return told;
+}
 
 void set_environment(const library_setup &setup)
 {
@@ -320,13 +371,18 @@ std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed
             next++;
         }
         std::vector<pollfd> watched;
-        for (const auto &[index, each] : running) watched.push_back({each->pipe(), POLLIN, 0});
+        for (const auto &[index, each] : running) {
+            watched.push_back({each->pipe(), POLLIN, 0});
+            watched.push_back({each->printed(), POLLIN, 0});
+        }
         const int count = poll(watched.data(), watched.size(), static_cast<int>(QUIET.count()));
         if (count == 0) at_once = std::min(at_once + AT_ONCE, MOST_AT_ONCE);
         for (std::size_t i = running.size(); i-- > 0;) {
             auto &[index, each] = running[i];
-            const bool has_more = watched[i].revents == 0 || each->read_on();
-            const bool is_late = has_more && each->is_hang();
+            // First: what was printed before an answer does not count after it.
+            if (watched[2 * i + 1].revents != 0) each->read_printed();
+            const bool has_more = watched[2 * i].revents == 0 || each->read_on();
+            const bool is_late = has_more && (each->is_flooding() || each->is_hang());
             if (has_more && !is_late) continue;
             all[index] = each->end(is_late);
             running.erase(running.begin() + static_cast<std::ptrdiff_t>(i));
@@ -337,10 +393,7 @@ std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed
 
 std::string printed_when_loaded(const library_setup &setup)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe");
-    }
+    const auto ends = new_pipe();
     const pid_t id = fork();
     if (id < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (id == 0) {

@@ -19,6 +19,9 @@ struct library_setup {
     std::vector<std::string> environment{}; // "NAME=value"; "NAME" alone: not set
 };
 
+// How long the call is told to wait; 0 where it is not, or without an end.
+std::chrono::milliseconds told_time(const call &made);
+
 // For this process; before the library is opened, and while there is no other thread.
 void set_environment(const library_setup &setup);
 
@@ -34,8 +37,8 @@ struct job {
     const call_sequence *made = nullptr; // null: the one that is given for all jobs
 };
 
-// The answers of one job, as far as it came: after a hang or a crash there is none. Of a job that
-// ends before the sequence does, calls that still waited then are unreturned.
+// The answers of one job, as far as it came: none of calls that had not begun when one hung or
+// crashed. Those that waited beside it, or when a job ended before the sequence does, are unreturned.
 using answers = std::vector<answer>;
 
 // Makes the sequence once for each job, many at a time. Throws tools::usage_error when a library
