@@ -136,6 +136,21 @@ value read_text(std::uint64_t address)
     return bytes_value(std::move(text));
 }
 
+// The numbers of a request's record, which stand before its name, have their lowest byte first in a
+// sequence, on whichever machine. The same way there and back.
+std::string in_sequence_order(std::uint64_t request, std::string bytes)
+{
+    if constexpr (std::endian::native == std::endian::big) {
+        const std::size_t size = bytes.size();
+        const std::size_t numbers =
+            size > KEL_REGION_NAME_SIZE ? size - KEL_REGION_NAME_SIZE : size;
+        for (std::size_t i = 0; i + 4 <= numbers && request_size(request) == size; i += 4) {
+            std::reverse(&bytes[i], &bytes[i] + 4);
+        }
+    }
+    return bytes;
+}
+
 value read_bytes(std::uint64_t address, std::uint64_t count)
 {
     value read = bytes_value(std::string(std::min<std::uint64_t>(count, DATA_MAX), '\0'));
@@ -162,10 +177,11 @@ value read_argument(const operation_schema &which, std::size_t index, const raw_
                                         ? request_size(passed[index - 1])
                                         : passed[static_cast<std::size_t>(where.count_at)];
         if (raw == 0) return {value_kind::null, {}, {}};
-        const value read = read_bytes(raw, count);
-        return which.is_system() && read.kind == value_kind::any_bytes
-                   ? value{value_kind::unreadable, {}, {}}
-                   : read;
+        value read = read_bytes(raw, count);
+        if (!which.is_system()) return read;
+        if (read.kind == value_kind::any_bytes) return {value_kind::unreadable, {}, {}};
+        read.bytes = in_sequence_order(passed[index - 1], std::move(read.bytes));
+        return read;
     }
     std::uint64_t number = 0;
     std::byte bytes[8] = {};
@@ -343,8 +359,9 @@ answer read_answer(call &made, std::uint64_t result, const raw_arguments &passed
                 if (passed[at] == 0) continue;
                 count = std::min(load(at_address(passed[at]), 4), room[at]);
             }
-            read.stored[i] =
-                bytes_value({reinterpret_cast<const char *>(at_address(passed[i])), count});
+            std::string bytes(reinterpret_cast<const char *>(at_address(passed[i])), count);
+            if (which.is_system()) bytes = in_sequence_order(passed[i - 1], std::move(bytes));
+            read.stored[i] = bytes_value(std::move(bytes));
             continue;
         }
         std::size_t entries = 1;
@@ -402,8 +419,9 @@ void laid_out_arguments::lay_out(const call &made, const bindings &known)
             break;
         }
         case value_kind::bytes: {
-            std::byte *bytes = room(i, given.bytes.size() + 1);
-            std::memcpy(bytes, given.bytes.data(), given.bytes.size());
+            const std::string bytes =
+                made.operation == IOCTL ? in_sequence_order(raw_[i - 1], given.bytes) : given.bytes;
+            std::memcpy(room(i, bytes.size() + 1), bytes.data(), bytes.size());
             break;
         }
         case value_kind::any_bytes:
