@@ -158,15 +158,33 @@ outcomes steady_part(const rounds_of_case &cases, const std::set<std::string> &u
     return all;
 }
 
-std::map<std::string, std::vector<std::string>, std::less<>> operations_of(const arguments &given)
+// What a case does in threads may come in another order the next time.
+bool has_threads(const fs::path &recording)
 {
-    std::map<std::string, std::vector<std::string>, std::less<>> all;
+    std::ifstream file(recording);
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with('@')) return true;
+    }
+    return false;
+}
+
+struct calls_of_cases {
+    std::map<std::string, std::vector<std::string>, std::less<>> operations;
+    std::set<std::string> with_threads;
+};
+
+calls_of_cases look_at_calls(const arguments &given)
+{
+    calls_of_cases all;
     const std::string report = fs::path(given.folder) / "calls.txt";
+    const std::string recording = fs::path(given.folder) / "calls.seq";
     for (const tools::test_case &each : tools::all_cases()) {
-        tools::run_process({.arguments = {given.tavor, "-t", std::string(each.name)},
-                            .environment = {"LD_PRELOAD=" + given.shim, "KELTRACE_REPORT=" + report,
-                                            "KELTRACE_FAULTS=sleep#1+:lost"}});
-        auto &called = all[std::string(each.name)];
+        tools::run_process(
+            {.arguments = {given.tavor, "-t", std::string(each.name)},
+             .environment = {"LD_PRELOAD=" + given.shim, "KELTRACE_REPORT=" + report,
+                             "KELTRACE_RECORD=" + recording, "KELTRACE_FAULTS=sleep#1+:lost"}});
+        if (has_threads(recording)) all.with_threads.emplace(each.name);
+        auto &called = all.operations[std::string(each.name)];
         std::ifstream file(report);
         for (std::string line; std::getline(file, line);) {
             std::istringstream words(line);
@@ -199,23 +217,28 @@ std::string call_of(const arguments &given, const std::string &fault, const std:
     return told.cases.front().seen.call;
 }
 
-// Those in which the faults fail, then others that call what they are in; none that waits.
-std::vector<std::string> cases_to_explain(const table &made, const group &faults)
+// Those in which the faults fail, then others that call what they are in; none that waits or has
+// threads.
+std::vector<std::string> cases_to_explain(const table &made, const group &faults,
+                                          const std::set<std::string> &with_threads)
 {
     constexpr std::size_t MOST_FAILING = 20;
     constexpr std::size_t MOST = 40;
     std::vector<std::string> names;
     for (const auto &[name, ways] : faults.front()->cases) {
-        if (ways.begin()->ending != ending::good && names.size() < MOST_FAILING) {
+        if (ways.begin()->ending != ending::good && !with_threads.contains(name) &&
+            names.size() < MOST_FAILING) {
             names.push_back(name);
         }
     }
     for (const auto &[name, called] : made.operations) {
-        const bool is_wanted = std::ranges::any_of(faults, [&](const known_fault *each) {
-            const std::string operation = each->name.substr(0, each->name.find(':'));
-            return std::ranges::find(called, operation) != called.end();
-        });
-        const bool waits = name.find("_wait_") != name.npos || name.find("_sig") != name.npos;
+        const bool is_wanted =
+            std::ranges::any_of(faults, [&called = called](const known_fault *each) {
+                const std::string operation = each->name.substr(0, each->name.find(':'));
+                return std::ranges::find(called, operation) != called.end();
+            });
+        const bool waits = name.find("_wait_") != name.npos || name.find("_sig") != name.npos ||
+                           with_threads.contains(name);
         if (is_wanted && !waits && !faults.front()->cases.contains(name) && names.size() < MOST) {
             names.push_back(name);
         }
@@ -247,7 +270,7 @@ std::vector<std::string> calls_of(const arguments &given, const group &faults,
 }
 
 // Faults that no case tells apart by its end are, where it goes, by the calls of one.
-void tell_apart(const arguments &given, table &made)
+void tell_apart(const arguments &given, table &made, const std::set<std::string> &with_threads)
 {
     std::map<outcomes, std::vector<known_fault *>> alike;
     for (known_fault &each : made.faults) {
@@ -257,11 +280,10 @@ void tell_apart(const arguments &given, table &made)
         if (faults.size() == 1) continue;
         std::size_t classes = 1;
         const group asked(faults.begin(), faults.end());
-        for (const std::string &name : cases_to_explain(made, asked)) {
+        for (const std::string &name : cases_to_explain(made, asked, with_threads)) {
             if (tools::asked_to_stop() != tools::stop::no) throw tools::interrupted();
             const auto calls = calls_of(given, asked, name, 1);
             const std::size_t different = std::set(calls.begin(), calls.end()).size();
-            // Those of a case with threads may come in another order the next time.
             if (different <= classes || calls != calls_of(given, asked, name, 2) ||
                 calls != calls_of(given, asked, name, 3)) {
                 continue;
@@ -284,7 +306,8 @@ int make(const arguments &given)
     std::vector<known_fault> faults = listed_faults(given);
     run_all(given, faults);
     table made;
-    made.operations = operations_of(given);
+    calls_of_cases calls = look_at_calls(given);
+    made.operations = std::move(calls.operations);
     std::vector<rounds_of_case> rounds;
     std::set<std::string> unsteady;
     for (const known_fault &each : faults) {
@@ -299,7 +322,7 @@ int make(const arguments &given)
         }
         if (!is_right) made.faults.push_back(std::move(faults[i]));
     }
-    tell_apart(given, made);
+    tell_apart(given, made, calls.with_threads);
     tools::output_file(given.output)
         .replace("# How cases end with each fault of the reference library; made by\n"
                  "# kel-known-faults, read by tavor-run diagnose.\n" +
