@@ -72,7 +72,7 @@ TEST(explore, finds_nothing_on_a_busy_machine)
 {
     const support::stopping now_and_then(std::chrono::milliseconds(200));
     const auto run =
-        explore({"--sequences", "100", "--timeout", "0.05", "--lib", PLANTED_LIBRARY},
+        explore({"--sequences", "40", "--timeout", "0.05", "--lib", PLANTED_LIBRARY},
                 {"RACY_FAULT=is_slow", std::string("RACY_LIBRARY=") + KEL_REFERENCE_LIBRARY});
     EXPECT_TRUE(run.exited_with(0)) << run.output << run.errors;
     EXPECT_THAT(run.output, Not(HasSubstr("did not come again")));

@@ -50,7 +50,7 @@ struct examination_setup {
     sequence::limits allowed{};
 };
 
-// `early` gets a finding before it is reduced, which may take long.
+// `early` gets a finding that has come twice, before it is reduced, which may take long.
 examined examine(
     const sequence::call_sequence &made, const examination_setup &how,
     const std::function<void(const examined &)> &early = [](const examined &) {});

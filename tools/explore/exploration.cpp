@@ -55,9 +55,11 @@ public:
 
     bool carry_out()
     {
-        for (auto &each : learned_.unexplained) add_known(std::move(each));
-        for (const char *each : probes()) add_known(sequence_of(each), true);
-        for (auto &each : kept_.sequences()) add_known(std::move(each));
+        for (auto &each : learned_.unexplained) add(std::move(each)).is_known = false;
+        for (const char *each : probes()) add(sequence_of(each)).waits = true;
+        for (auto &each : kept_.sequences()) add(std::move(each));
+        for (suspect &each : first_) examiner_->add(std::move(each));
+        start_ = steady::now();
         start_lanes(0);
         while (!is_over()) {
             look();
@@ -72,15 +74,13 @@ public:
     }
 
 private:
-    void add_known(sequence::call_sequence made, bool waits = false)
+    suspect &add(sequence::call_sequence made)
     {
-        const auto last = static_cast<std::uint32_t>(made.calls.size() - 1);
-        suspect one;
+        suspect &one = first_.emplace_back();
+        one.call = static_cast<std::uint32_t>(made.calls.size() - 1);
         one.made = std::move(made);
-        one.call = last;
-        one.waits = waits;
         one.is_known = true;
-        examiner_->add(std::move(one));
+        return one;
     }
 
     void start_lanes(std::uint64_t first)
@@ -154,8 +154,8 @@ private:
                 std::max<std::uint64_t>(done, each->state().sequences_done / BATCH_SEQUENCES + 1);
         }
         retire_lanes();
-        first_ += done * asked_.jobs;
-        start_lanes(first_);
+        first_number_ += done * asked_.jobs;
+        start_lanes(first_number_);
     }
 
     void retire_lanes()
@@ -243,7 +243,8 @@ private:
     library_profile learned_;
     std::optional<examiner> examiner_;
     std::vector<std::unique_ptr<lane>> lanes_;
-    std::uint64_t first_ = 0;
+    std::vector<suspect> first_; // before what the lanes come to
+    std::uint64_t first_number_ = 0;
     std::map<std::string, found> findings_;
     std::size_t not_again_ = 0;
     totals totals_;

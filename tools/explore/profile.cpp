@@ -17,15 +17,6 @@ using sequence::answers;
 using sequence::call_sequence;
 using sequence::configuration;
 
-bool is_same(const call_sequence &made, const answers &expected, const answers &got)
-{
-    if (expected.size() != got.size()) return false;
-    for (std::size_t i = 0; i < got.size(); i++) {
-        if (compare(made.calls[i], expected[i], got[i], made.variables)) return false;
-    }
-    return true;
-}
-
 configuration with(configuration base, const sequence::option &which, const std::string &value)
 {
     base.erase(which.name);
@@ -98,6 +89,15 @@ private:
 };
 
 } // namespace
+
+bool is_same(const call_sequence &made, const answers &expected, const answers &got)
+{
+    if (expected.size() != got.size()) return false;
+    for (std::size_t i = 0; i < got.size(); i++) {
+        if (compare(made.calls[i], expected[i], got[i], made.variables)) return false;
+    }
+    return true;
+}
 
 call_sequence sequence_of(const char *calls)
 {

@@ -25,6 +25,10 @@ struct library_profile {
 // A sequence from its calls.
 sequence::call_sequence sequence_of(const char *calls);
 
+// Whether two runs of a sequence have the same answers.
+bool is_same(const sequence::call_sequence &made, const sequence::answers &expected,
+             const sequence::answers &got);
+
 // Asks all questions. `given` is a profile to begin with.
 library_profile learn(const std::string &library, const std::string &reference,
                       const sequence::configuration &given, const sequence::limits &allowed);
