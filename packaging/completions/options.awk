@@ -17,7 +17,7 @@ function tell(    count, names, i) {
         $0 = substr($0, 1, RSTART - 1)
     }
     heads = $1
-    argument = $2
+    argument = $2 ~ /^(REQUIRED|.*:)$/ ? "" : $2
     gsub(/[{][a-z]*[}]/, "", heads)
     # Without the default and the check.
     sub(/=.*/, "", argument)

@@ -35,6 +35,20 @@ done
 test -s "$tree/usr/share/doc/tavor/tavor-run.md"
 test -s "$tree/usr/share/doc/tavor/cases.md"
 
+# Each program is completed by both shells, and tells its version; tavor's options are not ours.
+for program in "$tree"/usr/bin/*; do
+    name=${program##*/}
+    if ! grep -q "complete -F.* $name\|^ .* $name\|^    $name" "$tree/usr/share/bash-completion/completions/$name" ||
+        ! grep -rqE "^#compdef.* $name( |\$)" "$tree/usr/share/zsh"; then
+        echo "$name: no completion"
+        exit 1
+    fi
+    case $name in
+    tavor | tavor-more | tavor-reference) ;;
+    *) "$program" --version | grep -qE '^[0-9]+\.[0-9]+\.[0-9]+$' ;;
+    esac
+done
+
 # The interface is found wherever the tree lies.
 mv "$tree/usr" "$tree/moved"
 pc=$(find "$tree/moved" -name kelapi.pc)
