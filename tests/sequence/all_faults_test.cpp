@@ -95,9 +95,11 @@ protected:
     }
 
     // False when nothing more can be learned of the fault.
-    bool try_case(result &one, const std::string &case_name, const std::string &setting) const
+    bool try_case(result &one, const std::string &case_name, const std::string &setting,
+                  bool hangs) const
     {
-        const call_sequence made = support::recorded(case_name, {setting});
+        const std::chrono::seconds limit(hangs ? 10 : 60);
+        const call_sequence made = support::recorded(case_name, {setting}, limit);
         const verdict judged = judge(made, KEL_REFERENCE_LIBRARY);
         if (!judged.finding) return true;
         if (!one.is_named) one.case_name = case_name;
@@ -124,7 +126,8 @@ protected:
         std::vector<std::string> names = failing_cases(fault);
         if (names.size() > MOST) names.resize(MOST);
         for (const std::string &each : names) {
-            if (!try_case(one, each, setting_of(fault))) break;
+            const bool hangs = fault.cases.at(each).begin()->ending == ending::hang;
+            if (!try_case(one, each, setting_of(fault), hangs)) break;
         }
         const std::string &timed = one.is_named ? one.case_name : names.front();
         const bool ends = fault.cases.at(timed).begin()->ending != ending::hang;

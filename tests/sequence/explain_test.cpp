@@ -89,6 +89,25 @@ TEST(explain, reads_what_came_back_from_a_device)
     EXPECT_THAT(said.output, HasSubstr("offset: expected 0, got 64\n"));
 }
 
+// Recorded where numbers have their highest byte first; one with numbers in a record's bytes.
+TEST(explain, reads_what_came_back_from_another_machine)
+{
+    const std::string folder = TAVOR_SOURCE_DIR "/tests/sequence/data/";
+    const auto said = tavor_run(
+        {"explain", "kel_packet_trim_head", "--recording", folder + "powerpc_trim_head.seq"});
+    EXPECT_TRUE(said.exited_with(1)) << said.errors;
+    EXPECT_THAT(said.output, HasSubstr("first call that differs: the 1st get_offset\n"));
+    EXPECT_THAT(said.output, HasSubstr("offset: expected 0, got 64\n"));
+    const auto right = tavor_run(
+        {"explain", "kel_region_invalid_get_info", "--recording", folder + "s390x_region.seq"});
+    EXPECT_TRUE(right.exited_with(0)) << right.errors;
+    EXPECT_THAT(right.output, HasSubstr("no call differs from the contract\n"));
+    std::ifstream stored(folder + "s390x_region.seq");
+    const std::string text{std::istreambuf_iterator<char>(stored), {}};
+    const std::string here = support::recorded_text("kel_region_invalid_get_info");
+    EXPECT_EQ(text.substr(text.find('\n')), here.substr(here.find('\n')));
+}
+
 TEST(explain, refuses_what_is_no_case_or_no_recording)
 {
     EXPECT_TRUE(tavor_run({"explain", "no_such_case"}).exited_with(3));

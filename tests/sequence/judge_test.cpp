@@ -105,6 +105,18 @@ TEST(run, tells_crashes_and_hangs)
     EXPECT_EQ(run_one(fatal, {{KEL_REFERENCE_LIBRARY, {}}}).size(), 2U);
 }
 
+TEST(run, tells_which_of_two_calls_hangs)
+{
+    const auto made = from_text(HEADER + "nocrash_set()\nclient1 = register_client(\"a\", ALWAYS, "
+                                         "8)\n@2 sleep(0) ...\nevent_wait(client1, null)\n"
+                                         "@2 returned()\n");
+    const answers given =
+        run_one(made, {{KEL_REFERENCE_LIBRARY, {}}}, {std::chrono::milliseconds(200)});
+    ASSERT_EQ(given.size(), 4U);
+    EXPECT_EQ(given[2].outcome, outcome::unreturned);
+    EXPECT_EQ(given[3].outcome, outcome::hang);
+}
+
 // Also one that prints little more slowly than a pipe is read, and then nothing.
 TEST(run, tells_a_flood_from_a_hang)
 {

@@ -14,7 +14,8 @@
 
 namespace support {
 
-std::string recorded_text(const std::string &case_name, const std::vector<std::string> &environment)
+std::string recorded_text(const std::string &case_name, const std::vector<std::string> &environment,
+                          std::chrono::seconds limit)
 {
     EXPECT_GE(tools::case_number(case_name), 0) << case_name;
     const scratch_folder scratch;
@@ -24,7 +25,7 @@ std::string recorded_text(const std::string &case_name, const std::vector<std::s
     process.environment = environment;
     process.environment.push_back("KELTRACE_RECORD=" + path);
     process.environment.emplace_back("LD_PRELOAD=" KELTRACE_LIBRARY);
-    process.timeout = std::chrono::seconds(60);
+    process.timeout = limit;
     process.timeout_signal = SIGTERM;
     tools::run_process(process);
     std::ifstream file(path);
@@ -32,9 +33,10 @@ std::string recorded_text(const std::string &case_name, const std::vector<std::s
 }
 
 sequence::call_sequence recorded(const std::string &case_name,
-                                 const std::vector<std::string> &environment)
+                                 const std::vector<std::string> &environment,
+                                 std::chrono::seconds limit)
 {
-    return sequence::from_text(recorded_text(case_name, environment));
+    return sequence::from_text(recorded_text(case_name, environment, limit));
 }
 
 } // namespace support

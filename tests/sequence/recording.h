@@ -3,6 +3,7 @@
 // Cases of tavor recorded as sequences.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,11 @@ namespace support {
 
 // The text that the shim writes while tavor runs the case.
 std::string recorded_text(const std::string &case_name,
-                          const std::vector<std::string> &environment = {});
+                          const std::vector<std::string> &environment = {},
+                          std::chrono::seconds limit = std::chrono::seconds(60));
 
 sequence::call_sequence recorded(const std::string &case_name,
-                                 const std::vector<std::string> &environment = {});
+                                 const std::vector<std::string> &environment = {},
+                                 std::chrono::seconds limit = std::chrono::seconds(60));
 
 } // namespace support

@@ -135,6 +135,20 @@ TEST(reduced_data, is_held_to_what_was_written)
     }
 }
 
+// Whether the call returns is all that there is to see.
+TEST(exported_hang, is_right_where_the_contract_has_one)
+{
+    const std::string start = "sequence version=1 library=\"x\" program=\"y\"\n"
+                              "client1 = register_client(\"c\", ACTIVE, 4) -> 0, client=client1\n";
+    const support::scratch_folder scratch;
+    const auto endless = from_text(start + "event_wait(client1, null) -> hang\n");
+    EXPECT_TRUE(run(program_of(endless, scratch), {}).exited_with(0));
+    const auto polled = from_text(start + "event_wait(client1, {}) -> hang\n");
+    const auto returned = run(program_of(polled, scratch), {});
+    EXPECT_TRUE(returned.exited_with(1));
+    EXPECT_NE(returned.output.find("expected hang, got a return"), std::string::npos);
+}
+
 // The wait of another thread's making: what would end it belongs to the difference.
 TEST(reduced_wait, keeps_the_calls_that_end_it)
 {

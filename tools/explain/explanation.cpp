@@ -186,7 +186,8 @@ std::string to_text(const explanation &one)
     }
     if (one.judged.finding) {
         text += guilty_text(one);
-    } else if (one.outcome.verdict == "pass" || one.outcome.verdict == "ignore") {
+    } else if (one.outcome.verdict == "pass" || one.outcome.verdict == "ignore" ||
+               one.outcome.verdict == "recorded") {
         text += "no call differs from the contract\n";
     } else {
         text += "no call differs from the contract: case and reference library disagree, which is "

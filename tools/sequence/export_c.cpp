@@ -218,7 +218,7 @@ private:
             }
             const bool hangs = whole().answers[each.call].outcome == outcome::hang;
             if (hangs) add(body, "hang_is_right = 1;");
-            add(body, hangs ? "alarm(3);" : "alarm(10);");
+            add(body, hangs ? "alarm(2);" : "alarm(10);");
             if (each.phase == phase::end) add(body, naming(each.call));
             add(body, each.phase == phase::whole ? "call" + number + "();"
                                                  : "pthread_join(thread" + number + ", NULL);");

@@ -3,10 +3,12 @@
 // The forms that values have in memory: numbers of any width, text, bytes, records.
 #include "tools/sequence/memory.h"
 
+#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstring>
@@ -263,6 +265,28 @@ private:
     std::size_t slot_ = 0;
 };
 
+// Some kernels and emulators do not have the call for it, or do not permit it.
+constinit std::atomic<bool> is_readable_at_once{true};
+
+// The kernel says so when the address is none to read from.
+bool read_through_pipe(std::uint64_t address, void *target, std::size_t size)
+{
+    constexpr std::size_t PIECE = 4096;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
+    std::size_t done = 0;
+    while (done < size) {
+        const std::size_t piece = std::min(PIECE, size - done);
+        const auto wanted = static_cast<ssize_t>(piece);
+        if (write(ends[1], at_address(address + done), piece) != wanted) break;
+        if (read(ends[0], static_cast<std::byte *>(target) + done, piece) != wanted) break;
+        done += piece;
+    }
+    close(ends[0]);
+    close(ends[1]);
+    return done == size;
+}
+
 value read_stored_record(answer_reader &reader, const parameter &where, int index,
                          const std::byte *bytes, std::size_t entries)
 {
@@ -289,13 +313,14 @@ value read_stored_record(answer_reader &reader, const parameter &where, int inde
 bool read_safely(std::uint64_t address, void *target, std::size_t size)
 {
     if (size == 0) return true;
+    if (!is_readable_at_once) return read_through_pipe(address, target, size);
     const iovec to{target, size};
     // NOLINTNEXTLINE(performance-no-int-to-ptr): it is the program's
     const iovec from{reinterpret_cast<void *>(static_cast<std::uintptr_t>(address)), size};
     const ssize_t read = process_vm_readv(getpid(), &to, 1, &from, 1, 0);
-    if (read < 0 && errno == ENOSYS) {
-        std::memcpy(target, from.iov_base, size);
-        return true;
+    if (read < 0 && (errno == ENOSYS || errno == EPERM)) {
+        is_readable_at_once = false;
+        return read_through_pipe(address, target, size);
     }
     return read == static_cast<ssize_t>(size);
 }
