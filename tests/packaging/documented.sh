@@ -12,35 +12,37 @@ here=$source/tests/packaging
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-for component in tavor tools reference dev; do
-    "$cmake" --install "$build" --prefix "$scratch/usr" --component "$component" >/dev/null
-done
-library=$(find "$scratch/usr" -name libkel.so)
-libraries=${library%/*}
+# The folder of the pages: an installed tree, the sources with a build, and what the commands begin with.
+prepare() {
+    for component in tavor tools reference dev; do
+        "$cmake" --install "$build" --prefix "$scratch/usr" --component "$component" >/dev/null
+    done
+    library=$(find "$scratch/usr" -name libkel.so)
+    libraries=${library%/*}
 
-# The folder of the pages: the sources with a build, and what the commands begin with.
-mkdir "$scratch/work" "$scratch/bin" "$scratch/platform" "$scratch/state"
-cd "$scratch/work"
-for each in "$source"/*; do
-    [[ ${each##*/} == build ]] || ln -s "$each" .
-done
-mkdir build builds builds/1 builds/2 reports
-ln -s "$build" build/release
-for folder in . build builds/1 builds/2 "$scratch/platform"; do
-    ln -s "$library" "$folder/libkel.so"
-done
-printf 'board-1\nboard-2\n' >devices
-# shellcheck disable=SC2016 # for the script
-printf '#!/bin/sh\nwhile [ "${1#-}" != "$1" ]; do shift; done\nshift\nexec sh -c "$*"\n' >"$scratch/bin/ssh"
-chmod +x "$scratch/bin/ssh"
-export PATH="$scratch/bin:$scratch/usr/bin:$PATH" LC_ALL=C XDG_STATE_HOME="$scratch/state"
-export LD_LIBRARY_PATH="$scratch/platform" PLATFORM="$scratch/platform"
-tavor kel_tlv kel_role >console.log
-for each in accepted tavor reports/1 reports/2 before; do
-    tavor-run report console.log kel_tlv kel_role --out "jsonl:$each.jsonl" >/dev/null
-done
-tavor-run kel_tlv kel_role --quiet --out jsonl:board-2.last >/dev/null
-env KELTRACE_RECORD=case.seq LD_PRELOAD="$libraries/libkeltrace.so" tavor -t kel_packet_append >/dev/null
+    mkdir "$scratch/work" "$scratch/bin" "$scratch/platform" "$scratch/state"
+    cd "$scratch/work"
+    for each in "$source"/*; do
+        [[ ${each##*/} == build ]] || ln -s "$each" .
+    done
+    mkdir build builds builds/1 builds/2 reports
+    ln -s "$build" build/release
+    for folder in . build builds/1 builds/2 "$scratch/platform"; do
+        ln -s "$library" "$folder/libkel.so"
+    done
+    printf 'board-1\nboard-2\n' >devices
+    # shellcheck disable=SC2016 # for the script
+    printf '#!/bin/sh\nwhile [ "${1#-}" != "$1" ]; do shift; done\nshift\nexec sh -c "$*"\n' >"$scratch/bin/ssh"
+    chmod +x "$scratch/bin/ssh"
+    export PATH="$scratch/bin:$scratch/usr/bin:$PATH" LC_ALL=C XDG_STATE_HOME="$scratch/state"
+    export LD_LIBRARY_PATH="$scratch/platform" PLATFORM="$scratch/platform"
+    tavor kel_tlv kel_role >console.log
+    for each in accepted tavor reports/1 reports/2 before; do
+        tavor-run report console.log kel_tlv kel_role --out "jsonl:$each.jsonl" >/dev/null
+    done
+    tavor-run kel_tlv kel_role --quiet --out jsonl:board-2.last >/dev/null
+    env KELTRACE_RECORD=case.seq LD_PRELOAD="$libraries/libkeltrace.so" tavor -t kel_packet_append >/dev/null
+}
 
 # Where the page's paths are here.
 placed() {
@@ -62,10 +64,14 @@ expected() {
     done < <(grep -v '^#' "$here/documented.txt")
 }
 
+commands=$(awk -f "$here/documented.awk" "$source/$page")
+if [[ -n $commands ]]; then prepare; fi
+
 failures=0
 ran=0
 used=
 while read -r command; do
+    [[ -n $command ]] || continue
     rule=$(expected "$command")
     used+="${rule%|*}"$'\n'
     allowed=${rule#*|}
@@ -88,7 +94,7 @@ while read -r command; do
         tail -n 5 "$scratch/out" "$scratch/errors"
         failures=$((failures + 1))
     fi
-done < <(awk -f "$here/documented.awk" "$source/$page")
+done <<<"$commands"
 echo "$page: $ran commands were run"
 
 while IFS='|' read -r of part _; do
