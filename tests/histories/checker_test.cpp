@@ -130,6 +130,21 @@ TEST_F(checking, leaves_undecided_what_takes_too_long)
     EXPECT_EQ(check(written(calls, times)).outcome, outcome::legal);
 }
 
+// What receives it last may have begun before it was received first.
+TEST_F(checking, knows_the_way_of_a_packet_that_is_sent_on)
+{
+    const std::string calls = "client2 = register_client(null, ALWAYS, 8) -> 0, client=client2\n"
+                              "register_tag(client2, 0x31) -> 0\n"
+                              "send(client1, packet1) -> 0\n"
+                              "@2 recv(client1) -> packet1\n"
+                              "@2 set_tag(packet1, 0x31) -> 0\n"
+                              "@2 send(client1, packet1) -> 0\n"
+                              "@3 recv(client2) -> packet1\n";
+    const verdict found =
+        check(written(calls, {{1, 2}, {3, 4}, {5, 6}, {11, 12}, {13, 14}, {15, 16}, {10, 20}}));
+    EXPECT_EQ(found.outcome, outcome::legal);
+}
+
 // Of 8! orders of the sends only one is right, which shows when the packets are received.
 TEST_F(checking, orders_sends_as_their_packets_were_received)
 {

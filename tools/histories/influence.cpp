@@ -68,10 +68,12 @@ std::map<std::size_t, std::size_t> receipts_of(const history &whole)
     }
     std::map<std::size_t, std::size_t> receipts;
     for (auto &[name, each] : packets) {
-        // Who sends a packet again has received it: one after the other.
+        // Who sends a packet again has received it. What receives it last ends last; it may have
+        // begun before.
         const auto begin = [&whole](std::size_t call) { return whole.times[call].begin; };
+        const auto end = [&whole](std::size_t call) { return whole.times[call].end; };
         std::ranges::sort(each.sends, {}, begin);
-        std::ranges::sort(each.receipts, {}, begin);
+        std::ranges::sort(each.receipts, {}, end);
         for (std::size_t i = 0; i < each.sends.size(); i++) {
             receipts[each.sends[i]] = i < each.receipts.size() ? each.receipts[i] : NO_CALL;
         }
