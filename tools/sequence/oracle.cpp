@@ -107,14 +107,15 @@ private:
     };
 
     // Runs each up to `end`, with its shadow.
-    std::vector<attempt> try_all(const std::vector<configuration> &chosen, std::size_t end)
+    std::vector<attempt> try_all(const std::vector<configuration> &chosen, std::size_t end,
+                                 const limits &allowed)
     {
         std::vector<job> jobs;
         for (const configuration &each : chosen) {
             jobs.push_back({content_setup(reference_, each), end});
             jobs.push_back({shadow_setup(reference_, each), end});
         }
-        auto results = run_all(made_, jobs, allowed_);
+        auto results = run_all(made_, jobs, allowed);
         std::vector<attempt> all;
         for (std::size_t i = 0; i < chosen.size(); i++) {
             attempt one{chosen[i], std::move(results[2 * i]), std::move(results[2 * i + 1])};
@@ -127,7 +128,7 @@ private:
     std::pair<std::vector<attempt>, std::size_t> best_of(const std::vector<configuration> &chosen,
                                                          std::size_t end)
     {
-        std::vector<attempt> all = try_all(chosen, end);
+        std::vector<attempt> all = try_all(chosen, end, allowed_);
         std::size_t most = 0;
         for (const attempt &each : all) most = std::max(most, each.agreed);
         std::erase_if(all, [most](const attempt &each) { return each.agreed < most; });
@@ -140,6 +141,8 @@ private:
         // A wait needs the calls that end it.
         const bool is_overlapped = begun_until_return(recorded_, index) > index + 1;
         const std::size_t end = is_overlapped ? recorded_.calls.size() : index + 1;
+        // Where the reference library hangs it mostly does so under all of them.
+        const limits hurried{std::min(allowed_.call, std::chrono::milliseconds(300))};
         std::vector<configuration> last;
         for (const attempt &each : from) last.push_back(each.chosen);
         for (int changes = 1; changes <= MOST_CHANGES; changes++) {
@@ -147,7 +150,7 @@ private:
             for (const configuration &each : last) add_changed(next, each);
             last.assign(next.begin(), next.end());
             std::vector<configuration> agreeing;
-            std::vector<attempt> tried = try_all(last, end);
+            std::vector<attempt> tried = try_all(last, end, hurried);
             for (attempt &each : tried) {
                 if (each.agreed > index) agreeing.push_back(each.chosen);
                 if (changes == 1 && each.agreed >= index) alternatives_.push_back(std::move(each));

@@ -24,7 +24,7 @@ namespace {
 constexpr std::size_t AT_ONCE = 4;
 constexpr std::size_t WAITING_AT_ONCE = 48;
 constexpr std::chrono::milliseconds LONG{60};
-// For a library that hangs: longer than a call takes.
+// Longer than a call takes: without what would end a wait, libraries hang.
 constexpr std::chrono::milliseconds QUICK{200};
 
 // A sequence with the call that differs. A wait needs the calls after it that end it.
@@ -250,10 +250,7 @@ public:
     {
         start_with(whole);
         allowed_ = how_.allowed;
-        const bool hangs = shown_.difference.got == "hang" ||
-                           shown_.difference.got == "not returned" ||
-                           shown_.difference.expected == "hang";
-        if (is_bold && hangs) allowed_.call = std::min(allowed_.call, QUICK);
+        if (is_bold) allowed_.call = std::min(allowed_.call, QUICK);
         is_hasty_ = is_bold;
         if (!which_show({current_}).front()) return std::nullopt;
         apply({related_part});
