@@ -67,10 +67,10 @@ class github : public run_test {};
 TEST_F(github, annotations_are_ten_and_a_count)
 {
     script = "crash=kel_tlv_hdr_setdata";
-    for (int row = tools::case_number("kel_tlv_alloc"), i = 0; i < 14; i++) {
-        script +=
-            " fail=" + std::string(tools::all_cases()[static_cast<std::size_t>(row + i)].name) +
-            ":message_" + std::to_string(i);
+    const auto first = static_cast<std::size_t>(tools::case_number("kel_tlv_alloc"));
+    for (std::size_t i = 0; i < 14; i++) {
+        script += " fail=" + std::string(tools::all_cases()[first + i].name) + ":message_" +
+                  std::to_string(i);
     }
     const auto done = run({"kel_tlv", "--out", "github"});
     EXPECT_TRUE(done.exited_with(2));

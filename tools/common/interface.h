@@ -84,9 +84,9 @@ struct argument_info {
     interface::object object;
     interface::effect effect;
     interface::presence presence;
+    bool scalar_target;
     std::size_t width;        // bytes of the argument itself
     std::size_t target_width; // bytes of what it names; 0 when it names nothing or plain bytes
-    bool scalar_target;
 };
 
 template <typename Type> constexpr std::size_t width_of()
@@ -115,14 +115,10 @@ inline constexpr result_info RESULT_INFO[] = {
 
 inline constexpr argument_info ARGUMENT_INFO[] = {
 #define ARGUMENT_KIND(kind, type, way, shown, what, does, needed)                                  \
-    {direction::way,                                                                               \
-     form::shown,                                                                                  \
-     object::what,                                                                                 \
-     effect::does,                                                                                 \
-     presence::needed,                                                                             \
-     sizeof(type),                                                                                 \
-     target_width_of<type>(),                                                                      \
-     std::is_scalar_v<std::remove_pointer_t<type>>},
+    {direction::way,   form::shown,                                                                \
+     object::what,     effect::does,                                                               \
+     presence::needed, std::is_scalar_v<std::remove_pointer_t<type>>,                              \
+     sizeof(type),     target_width_of<type>()},
 #include "kelapi/operations.def"
 };
 

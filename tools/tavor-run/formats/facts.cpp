@@ -52,9 +52,10 @@ std::chrono::microseconds total_time(const std::vector<case_result> &results)
 std::vector<const case_result *> slowest(const std::vector<case_result> &results)
 {
     constexpr std::size_t SHOWN = 10;
+    constexpr std::chrono::milliseconds WORTH_A_LINE{1};
     std::vector<const case_result *> found;
     for (const case_result &each : results) {
-        if (each.duration.count() > 0) found.push_back(&each);
+        if (each.duration >= WORTH_A_LINE) found.push_back(&each);
     }
     const auto end = found.begin() + static_cast<std::ptrdiff_t>(std::min(found.size(), SHOWN));
     std::partial_sort(found.begin(), end, found.end(), [](const auto *one, const auto *other) {

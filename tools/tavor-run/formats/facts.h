@@ -28,7 +28,7 @@ std::string seconds_text(std::chrono::microseconds duration, int digits = 3);
 
 // The sum of what was measured.
 std::chrono::microseconds total_time(const std::vector<case_result> &results);
-// The longest ten of what was measured, the longest first.
+// The longest ten of those that took a millisecond and more, the longest first.
 std::vector<const case_result *> slowest(const std::vector<case_result> &results);
 
 } // namespace tavor_run

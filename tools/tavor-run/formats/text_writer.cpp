@@ -142,15 +142,16 @@ private:
     {
         constexpr std::size_t LONG_RUN = 20;
         const std::vector<const case_result *> slow = slowest(record.results);
-        if (slow.empty()) return "";
+        const std::chrono::microseconds total = total_time(record.results);
+        if (total.count() == 0) return "";
         std::string text;
-        if (record.results.size() > LONG_RUN && !style.quiet) {
+        if (record.results.size() > LONG_RUN && !style.quiet && !slow.empty()) {
             text += "the slowest:\n";
             for (const case_result *each : slow) {
                 text += duration_text(each->duration) + "  " + each->name + "\n";
             }
         }
-        return text + seconds_text(total_time(record.results)) + " s in cases\n";
+        return text + seconds_text(total) + " s in cases\n";
     }
 
     // A line for each suite, or for each case where there are few.

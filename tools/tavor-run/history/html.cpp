@@ -105,11 +105,13 @@ std::string attention(const history &all)
                                           : "";
             rows += "<tr>" + cell(mark(each->what)) + cell(link_to(*each)) +
                     cell(label("since") + when(all, each->since)) +
-                    cell(share + escaped(each->last_message())) + "</tr>\n";
+                    cell(share + escaped(each->last_message()) + "<div class=\"runs\">" +
+                         letters(all, *each) + "</div>") +
+                    "</tr>\n";
         }
     }
     return rows.empty() ? "<p>Nothing: every case is good.</p>\n"
-                        : table({"", "Case", "Since", "Message"}, rows);
+                        : table({"", "Case", "Since", "Message and runs"}, rows);
 }
 
 // A row for each case and state, however often it came.
@@ -260,9 +262,7 @@ std::string suites(const history &all)
                    cell(each.what == trend::good ? "" : mark(each.what)) + "<td class=\"runs\">" +
                    letters(all, each) + "</td></tr>\n";
     }
-    std::string text = "<p>The oldest run comes first; a bar is a change of library, program or "
-                       "machine. " +
-                       escaped(LEGEND) + ", _ not in that report.</p>\n";
+    std::string text;
     for (const std::string &suite : order) {
         const group &of = groups[suite];
         text += of.good == of.cases ? "<details>" : "<details open>";
@@ -299,7 +299,9 @@ std::string counts_line(const history &all)
         const auto which = static_cast<trend>(i);
         parts.push_back({which == trend::good ? "pass" : name_of(which), counts[i]});
     }
-    return text + "</p>\n" + bar_of(parts);
+    return text + "</p>\n" + bar_of(parts) +
+           "<p>A letter is a run, the oldest first; | is a change of library, program or machine. " +
+           escaped(LEGEND) + ", _ not in that report.</p>\n";
 }
 
 } // namespace
