@@ -417,6 +417,7 @@ private:
         std::set<operation> used;
         for (const call &each : current_.made.calls) used.insert(each.operation);
         std::vector<change> changes;
+        changes.reserve(used.size());
         for (const operation each : used) changes.push_back(without_operation(each));
         apply(changes);
     }
