@@ -52,11 +52,11 @@ struct examination_setup {
 
 // `early` gets a finding that has come twice, before it is reduced, which may take long.
 examined examine(
-    const sequence::call_sequence &made, const examination_setup &how,
+    const sequence::call_sequence &given, const examination_setup &how,
     const std::function<void(const examined &)> &early = [](const examined &) {});
 
 // To another process and back.
 std::string to_message(const examined &one);
-examined from_message(const std::string &message);
+examined from_message(const std::string &text);
 
 } // namespace explore

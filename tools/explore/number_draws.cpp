@@ -270,8 +270,8 @@ struct generator::number_draws {
             if (each.index == ALL) of.fill(each.drawn);
         }
         for (const row &each : ROWS) {
-            if (each.index != ALL)
-                all[static_cast<std::size_t>(each.which)][each.index] = each.drawn;
+            if (each.index == ALL) continue;
+            all[static_cast<std::size_t>(each.which)][each.index] = each.drawn;
         }
         return all;
     }();

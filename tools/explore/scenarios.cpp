@@ -97,6 +97,7 @@ void generator::fill_queue()
     call(op::kel_register_tag, {named(receiver), number(tag)});
     std::array<std::int32_t, 16> packets{};
     const std::uint32_t count = limit + 1 + chance_.below(2);
+    bool is_removed = false; // the event, which is not to be told any more
     const std::uint32_t armed_at = chance_.chance(60) ? chance_.below(count) : count;
     for (std::uint32_t i = 0; i < count; i++) {
         packets[i] = new_packet(sender, 0, 1 + chance_.below(100));
@@ -105,6 +106,8 @@ void generator::fill_queue()
             const std::array<scalar, 6> event{{{KEL_EVENT_TAG}, {}, {7}, {i}, {tag}, {}}};
             arm(sender, event);
             if (chance_.chance(50)) call(op::kel_event_wait, {named(sender), OUT, timeout()});
+            is_removed = chance_.chance(20);
+            if (is_removed) call(op::kel_event_remove_tag, {named(sender), number(tag)});
         }
         call(op::kel_send, {named(sender), named(packets[i])});
         if (chance_.chance(10)) look_at(role::client, chance_.chance(50) ? sender : receiver);
@@ -120,7 +123,7 @@ void generator::fill_queue()
         call(op::kel_recv, {named(receiver)});
         if (chance_.chance(25)) call(op::kel_queue_is_empty, {named(receiver)});
         const object *client = world_.find(role::client, sender);
-        if (client->has_event && chance_.chance(50)) {
+        if ((client->has_event || is_removed) && chance_.chance(50)) {
             call(op::kel_event_wait, {named(sender), OUT, timeout()});
         } else if (chance_.chance(8)) {
             call(op::kel_send, {named(sender), named(packets[chance_.below(count)])});

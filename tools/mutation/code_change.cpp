@@ -162,8 +162,8 @@ private:
         static const std::regex STATEMENT(
             R"( +(break|continue|return)?;| +[*a-zA-Z_][\w.:>\[\]*-]*(\(.*\)(->.*)?| [-+|&]?= .*|\+\+|--);)");
         const std::string whole(line());
-        if (!std::regex_match(whole, STATEMENT) || whole.find("return ") != std::string::npos)
-            return;
+        if (whole.find("return ") != std::string::npos) return;
+        if (!std::regex_match(whole, STATEMENT)) return;
         const std::size_t first = text_.find_first_not_of(' ', begin_);
         add("statement", first, end_ - 1 - first, "");
     }
