@@ -126,7 +126,7 @@ TEST(run, tells_a_flood_from_a_hang)
         return given.size() == 2 ? given.back().outcome : outcome::returned;
     };
     EXPECT_EQ(outcome_with("FLOODING_BYTES"), outcome::flood);
-    EXPECT_EQ(outcome_with("FLOODING_BYTES=100000"), outcome::flood);
+    EXPECT_EQ(outcome_with("FLOODING_BYTES=300000"), outcome::flood);
     EXPECT_EQ(outcome_with("FLOODING_BYTES=1000"), outcome::hang);
 }
 

@@ -46,7 +46,7 @@ constexpr milliseconds START{20000};
 // A call that prints so much floods, whether it would return or not; so does one that does not
 // return when it has printed the lesser number. Bytes.
 constexpr std::size_t FLOOD = std::size_t{1} << 20;
-constexpr std::size_t UNRETURNED_FLOOD = std::size_t{64} << 10;
+constexpr std::size_t UNRETURNED_FLOOD = std::size_t{128} << 10;
 
 // What a message is about, in place of a call's number.
 constexpr std::uint32_t REFUSED = ~std::uint32_t{0};
@@ -379,9 +379,9 @@ std::vector<answers> run_all(const std::vector<job> &jobs, const limits &allowed
         if (count == 0) at_once = std::min(at_once + AT_ONCE, MOST_AT_ONCE);
         for (std::size_t i = running.size(); i-- > 0;) {
             auto &[index, each] = running[i];
-            // First: what was printed before an answer does not count after it.
-            if (watched[2 * i + 1].revents != 0) each->read_printed();
+            // Answers first: what is left in the pipe of before one is less than a flood.
             const bool has_more = watched[2 * i].revents == 0 || each->read_on();
+            if (watched[2 * i + 1].revents != 0) each->read_printed();
             const bool is_late = has_more && (each->is_flooding() || each->is_hang());
             if (has_more && !is_late) continue;
             all[index] = each->end(is_late);
