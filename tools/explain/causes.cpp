@@ -21,7 +21,8 @@ constexpr std::chrono::milliseconds MOST_TIME{600};
 
 class search {
 public:
-    search(const call_sequence &recorded, const sequence::verdict &judged, std::string reference)
+    search(const call_sequence &recorded, const sequence::verdict &judged,
+           const std::string &reference)
         : recorded_(recorded), guilty_(judged.finding->call), judged_(judged),
           setup_(sequence::content_setup(reference, judged.profile.front()))
     {
@@ -43,6 +44,7 @@ private:
     {
         causes found;
         std::vector<call_sequence> without;
+        without.reserve(asked.size());
         for (const std::size_t each : asked) without.push_back(part({each}));
         for (std::size_t i = 0; i < asked.size() && has_time(); i++) {
             const auto changed = answer_of(without[i]);
