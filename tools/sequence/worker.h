@@ -38,7 +38,8 @@ struct job {
 };
 
 // The answers of one job, as far as it came: none of calls that had not begun when one hung or
-// crashed. Those that waited beside it, or when a job ended before the sequence does, are unreturned.
+// crashed. Those that waited beside it, or when a job ended before the sequence does, are
+// unreturned.
 using answers = std::vector<answer>;
 
 // Makes the sequence once for each job, many at a time. Throws tools::usage_error when a library
