@@ -20,12 +20,11 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-// The table shows no more of a message.
-// Of what a case prints and a process says.
 // Failed cases that are run a second time: with a broken library there may be hundreds.
 constexpr unsigned LOOK_CLOSER_AT = 25;
 // Failed cases of which the guilty call is named, and crashes of which the backtrace is.
 constexpr unsigned EXPLAIN_AT = 3;
+
 std::string name_of_row(int row)
 {
     return std::string(tools::all_cases()[static_cast<std::size_t>(row)].name);
