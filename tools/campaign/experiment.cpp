@@ -14,7 +14,6 @@
 #include <system_error>
 
 #include "tools/campaign/watch.h"
-#include "tools/common/interrupt.h"
 #include "tools/common/kept_text.h"
 #include "tools/common/process.h"
 #include "tools/common/unique_fd.h"
@@ -68,18 +67,6 @@ std::vector<std::string> fault_environment(const setting &where, const experimen
     }
     environment.push_back("LD_PRELOAD=" + where.shim);
     return environment;
-}
-
-tools::process_result run(const tools::process_options &process)
-{
-    tools::process_result result = tools::run_process(process);
-    if (result.interrupted) {
-        throw tools::interrupted{};
-    }
-    if (!result.started) {
-        throw std::runtime_error("cannot start " + result.errors);
-    }
-    return result;
 }
 
 // However short the time in which a hang shows: without a fault a case takes what it waits on
@@ -194,7 +181,7 @@ observation observe(const setting &where, const experiment &what,
     process.timeout_signal = SIGTERM;
     process.kept = tools::KEPT_OUTPUT;
 
-    const tools::process_result result = run(process);
+    const tools::process_result result = tools::required_process(process);
     observation seen;
     seen.signal = result.signal;
     seen.exit_status = result.exit_status;
@@ -222,7 +209,7 @@ std::string trace_of(const setting &where, const std::string &test)
     process.environment.push_back("KELTRACE_TRACE=" + trace.path());
     process.timeout = time_limit(where, faultless);
     process.kept = tools::KEPT_OUTPUT;
-    if (!run(process).exited_with(0)) {
+    if (!tools::required_process(process).exited_with(0)) {
         throw std::runtime_error(test + ": its calls cannot be traced, it does not end by itself");
     }
     return trace.content();

@@ -15,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include "tools/common/interrupt.h"
@@ -326,6 +327,18 @@ process_result run_process(const process_options &options)
     errors.writing.reset();
     return follower(options, pid, start, std::move(output.reading), std::move(errors.reading))
         .follow();
+}
+
+process_result required_process(const process_options &options)
+{
+    process_result result = run_process(options);
+    if (result.interrupted) {
+        throw interrupted{};
+    }
+    if (!result.started) {
+        throw std::runtime_error("cannot start " + result.errors);
+    }
+    return result;
 }
 
 std::vector<char *> pointers_to(std::vector<std::string> &texts)

@@ -52,6 +52,10 @@ struct process_result {
 // threads at once.
 process_result run_process(const process_options &options);
 
+// The same for a program without which there is no going on: throws tools::interrupted when this
+// program was asked to stop, and std::runtime_error when the other cannot be started.
+process_result required_process(const process_options &options);
+
 // The signal's name, such as "SIGSEGV".
 std::string signal_name(int signal);
 

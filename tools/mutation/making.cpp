@@ -9,8 +9,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "tools/common/interrupt.h"
-
 namespace mutation {
 
 namespace fs = std::filesystem;
@@ -36,14 +34,7 @@ void replace(std::string &text, const std::string &from, const std::string &to)
 tools::process_result finished(tools::process_options process)
 {
     process.timeout_signal = SIGTERM;
-    tools::process_result result = tools::run_process(process);
-    if (result.interrupted) {
-        throw tools::interrupted{};
-    }
-    if (!result.started) {
-        throw std::runtime_error("cannot start " + result.errors);
-    }
-    return result;
+    return tools::required_process(process);
 }
 
 bool succeeds(const fs::path &folder, const std::string &line)
